@@ -1,0 +1,63 @@
+# The Linux home: the driver on the embedded machine, ksfax, tests, benchmarks, fuzz targets.
+
+# One resource script for both homes: windres makes the .res file that the machine reads.
+find_program(WINDRES NAMES x86_64-w64-mingw32-windres REQUIRED)
+file(GLOB RESOURCE_FILES CONFIGURE_DEPENDS resources/*)
+set(RESOURCE_FILE ${CMAKE_BINARY_DIR}/ksfaxui.res)
+add_custom_command(
+  OUTPUT ${RESOURCE_FILE}
+  COMMAND ${WINDRES} -I ${CMAKE_SOURCE_DIR} -O res -i ${CMAKE_SOURCE_DIR}/resources/ksfaxui.rc -o ${RESOURCE_FILE}
+  DEPENDS ${RESOURCE_FILES})
+set_source_files_properties(platform/embedded/own_resources.S PROPERTIES
+  OBJECT_DEPENDS ${RESOURCE_FILE}
+  COMPILE_OPTIONS "-DRESOURCE_FILE=\"${RESOURCE_FILE}\"")
+
+file(GLOB EMBEDDED_SOURCES CONFIGURE_DEPENDS platform/embedded/*.cpp)
+add_library(embedded STATIC ${EMBEDDED_SOURCES} platform/embedded/own_resources.S)
+
+add_library(driver STATIC ${DRIVER_SOURCES})
+target_compile_options(driver PRIVATE ${DRIVER_OPTIONS})
+target_link_libraries(driver PUBLIC embedded)
+
+find_package(PNG REQUIRED)
+find_package(Freetype REQUIRED)
+file(GLOB TOOL_SOURCES CONFIGURE_DEPENDS tool/*.cpp)
+list(REMOVE_ITEM TOOL_SOURCES ${CMAKE_SOURCE_DIR}/tool/main.cpp)
+add_library(tool STATIC ${TOOL_SOURCES})
+target_link_libraries(tool PUBLIC driver PNG::PNG Freetype::Freetype)
+target_compile_definitions(tool PUBLIC KSFAX_VERSION="${PROJECT_VERSION}")
+add_executable(ksfax tool/main.cpp)
+target_link_libraries(ksfax PRIVATE tool)
+
+if(KSFAX_TESTS)
+  enable_testing()
+  find_package(GTest REQUIRED)
+  file(GLOB_RECURSE TEST_SOURCES CONFIGURE_DEPENDS tests/*.cpp)
+  list(FILTER TEST_SOURCES EXCLUDE REGEX "/tests/windows/")
+  add_executable(ksfax_tests ${TEST_SOURCES})
+  target_link_libraries(ksfax_tests PRIVATE tool GTest::gtest_main)
+  target_compile_definitions(ksfax_tests PRIVATE
+    SOURCE_FOLDER="${CMAKE_SOURCE_DIR}" KSFAX_PROGRAM="$<TARGET_FILE:ksfax>")
+  add_dependencies(ksfax_tests ksfax)
+endif()
+
+if(KSFAX_BENCH)
+  find_package(benchmark REQUIRED)
+  file(GLOB BENCH_SOURCES CONFIGURE_DEPENDS bench/*.cpp)
+  add_executable(ksfax_bench ${BENCH_SOURCES})
+  target_link_libraries(ksfax_bench PRIVATE tool benchmark::benchmark benchmark::benchmark_main cups)
+  target_compile_definitions(ksfax_bench PRIVATE SOURCE_FOLDER="${CMAKE_SOURCE_DIR}")
+endif()
+
+if(KSFAX_FUZZ)
+  # Each fuzz/NAME.cpp is one libFuzzer target with its corpus in fuzz/corpus/NAME.
+  file(GLOB FUZZ_SOURCES CONFIGURE_DEPENDS fuzz/*.cpp)
+  foreach(source ${FUZZ_SOURCES})
+    get_filename_component(name ${source} NAME_WE)
+    add_executable(fuzz_${name} ${source})
+    target_link_libraries(fuzz_${name} PRIVATE driver)
+    target_compile_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+  endforeach()
+  target_compile_options(driver PRIVATE -fsanitize=fuzzer-no-link)
+endif()

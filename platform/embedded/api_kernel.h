@@ -1,0 +1,152 @@
+#pragma once
+
+// The kernel services that the driver calls: memory, files, file mapping, profiles, modules,
+// critical sections, text. Each behaves as published in what the driver relies on; where one
+// differs, the line above it says so. Every function with a result can be told to fail through
+// Machine::faults, under its own name.
+
+#include "platform/embedded/api_types.h"
+
+// ---- Last error ----
+constexpr DWORD ERROR_SUCCESS = 0;
+constexpr DWORD NO_ERROR = 0;
+constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
+constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
+constexpr DWORD ERROR_ACCESS_DENIED = 5;
+constexpr DWORD ERROR_INVALID_HANDLE = 6;
+constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
+constexpr DWORD ERROR_GEN_FAILURE = 31;
+constexpr DWORD ERROR_SHARING_VIOLATION = 32;
+constexpr DWORD ERROR_FILE_EXISTS = 80;
+constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+constexpr DWORD ERROR_INVALID_NAME = 123;
+constexpr DWORD ERROR_MOD_NOT_FOUND = 126;
+constexpr DWORD ERROR_PROC_NOT_FOUND = 127;
+constexpr DWORD ERROR_ALREADY_EXISTS = 183;
+constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
+constexpr DWORD ERROR_MORE_DATA = 234;
+constexpr DWORD ERROR_DIRECTORY = 267;
+
+DWORD GetLastError();
+void SetLastError(DWORD code);
+
+// ---- Global memory ----
+constexpr UINT GMEM_FIXED = 0x0000;
+constexpr UINT GMEM_ZEROINIT = 0x0040;
+
+HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes);
+// Null when freed.
+HGLOBAL GlobalFree(HGLOBAL memory);
+SIZE_T GlobalSize(HGLOBAL memory);
+
+// ---- Files ----
+inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1));
+constexpr DWORD GENERIC_READ = 0x80000000;
+constexpr DWORD GENERIC_WRITE = 0x40000000;
+constexpr DWORD FILE_SHARE_READ = 0x00000001;
+constexpr DWORD FILE_SHARE_WRITE = 0x00000002;
+constexpr DWORD CREATE_ALWAYS = 2;
+constexpr DWORD OPEN_EXISTING = 3;
+constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x00000001;
+constexpr DWORD FILE_ATTRIBUTE_HIDDEN = 0x00000002;
+constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x00000010;
+constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x00000020;
+constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x00000080;
+constexpr DWORD INVALID_FILE_SIZE = 0xFFFFFFFF;
+
+struct SECURITY_ATTRIBUTES {
+    DWORD nLength;
+    LPVOID lpSecurityDescriptor;
+    BOOL bInheritHandle;
+};
+struct OVERLAPPED;
+
+// Security and template handle must be null; dispositions CREATE_ALWAYS and OPEN_EXISTING.
+HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD sharing, SECURITY_ATTRIBUTES* security,
+                   DWORD disposition, DWORD attributes, HANDLE templateFile);
+BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, DWORD* bytesRead, OVERLAPPED* overlapped);
+BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten,
+               OVERLAPPED* overlapped);
+DWORD GetFileSize(HANDLE file, DWORD* sizeHigh);
+BOOL CloseHandle(HANDLE handle);
+BOOL CopyFileW(LPCWSTR source, LPCWSTR target, BOOL failIfExists);
+BOOL MoveFileW(LPCWSTR source, LPCWSTR target);
+BOOL SetFileAttributesW(LPCWSTR path, DWORD attributes);
+// Reserves a new file with `unique` 0: <folder>\<first three prefix characters><hexadecimal>.tmp.
+// `name` holds MAX_PATH characters.
+UINT GetTempFileNameW(LPCWSTR folder, LPCWSTR prefix, UINT unique, LPWSTR name);
+UINT GetWindowsDirectoryW(LPWSTR path, UINT characters);
+
+// ---- File mapping and named shared memory ----
+constexpr DWORD PAGE_READONLY = 0x02;
+constexpr DWORD PAGE_READWRITE = 0x04;
+constexpr DWORD FILE_MAP_WRITE = 0x0002;
+constexpr DWORD FILE_MAP_READ = 0x0004;
+constexpr DWORD FILE_MAP_ALL_ACCESS = 0x000F001F;
+
+// An existing name gives a new handle of the existing block and ERROR_ALREADY_EXISTS, whatever
+// the size asked for.
+HANDLE CreateFileMappingW(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD protection,
+                          DWORD sizeHigh, DWORD sizeLow, LPCWSTR name);
+HANDLE OpenFileMappingW(DWORD access, BOOL inherit, LPCWSTR name);
+// The view of shared memory is a whole number of 4096-byte pages, zero past the block's size;
+// a read-only view of a file ends where the file ended when it was mapped, rounded up likewise.
+LPVOID MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, SIZE_T bytes);
+BOOL UnmapViewOfFile(LPCVOID view);
+
+struct MEMORY_BASIC_INFORMATION {
+    PVOID BaseAddress;
+    PVOID AllocationBase;
+    DWORD AllocationProtect;
+    SIZE_T RegionSize;
+    DWORD State;
+    DWORD Protect;
+    DWORD Type;
+};
+// For views of file mappings alone; BaseAddress, AllocationBase and RegionSize are filled.
+SIZE_T VirtualQuery(LPCVOID address, MEMORY_BASIC_INFORMATION* information, SIZE_T bytes);
+
+// ---- Profiles (INI files); a bare file name lies in the Windows folder ----
+DWORD GetPrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR fallback, LPWSTR value,
+                               DWORD characters, LPCWSTR file);
+UINT GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT fallback, LPCWSTR file);
+BOOL WritePrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR value, LPCWSTR file);
+
+// ---- Modules ----
+HMODULE LoadLibraryW(LPCWSTR name);
+BOOL FreeLibrary(HMODULE module);
+FARPROC GetProcAddress(HMODULE module, LPCSTR name);
+DWORD GetModuleFileNameW(HMODULE module, LPWSTR path, DWORD characters);
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved);
+constexpr DWORD DLL_PROCESS_DETACH = 0;
+constexpr DWORD DLL_PROCESS_ATTACH = 1;
+constexpr DWORD DLL_THREAD_ATTACH = 2;
+constexpr DWORD DLL_THREAD_DETACH = 3;
+
+// ---- Critical sections ----
+// As large as the published record; the machine keeps its own lock behind `DebugInfo`.
+struct CRITICAL_SECTION {
+    PVOID DebugInfo;
+    LONG LockCount;
+    LONG RecursionCount;
+    HANDLE OwningThread;
+    HANDLE LockSemaphore;
+    ULONG_PTR SpinCount;
+};
+void InitializeCriticalSection(CRITICAL_SECTION* section);
+void EnterCriticalSection(CRITICAL_SECTION* section);
+void LeaveCriticalSection(CRITICAL_SECTION* section);
+void DeleteCriticalSection(CRITICAL_SECTION* section);
+
+// ---- Text ----
+constexpr UINT CP_ACP = 0;
+UINT GetACP();
+int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR source, int sourceBytes,
+                        LPWSTR target, int targetCharacters);
+int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int sourceCharacters,
+                        LPSTR target, int targetBytes, LPCSTR unmappable, BOOL* usedUnmappable);
+int lstrlenW(LPCWSTR text);
+int lstrlenA(LPCSTR text);
+int lstrcmpiW(LPCWSTR left, LPCWSTR right);
+int lstrcmpiA(LPCSTR left, LPCSTR right);

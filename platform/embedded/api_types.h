@@ -1,0 +1,109 @@
+#pragma once
+
+// The basic types of the published Windows interface, as wide as they are on 64-bit Windows
+// whatever the host compiler's own `long` and `wchar_t` are.
+
+#include <cstddef>
+#include <cstdint>
+
+using BOOL = int;
+using BYTE = uint8_t;
+using CHAR = char;
+using WCHAR = char16_t;
+using WORD = uint16_t;
+using DWORD = uint32_t;
+using INT = int;
+using UINT = unsigned;
+using LONG = int32_t;
+using ULONG = uint32_t;
+using SHORT = int16_t;
+using USHORT = uint16_t;
+using LONGLONG = int64_t;
+using ULONGLONG = uint64_t;
+using INT_PTR = intptr_t;
+using UINT_PTR = uintptr_t;
+using LONG_PTR = intptr_t;
+using ULONG_PTR = uintptr_t;
+using DWORD_PTR = uintptr_t;
+using SIZE_T = size_t;
+using ATOM = WORD;
+using WPARAM = UINT_PTR;
+using LPARAM = LONG_PTR;
+using LRESULT = LONG_PTR;
+using HRESULT = LONG;
+using LSTATUS = LONG;
+using LCID = DWORD;
+using LANGID = WORD;
+using LCTYPE = DWORD;
+using COLORREF = DWORD;
+
+using PVOID = void*;
+using LPVOID = void*;
+using LPCVOID = const void*;
+using LPSTR = char*;
+using LPCSTR = const char*;
+using LPWSTR = WCHAR*;
+using PWSTR = WCHAR*;
+using LPCWSTR = const WCHAR*;
+using LPBYTE = BYTE*;
+using PBYTE = BYTE*;
+using LPDWORD = DWORD*;
+using PDWORD = DWORD*;
+using PULONG = ULONG*;
+
+using HANDLE = void*;
+using HLOCAL = void*;
+using HGLOBAL = void*;
+
+// Handles that the published headers keep apart from each other are apart here too.
+#define EMBEDDED_HANDLE(name)                                                                      \
+    struct name##__;                                                                               \
+    using name = name##__*
+EMBEDDED_HANDLE(HINSTANCE);
+EMBEDDED_HANDLE(HWND);
+EMBEDDED_HANDLE(HDC);
+EMBEDDED_HANDLE(HKEY);
+EMBEDDED_HANDLE(HRSRC);
+#undef EMBEDDED_HANDLE
+using HMODULE = HINSTANCE;
+using FARPROC = INT_PTR (*)();
+
+#define TEXT(literal) u##literal
+#define WINAPI
+#define APIENTRY
+#define CALLBACK
+
+constexpr BOOL TRUE = 1;
+constexpr BOOL FALSE = 0;
+constexpr DWORD MAX_PATH = 260;
+
+constexpr WORD LOWORD(DWORD_PTR value) { return static_cast<WORD>(value); }
+constexpr WORD HIWORD(DWORD_PTR value) { return static_cast<WORD>(value >> 16); }
+constexpr BYTE LOBYTE(DWORD_PTR value) { return static_cast<BYTE>(value); }
+constexpr BYTE HIBYTE(DWORD_PTR value) { return static_cast<BYTE>(value >> 8); }
+
+struct POINTL {
+    LONG x;
+    LONG y;
+};
+struct RECTL {
+    LONG left;
+    LONG top;
+    LONG right;
+    LONG bottom;
+};
+struct SIZE {
+    LONG cx;
+    LONG cy;
+};
+using SIZEL = SIZE;
+struct SYSTEMTIME {
+    WORD wYear;
+    WORD wMonth;
+    WORD wDayOfWeek;
+    WORD wDay;
+    WORD wHour;
+    WORD wMinute;
+    WORD wSecond;
+    WORD wMilliseconds;
+};

@@ -1,0 +1,165 @@
+#include "platform/embedded/machine.h"
+
+#include <cstdlib>
+#include <iostream>
+
+#include "platform/embedded/files.h"
+#include "platform/embedded/modules.h"
+#include "platform/embedded/profiles.h"
+
+namespace embedded {
+
+namespace {
+
+std::atomic<Machine*> current = nullptr;
+
+std::filesystem::path MakeTemporaryFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "ksfax-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        throw std::filesystem::filesystem_error(
+            "cannot make a folder for drive C:", name,
+            std::error_code(errno, std::generic_category()));
+    }
+    return name;
+}
+
+}  // namespace
+
+std::atomic<bool> CallSite::armed = false;
+
+CallSite::CallSite(const char* name) : name_(name) {}
+
+bool CallSite::Strike() { return Machine::Current().faults.Strike(name_); }
+
+void Faults::Arm() {
+    names_.clear();
+    name_.clear();
+    seen_ = 0;
+    struck_ = false;
+    CallSite::armed = true;
+}
+
+void Faults::FailNthCall(unsigned n, bool andAllLater) {
+    std::lock_guard lock(mutex_);
+    Arm();
+    nth_ = n;
+    andAllLater_ = andAllLater;
+}
+
+void Faults::FailCall(std::string name, unsigned n, bool andAllLater) {
+    std::lock_guard lock(mutex_);
+    Arm();
+    name_ = std::move(name);
+    nth_ = n;
+    andAllLater_ = andAllLater;
+}
+
+void Faults::Count() {
+    std::lock_guard lock(mutex_);
+    Arm();
+    nth_ = 0;
+    andAllLater_ = false;
+}
+
+void Faults::Clear() {
+    std::lock_guard lock(mutex_);
+    Arm();
+    nth_ = 0;
+    CallSite::armed = false;
+}
+
+unsigned Faults::calls() const {
+    std::lock_guard lock(mutex_);
+    return static_cast<unsigned>(names_.size());
+}
+
+std::vector<std::string> Faults::names() const {
+    std::lock_guard lock(mutex_);
+    return names_;
+}
+
+bool Faults::struck() const {
+    std::lock_guard lock(mutex_);
+    return struck_;
+}
+
+bool Faults::Strike(const char* name) {
+    std::lock_guard lock(mutex_);
+    names_.emplace_back(name);
+    if (nth_ == 0 || (!name_.empty() && name_ != name)) {
+        return false;
+    }
+    ++seen_;
+    const bool strikes = seen_ == nth_ || (andAllLater_ && seen_ > nth_);
+    struck_ = struck_ || strikes;
+    return strikes;
+}
+
+HANDLE HandleTable::Insert(std::shared_ptr<Object> object) {
+    std::lock_guard lock(mutex_);
+    slots_.push_back(std::move(object));
+    // Windows hands out multiples of four, none of them 0.
+    return reinterpret_cast<HANDLE>(slots_.size() * 4);
+}
+
+std::shared_ptr<Object> HandleTable::Find(HANDLE handle) const {
+    const auto value = reinterpret_cast<uintptr_t>(handle);
+    std::lock_guard lock(mutex_);
+    if (value % 4 != 0 || value == 0 || value / 4 > slots_.size()) {
+        return nullptr;
+    }
+    return slots_[value / 4 - 1];
+}
+
+bool HandleTable::Close(HANDLE handle) {
+    std::shared_ptr<Object> closed = Find(handle);
+    if (!closed) {
+        return false;
+    }
+    std::lock_guard lock(mutex_);
+    // The object goes with `closed`, outside the table's lock.
+    slots_[reinterpret_cast<uintptr_t>(handle) / 4 - 1].reset();
+    return true;
+}
+
+Machine::Machine(MachineSetup setup) : setup_(std::move(setup)) {
+    if (current != nullptr) {
+        std::cerr << "only one embedded machine can run at a time\n";
+        std::abort();
+    }
+    ownsDriveC_ = setup_.driveC.empty();
+    driveC_ = ownsDriveC_ ? MakeTemporaryFolder() : std::filesystem::absolute(setup_.driveC);
+    std::filesystem::create_directories(driveC_ / "Windows");
+    files_ = std::make_unique<FileSystem>(*this);
+    profiles_ = std::make_unique<Profiles>(*this);
+    modules_ = std::make_unique<Modules>(*this);
+    current = this;
+}
+
+Machine::~Machine() {
+    faults.Clear();
+    current = nullptr;
+    if (ownsDriveC_) {
+        std::error_code ignored;
+        std::filesystem::remove_all(driveC_, ignored);
+    }
+}
+
+Machine& Machine::Current() {
+    Machine* machine = current;
+    if (machine == nullptr) {
+        std::cerr << "a Windows call was made while no embedded machine was running\n";
+        std::abort();
+    }
+    return *machine;
+}
+
+Leaks Machine::OpenNow() const {
+    return {.handles = handles.CountOpen(),
+            .views = views,
+            .globalBlocks = globalBlocks,
+            .heaps = heaps,
+            .modules = modules_->CountLoaded()};
+}
+
+}  // namespace embedded

@@ -1,0 +1,174 @@
+#pragma once
+
+// The embedded machine: the Windows that the driver finds on the host. A test or ksfax makes
+// one, fills it, runs driver code, and looks into it. One machine lives at a time; every call
+// of windows_api.h, on any thread, goes to it.
+//
+// This header is the machine's control surface and its common ground (faults, handles,
+// counters). Each subsystem has a class in a header of its own (files.h, profiles.h,
+// modules.h, spooler.h ...) that the machine owns.
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/embedded/api_types.h"
+
+namespace embedded {
+
+class FileSystem;
+class Profiles;
+class Modules;
+class Spooler;
+class Texts;
+
+// One place in the machine that a published call enters by. Counts the calls and asks the fault
+// plan whether this one fails. Used as a function's static local:
+//
+//     static CallSite call("GlobalAlloc");
+//     if (call.Fails()) { SetLastError(...); return nullptr; }
+class CallSite {
+  public:
+    explicit CallSite(const char* name);
+    bool Fails() { return armed.load(std::memory_order_relaxed) && Strike(); }
+
+    // True while a machine counts calls or has a fault planned.
+    static std::atomic<bool> armed;
+
+  private:
+    bool Strike();
+    const char* name_;
+};
+
+// What the machine is told to fail, and what it counts. Calls are counted only while armed: from
+// the first Count() or Fail...() to Clear().
+class Faults {
+  public:
+    // The n-th call from now on, whichever it is, counted from 1.
+    void FailNthCall(unsigned n, bool andAllLater = false);
+    // The n-th call of that published name from now on, such as "GlobalAlloc".
+    void FailCall(std::string name, unsigned n = 1, bool andAllLater = false);
+    void Count();
+    void Clear();
+
+    // Since the last of the above: how many calls came, and their names in order.
+    unsigned calls() const;
+    std::vector<std::string> names() const;
+    // Whether a planned fault has happened.
+    bool struck() const;
+
+  private:
+    friend class CallSite;
+    bool Strike(const char* name);
+    void Arm();
+
+    mutable std::mutex mutex_;
+    std::vector<std::string> names_;
+    std::string name_;
+    unsigned nth_ = 0;
+    unsigned seen_ = 0;
+    bool andAllLater_ = false;
+    bool struck_ = false;
+};
+
+// Anything that a HANDLE names. Its subclass is the handle's kind.
+struct Object {
+    virtual ~Object() = default;
+};
+
+// The machine's handles. A value is never used again while the machine lives, so a stale one
+// fails with ERROR_INVALID_HANDLE. Values fit in 32 bits, as on Windows.
+class HandleTable {
+  public:
+    HANDLE Insert(std::shared_ptr<Object> object);
+    // Null unless the handle is open and names a `Kind`.
+    template <typename Kind>
+    std::shared_ptr<Kind> Get(HANDLE handle) const {
+        return std::dynamic_pointer_cast<Kind>(Find(handle));
+    }
+    // False for a handle that is not open.
+    bool Close(HANDLE handle);
+    template <typename Kind>
+    unsigned CountOpen() const {
+        unsigned count = 0;
+        std::lock_guard lock(mutex_);
+        for (const auto& slot : slots_) {
+            count += dynamic_cast<Kind*>(slot.get()) != nullptr;
+        }
+        return count;
+    }
+    unsigned CountOpen() const { return CountOpen<Object>(); }
+
+  private:
+    std::shared_ptr<Object> Find(HANDLE handle) const;
+
+    mutable std::mutex mutex_;
+    std::vector<std::shared_ptr<Object>> slots_;
+};
+
+struct MessageBoxShown {
+    std::u16string caption;
+    std::u16string text;
+    UINT type;
+};
+
+// What has been taken from the machine and not given back.
+struct Leaks {
+    unsigned handles = 0;
+    unsigned views = 0;
+    unsigned globalBlocks = 0;
+    unsigned heaps = 0;
+    unsigned modules = 0;
+
+    bool operator==(const Leaks&) const = default;
+};
+
+struct MachineSetup {
+    // Drive C:, made when missing, with a folder Windows. Empty: a new folder that goes when
+    // the machine goes. Drive Z: is the host's root.
+    std::filesystem::path driveC;
+    UINT codePage = 1252;  // 1252 or 932
+    UINT country = 1;      // international dialling code
+};
+
+class Machine {
+  public:
+    explicit Machine(MachineSetup setup = {});
+    ~Machine();
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+
+    // The machine that is running; there must be one.
+    static Machine& Current();
+
+    const std::filesystem::path& driveC() const { return driveC_; }
+    const MachineSetup& setup() const { return setup_; }
+
+    // Handles, views, blocks, heaps and loaded modules outstanding now.
+    Leaks OpenNow() const;
+
+    Faults faults;
+    HandleTable handles;
+    std::vector<MessageBoxShown> messageBoxes;
+    std::atomic<unsigned> globalBlocks = 0;
+    std::atomic<unsigned> views = 0;
+    std::atomic<unsigned> heaps = 0;
+
+    FileSystem& files() { return *files_; }
+    Profiles& profiles() { return *profiles_; }
+    Modules& modules() { return *modules_; }
+
+  private:
+    MachineSetup setup_;
+    std::filesystem::path driveC_;
+    bool ownsDriveC_ = false;
+    std::unique_ptr<FileSystem> files_;
+    std::unique_ptr<Profiles> profiles_;
+    std::unique_ptr<Modules> modules_;
+};
+
+}  // namespace embedded

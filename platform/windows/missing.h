@@ -1,0 +1,3 @@
+#pragma once
+
+// Published constants and records that the installed Windows headers lack.

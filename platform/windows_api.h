@@ -1,0 +1,24 @@
+#pragma once
+
+// The one road from driver code to Windows. On Windows these are the published headers; on the
+// host the embedded machine declares the same names with the same layouts. Driver code calls
+// the W or A function by its name and writes wide literals as TEXT("..."), which are 16 bits
+// wide in both homes.
+
+#ifdef _WIN32
+#include <windows.h>
+// Needs windows.h before it.
+#include <winspool.h>
+// Need both.
+#include <compstui.h>
+#include <prsht.h>
+#include <winddiui.h>
+
+#include "platform/windows/missing.h"
+#else
+#include "platform/embedded/api_types.h"
+// The rest builds on the types.
+#include "platform/embedded/api_driver_model.h"
+#include "platform/embedded/api_kernel.h"
+#include "platform/embedded/api_user.h"
+#endif
