@@ -20,5 +20,6 @@
 // The rest builds on the types.
 #include "platform/embedded/api_driver_model.h"
 #include "platform/embedded/api_kernel.h"
+#include "platform/embedded/api_spooler.h"
 #include "platform/embedded/api_user.h"
 #endif

@@ -140,12 +140,22 @@ void LeaveCriticalSection(CRITICAL_SECTION* section);
 void DeleteCriticalSection(CRITICAL_SECTION* section);
 
 // ---- Text ----
+// Code pages 1252 and 932, flags 0. A character that the code page lacks becomes `unmappable`, by
+// default '?': there is no best fit. The comparisons fold letter case one character to one and
+// compare numbers, so equality is as published and the order is not a dictionary's.
 constexpr UINT CP_ACP = 0;
 UINT GetACP();
-int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR source, int sourceBytes,
-                        LPWSTR target, int targetCharacters);
+int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR source, int sourceBytes, LPWSTR target,
+                        int targetCharacters);
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int sourceCharacters,
                         LPSTR target, int targetBytes, LPCSTR unmappable, BOOL* usedUnmappable);
+// The native conversions of the ANSI code page. All counts are in bytes. They fill what there is
+// room for, store no terminator of their own, never half a double-byte character, and succeed.
+constexpr NTSTATUS STATUS_SUCCESS = 0;
+NTSTATUS RtlMultiByteToUnicodeN(PWSTR target, ULONG targetBytes, PULONG resultBytes, LPCSTR source,
+                                ULONG sourceBytes);
+NTSTATUS RtlUnicodeToMultiByteN(LPSTR target, ULONG targetBytes, PULONG resultBytes, LPCWSTR source,
+                                ULONG sourceBytes);
 int lstrlenW(LPCWSTR text);
 int lstrlenA(LPCSTR text);
 int lstrcmpiW(LPCWSTR left, LPCWSTR right);

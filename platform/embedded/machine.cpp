@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "platform/embedded/api_kernel.h"
 #include "platform/embedded/files.h"
 #include "platform/embedded/modules.h"
 #include "platform/embedded/profiles.h"
@@ -12,6 +13,8 @@ namespace embedded {
 namespace {
 
 std::atomic<Machine*> current = nullptr;
+
+thread_local DWORD lastError = ERROR_SUCCESS;
 
 std::filesystem::path MakeTemporaryFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "ksfax-XXXXXX").string();
@@ -163,3 +166,11 @@ Leaks Machine::OpenNow() const {
 }
 
 }  // namespace embedded
+
+DWORD GetLastError() {
+    return embedded::lastError;
+}
+
+void SetLastError(DWORD code) {
+    embedded::lastError = code;
+}

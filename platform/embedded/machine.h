@@ -130,7 +130,7 @@ struct Leaks {
 struct MachineSetup {
     // Drive C:, made when missing, with a folder Windows. Empty: a new folder that goes when
     // the machine goes. Drive Z: is the host's root.
-    std::filesystem::path driveC;
+    std::filesystem::path driveC = {};
     UINT codePage = 1252;  // 1252 or 932
     UINT country = 1;      // international dialling code
 };

@@ -1,0 +1,156 @@
+#include "platform/embedded/memory.h"
+
+#include <cstdlib>
+#include <iostream>
+#include <thread>
+
+#include "platform/embedded/machine.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define EMBEDDED_ASAN
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define EMBEDDED_ASAN
+#endif
+#endif
+#ifdef EMBEDDED_ASAN
+#include <sanitizer/asan_interface.h>
+#else
+#define ASAN_POISON_MEMORY_REGION(address, size) ((void)(address), (void)(size))
+#define ASAN_UNPOISON_MEMORY_REGION(address, size) ((void)(address), (void)(size))
+#endif
+
+namespace embedded {
+namespace {
+
+// Stands in front of each block. 16 bytes keep the block aligned as malloc aligns; the block
+// ends where the malloc'd one ends, so that AddressSanitizer sees an overrun by one byte, and
+// the header is poisoned while the block is out, so that it sees an underrun too.
+struct alignas(16) BlockHeader {
+    SIZE_T bytes;
+};
+static_assert(sizeof(BlockHeader) == 16);
+
+// As on a machine whose memory is used up. Far above anything the driver has reason to ask for,
+// far below what would trouble the host.
+constexpr SIZE_T kLargestBlock = SIZE_T{1} << 30;
+
+void* AllocateBlock(SIZE_T bytes, bool zeroed) {
+    if (bytes > kLargestBlock) {
+        return nullptr;
+    }
+    const SIZE_T whole = sizeof(BlockHeader) + bytes;
+    void* memory = zeroed ? calloc(1, whole) : malloc(whole);
+    if (memory == nullptr) {
+        return nullptr;
+    }
+    auto* header = static_cast<BlockHeader*>(memory);
+    header->bytes = bytes;
+    ASAN_POISON_MEMORY_REGION(header, sizeof(BlockHeader));
+    return header + 1;
+}
+
+BlockHeader* HeaderOf(void* block) {
+    BlockHeader* header = static_cast<BlockHeader*>(block) - 1;
+    ASAN_UNPOISON_MEMORY_REGION(header, sizeof(BlockHeader));
+    return header;
+}
+
+// What CRITICAL_SECTION::DebugInfo points at.
+struct Lock {
+    std::recursive_mutex mutex;
+    std::atomic<std::thread::id> holder;
+    unsigned depth = 0;  // guarded by the mutex
+};
+
+Lock& LockOf(const CRITICAL_SECTION* section, const char* call) {
+    if (section->DebugInfo == nullptr) {
+        // Windows would crash or hang here; a clear end is kinder to whoever looks for the cause.
+        std::cerr << call << ": the critical section is not initialised\n";
+        std::abort();
+    }
+    return *static_cast<Lock*>(section->DebugInfo);
+}
+
+}  // namespace
+
+bool IsHeldByAnyone(const CRITICAL_SECTION& section) {
+    const Lock* lock = static_cast<const Lock*>(section.DebugInfo);
+    return lock != nullptr && lock->holder.load() != std::thread::id();
+}
+
+bool IsHeldByThisThread(const CRITICAL_SECTION& section) {
+    const Lock* lock = static_cast<const Lock*>(section.DebugInfo);
+    return lock != nullptr && lock->holder.load() == std::this_thread::get_id();
+}
+
+}  // namespace embedded
+
+using namespace embedded;
+
+// ---- Global memory ----
+
+HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
+    static CallSite call("GlobalAlloc");
+    if ((flags & ~GMEM_ZEROINIT) != 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    void* block = call.Fails() ? nullptr : AllocateBlock(bytes, (flags & GMEM_ZEROINIT) != 0);
+    if (block == nullptr) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    Machine::Current().globalBlocks.fetch_add(1, std::memory_order_relaxed);
+    return block;
+}
+
+HGLOBAL GlobalFree(HGLOBAL memory) {
+    if (memory != nullptr) {
+        free(HeaderOf(memory));
+        Machine::Current().globalBlocks.fetch_sub(1, std::memory_order_relaxed);
+    }
+    return nullptr;
+}
+
+SIZE_T GlobalSize(HGLOBAL memory) {
+    if (memory == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return 0;
+    }
+    BlockHeader* header = HeaderOf(memory);
+    const SIZE_T bytes = header->bytes;
+    ASAN_POISON_MEMORY_REGION(header, sizeof(BlockHeader));
+    return bytes;
+}
+
+// ---- Critical sections ----
+
+void InitializeCriticalSection(CRITICAL_SECTION* section) {
+    *section = {};
+    section->DebugInfo = new Lock;
+}
+
+void EnterCriticalSection(CRITICAL_SECTION* section) {
+    Lock& lock = LockOf(section, "EnterCriticalSection");
+    lock.mutex.lock();
+    ++lock.depth;
+    lock.holder = std::this_thread::get_id();
+}
+
+void LeaveCriticalSection(CRITICAL_SECTION* section) {
+    Lock& lock = LockOf(section, "LeaveCriticalSection");
+    if (lock.holder.load() != std::this_thread::get_id()) {
+        std::cerr << "LeaveCriticalSection: this thread does not hold the critical section\n";
+        std::abort();
+    }
+    if (--lock.depth == 0) {
+        lock.holder = std::thread::id();
+    }
+    lock.mutex.unlock();
+}
+
+void DeleteCriticalSection(CRITICAL_SECTION* section) {
+    delete &LockOf(section, "DeleteCriticalSection");
+    *section = {};
+}
