@@ -19,6 +19,7 @@
 #include "platform/embedded/api_types.h"
 // The rest builds on the types.
 #include "platform/embedded/api_driver_model.h"
+#include "platform/embedded/api_gdi.h"
 #include "platform/embedded/api_kernel.h"
 #include "platform/embedded/api_spooler.h"
 #include "platform/embedded/api_user.h"

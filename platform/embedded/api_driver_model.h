@@ -71,3 +71,94 @@ struct DOCEVENT_CREATEDCPRE {
     PDEVMODEW pdm;
     BOOL bIC;
 };
+
+// dmFields bits.
+constexpr DWORD DM_ORIENTATION = 0x00000001;
+constexpr DWORD DM_PAPERSIZE = 0x00000002;
+constexpr DWORD DM_PAPERLENGTH = 0x00000004;
+constexpr DWORD DM_PAPERWIDTH = 0x00000008;
+constexpr DWORD DM_SCALE = 0x00000010;
+constexpr DWORD DM_COPIES = 0x00000100;
+constexpr DWORD DM_DEFAULTSOURCE = 0x00000200;
+constexpr DWORD DM_PRINTQUALITY = 0x00000400;
+constexpr DWORD DM_COLOR = 0x00000800;
+constexpr DWORD DM_DUPLEX = 0x00001000;
+constexpr DWORD DM_YRESOLUTION = 0x00002000;
+constexpr DWORD DM_TTOPTION = 0x00004000;
+constexpr DWORD DM_COLLATE = 0x00008000;
+constexpr DWORD DM_FORMNAME = 0x00010000;
+
+constexpr short DMORIENT_PORTRAIT = 1;
+constexpr short DMORIENT_LANDSCAPE = 2;
+constexpr short DMPAPER_LETTER = 1;
+constexpr short DMPAPER_EXECUTIVE = 7;
+constexpr short DMPAPER_A4 = 9;
+constexpr short DMPAPER_ENV_B5 = 34;
+constexpr short DMPAPER_USER = 256;
+constexpr short DMBIN_MANUAL = 4;
+constexpr short DMBIN_ENVMANUAL = 6;
+constexpr short DMBIN_AUTO = 7;
+constexpr short DMBIN_FORMSOURCE = 15;
+constexpr short DMCOLOR_MONOCHROME = 1;
+constexpr short DMDUP_SIMPLEX = 1;
+constexpr short DMTT_BITMAP = 1;
+constexpr short DMCOLLATE_FALSE = 0;
+constexpr short DMCOLLATE_TRUE = 1;
+
+// ---- Conversion of job settings ----
+constexpr DWORD CDM_CONVERT = 1;
+constexpr DWORD CDM_CONVERT351 = 2;
+constexpr DWORD CDM_DRIVER_DEFAULT = 4;
+
+extern "C" BOOL WINAPI DrvConvertDevMode(LPWSTR printerName, PDEVMODEW input, PDEVMODEW output,
+                                         LONG* bytes, DWORD mode);
+
+// ---- Device capabilities ----
+constexpr WORD DC_FIELDS = 1;
+constexpr WORD DC_PAPERS = 2;
+constexpr WORD DC_PAPERSIZE = 3;
+constexpr WORD DC_MINEXTENT = 4;
+constexpr WORD DC_MAXEXTENT = 5;
+constexpr WORD DC_BINS = 6;
+constexpr WORD DC_DUPLEX = 7;
+constexpr WORD DC_SIZE = 8;
+constexpr WORD DC_EXTRA = 9;
+constexpr WORD DC_VERSION = 10;
+constexpr WORD DC_DRIVER = 11;
+constexpr WORD DC_BINNAMES = 12;
+constexpr WORD DC_ENUMRESOLUTIONS = 13;
+constexpr WORD DC_FILEDEPENDENCIES = 14;
+constexpr WORD DC_TRUETYPE = 15;
+constexpr WORD DC_PAPERNAMES = 16;
+constexpr WORD DC_ORIENTATION = 17;
+constexpr WORD DC_COPIES = 18;
+constexpr WORD DC_BINADJUST = 19;
+constexpr WORD DC_COLLATE = 22;
+constexpr WORD DC_PRINTRATE = 26;
+constexpr WORD DC_PRINTRATEUNIT = 27;
+constexpr WORD DC_MEDIAREADY = 29;
+constexpr WORD DC_STAPLE = 30;
+constexpr WORD DC_PRINTRATEPPM = 31;
+constexpr WORD DC_COLORDEVICE = 32;
+constexpr DWORD DCBA_FACEDOWNCENTER = 0x0101;
+constexpr DWORD PRINTRATEUNIT_PPM = 1;
+constexpr DWORD GDI_ERROR = 0xFFFFFFFF;
+
+extern "C" DWORD WINAPI DrvDeviceCapabilities(HANDLE printer, LPWSTR deviceName, WORD index,
+                                              PVOID output, PDEVMODEW settings);
+
+// ---- The spooler's question whether a job can print ----
+struct DEVQUERYPRINT_INFO {
+    WORD cbSize;
+    WORD Level;
+    HANDLE hPrinter;
+    DEVMODEW* pDevMode;
+    LPWSTR pszErrorStr;
+    DWORD cchErrorStr;
+    DWORD cchNeeded;
+};
+using PDEVQUERYPRINT_INFO = DEVQUERYPRINT_INFO*;
+static_assert(sizeof(DEVQUERYPRINT_INFO) == 40);
+static_assert(offsetof(DEVQUERYPRINT_INFO, cchErrorStr) == 32);
+
+extern "C" BOOL WINAPI DevQueryPrintEx(PDEVQUERYPRINT_INFO query);

@@ -78,10 +78,18 @@ constexpr BOOL TRUE = 1;
 constexpr BOOL FALSE = 0;
 constexpr DWORD MAX_PATH = 260;
 
-constexpr WORD LOWORD(DWORD_PTR value) { return static_cast<WORD>(value); }
-constexpr WORD HIWORD(DWORD_PTR value) { return static_cast<WORD>(value >> 16); }
-constexpr BYTE LOBYTE(DWORD_PTR value) { return static_cast<BYTE>(value); }
-constexpr BYTE HIBYTE(DWORD_PTR value) { return static_cast<BYTE>(value >> 8); }
+constexpr WORD LOWORD(DWORD_PTR value) {
+    return static_cast<WORD>(value);
+}
+constexpr WORD HIWORD(DWORD_PTR value) {
+    return static_cast<WORD>(value >> 16);
+}
+constexpr BYTE LOBYTE(DWORD_PTR value) {
+    return static_cast<BYTE>(value);
+}
+constexpr BYTE HIBYTE(DWORD_PTR value) {
+    return static_cast<BYTE>(value >> 8);
+}
 
 struct POINTL {
     LONG x;

@@ -1,3 +1,65 @@
 #pragma once
 
 // Published constants and records that the installed Windows headers lack.
+
+// ---- Halftone information; numbers are ten-thousandths ----
+constexpr DWORD HT_FLAG_HAS_BLACK_DYE = 0x00000002;
+
+struct CIECHROMA {
+    LONG x;
+    LONG y;
+    LONG Y;
+};
+struct COLORINFO {
+    CIECHROMA Red;
+    CIECHROMA Green;
+    CIECHROMA Blue;
+    CIECHROMA Cyan;
+    CIECHROMA Magenta;
+    CIECHROMA Yellow;
+    CIECHROMA AlignmentWhite;
+    LONG RedGamma;
+    LONG GreenGamma;
+    LONG BlueGamma;
+    LONG MagentaInCyanDye;
+    LONG YellowInCyanDye;
+    LONG CyanInMagentaDye;
+    LONG YellowInMagentaDye;
+    LONG CyanInYellowDye;
+    LONG MagentaInYellowDye;
+};
+static_assert(sizeof(COLORINFO) == 120);
+struct DEVHTINFO {
+    DWORD HTFlags;
+    DWORD HTPatternSize;
+    DWORD DevPelsDPI;
+    COLORINFO ColorInfo;
+};
+static_assert(sizeof(DEVHTINFO) == 132);
+
+// ---- Conversion of job settings ----
+constexpr DWORD CDM_CONVERT = 1;
+constexpr DWORD CDM_CONVERT351 = 2;
+constexpr DWORD CDM_DRIVER_DEFAULT = 4;
+
+extern "C" BOOL WINAPI DrvConvertDevMode(LPWSTR printerName, PDEVMODEW input, PDEVMODEW output,
+                                         LONG* bytes, DWORD mode);
+
+// ---- Device capabilities ----
+extern "C" DWORD WINAPI DrvDeviceCapabilities(HANDLE printer, LPWSTR deviceName, WORD index,
+                                              PVOID output, PDEVMODEW settings);
+
+// ---- The spooler's question whether a job can print ----
+struct DEVQUERYPRINT_INFO {
+    WORD cbSize;
+    WORD Level;
+    HANDLE hPrinter;
+    DEVMODEW* pDevMode;
+    LPWSTR pszErrorStr;
+    DWORD cchErrorStr;
+    DWORD cchNeeded;
+};
+using PDEVQUERYPRINT_INFO = DEVQUERYPRINT_INFO*;
+static_assert(sizeof(DEVQUERYPRINT_INFO) == 40);
+
+extern "C" BOOL WINAPI DevQueryPrintEx(PDEVQUERYPRINT_INFO query);
