@@ -78,4 +78,32 @@ struct ModuleTraits {
 };
 using LoadedModule = Owned<ModuleTraits>;
 
+// The function that a module exports by that name, null when it has none.
+template <typename Function>
+Function ExportOf(HMODULE module, LPCSTR name) {
+    // By way of the one function type that the compiler lets become any other.
+    return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
+}
+
+struct PrinterHandleTraits {
+    using Value = HANDLE;
+    static Value Invalid() { return nullptr; }
+    static void Free(Value value) { ClosePrinter(value); }
+};
+using PrinterHandle = Owned<PrinterHandleTraits>;
+
+struct HeapTraits {
+    using Value = HANDLE;
+    static Value Invalid() { return nullptr; }
+    static void Free(Value value) { HeapDestroy(value); }
+};
+using PrivateHeap = Owned<HeapTraits>;
+
+struct RegistryKeyTraits {
+    using Value = HKEY;
+    static Value Invalid() { return nullptr; }
+    static void Free(Value value) { RegCloseKey(value); }
+};
+using RegistryKey = Owned<RegistryKeyTraits>;
+
 }  // namespace platform

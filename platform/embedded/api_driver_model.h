@@ -13,6 +13,25 @@ constexpr int DOCUMENTEVENT_SUCCESS = 1;
 extern "C" int WINAPI DrvDocumentEvent(HANDLE printer, HDC context, int event, ULONG inputSize,
                                        PVOID input, ULONG outputSize, PVOID output);
 
+// ---- Printer events and driver upgrade ----
+constexpr INT PRINTER_EVENT_INITIALIZE = 3;
+constexpr INT PRINTER_EVENT_CACHE_REFRESH = 5;
+
+extern "C" BOOL WINAPI DrvPrinterEvent(LPWSTR printerName, INT event, DWORD flags,
+                                       LPARAM parameter);
+
+struct DRIVER_UPGRADE_INFO_1W {
+    LPWSTR pPrinterName;
+    LPWSTR pOldDriverDirectory;
+};
+static_assert(sizeof(DRIVER_UPGRADE_INFO_1W) == 16);
+
+extern "C" BOOL WINAPI DrvUpgradePrinter(DWORD level, LPBYTE information);
+
+// ---- Property sheets ----
+using PFNCOMPROPSHEET = LONG_PTR(CALLBACK*)(HANDLE sheet, UINT function, LPARAM first,
+                                            LPARAM second);
+
 // ---- Job settings ----
 constexpr int CCHDEVICENAME = 32;
 constexpr int CCHFORMNAME = 32;

@@ -40,6 +40,16 @@ HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes);
 HGLOBAL GlobalFree(HGLOBAL memory);
 SIZE_T GlobalSize(HGLOBAL memory);
 
+// ---- Private heaps ----
+constexpr DWORD HEAP_ZERO_MEMORY = 0x00000008;
+
+// Growable (`maximumBytes` 0), serialised (`options` 0).
+HANDLE HeapCreate(DWORD options, SIZE_T initialBytes, SIZE_T maximumBytes);
+// Null when memory runs out; sets no last error.
+LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes);
+// Frees everything that was allocated from it.
+BOOL HeapDestroy(HANDLE heap);
+
 // ---- Files ----
 inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1));
 constexpr DWORD GENERIC_READ = 0x80000000;
@@ -138,6 +148,20 @@ void InitializeCriticalSection(CRITICAL_SECTION* section);
 void EnterCriticalSection(CRITICAL_SECTION* section);
 void LeaveCriticalSection(CRITICAL_SECTION* section);
 void DeleteCriticalSection(CRITICAL_SECTION* section);
+
+// ---- Locale ----
+constexpr LCID LOCALE_USER_DEFAULT = 0x0400;
+constexpr LCTYPE LOCALE_ICOUNTRY = 5;
+
+// LOCALE_ICOUNTRY of LOCALE_USER_DEFAULT. Characters with the terminator; with `characters` 0 how
+// many are needed. 0 with ERROR_INSUFFICIENT_BUFFER when they do not fit.
+int GetLocaleInfoW(LCID locale, LCTYPE type, LPWSTR text, int characters);
+
+// ---- Names ----
+// *characters takes the room and gives the length without the terminator; with too little room
+// FALSE with ERROR_BUFFER_OVERFLOW, and the room needed with the terminator.
+constexpr DWORD ERROR_BUFFER_OVERFLOW = 111;
+BOOL GetComputerNameA(LPSTR name, DWORD* characters);
 
 // ---- Text ----
 // Code pages 1252 and 932, flags 0. A character that the code page lacks becomes `unmappable`, by

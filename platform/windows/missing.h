@@ -2,6 +2,15 @@
 
 // Published constants and records that the installed Windows headers lack.
 
+// ---- Driver upgrade ----
+struct DRIVER_UPGRADE_INFO_1W {
+    LPWSTR pPrinterName;
+    LPWSTR pOldDriverDirectory;
+};
+static_assert(sizeof(DRIVER_UPGRADE_INFO_1W) == 16);
+
+extern "C" BOOL WINAPI DrvUpgradePrinter(DWORD level, LPBYTE information);
+
 // ---- Halftone information; numbers are ten-thousandths ----
 constexpr DWORD HT_FLAG_HAS_BLACK_DYE = 0x00000002;
 

@@ -1,0 +1,30 @@
+#pragma once
+
+// The registry, and the name of the user whom it is for. The registry calls return the error code
+// itself.
+
+#include "platform/embedded/api_types.h"
+
+struct SECURITY_ATTRIBUTES;
+
+using REGSAM = DWORD;
+constexpr REGSAM KEY_ALL_ACCESS = 0x000F003F;
+inline const HKEY HKEY_CURRENT_USER =
+    reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(0x80000001)));
+inline const HKEY HKEY_LOCAL_MACHINE =
+    reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(0x80000002)));
+
+// Key names are found without regard to letter case, and may hold several levels. Options 0.
+LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM access, HKEY* opened);
+// Opens the key when it is there, and makes it and those above it when not; the class is kept with
+// a new key. Default security alone; `disposition` may be null.
+LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subkey, DWORD reserved, LPWSTR keyClass, DWORD options,
+                        REGSAM access, const SECURITY_ATTRIBUTES* security, HKEY* opened,
+                        DWORD* disposition);
+// ERROR_ACCESS_DENIED for a key that has subkeys.
+LSTATUS RegDeleteKeyW(HKEY key, LPCWSTR subkey);
+LSTATUS RegCloseKey(HKEY key);
+
+// *characters takes the room and gives the length, both with the terminator; with too little room
+// FALSE with ERROR_INSUFFICIENT_BUFFER.
+BOOL GetUserNameA(LPSTR name, DWORD* characters);
