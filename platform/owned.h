@@ -9,6 +9,13 @@
 
 namespace platform {
 
+// The address of an export as the function that it is known to be. Compilers warn of a direct
+// cast between function types; every function pointer can go through this one.
+template <typename Function>
+Function FunctionCast(FARPROC address) {
+    return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(address));
+}
+
 template <typename Traits>
 class Owned {
   public:
