@@ -7,6 +7,7 @@
 #include "platform/embedded/files.h"
 #include "platform/embedded/modules.h"
 #include "platform/embedded/profiles.h"
+#include "platform/embedded/spooler.h"
 
 namespace embedded {
 
@@ -136,6 +137,7 @@ Machine::Machine(MachineSetup setup) : setup_(std::move(setup)) {
     files_ = std::make_unique<FileSystem>(*this);
     profiles_ = std::make_unique<Profiles>(*this);
     modules_ = std::make_unique<Modules>(*this);
+    spooler_ = std::make_unique<Spooler>(*this);
     current = this;
 }
 

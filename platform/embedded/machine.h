@@ -161,6 +161,7 @@ class Machine {
     FileSystem& files() { return *files_; }
     Profiles& profiles() { return *profiles_; }
     Modules& modules() { return *modules_; }
+    Spooler& spooler() { return *spooler_; }
 
   private:
     MachineSetup setup_;
@@ -169,6 +170,7 @@ class Machine {
     std::unique_ptr<FileSystem> files_;
     std::unique_ptr<Profiles> profiles_;
     std::unique_ptr<Modules> modules_;
+    std::unique_ptr<Spooler> spooler_;
 };
 
 }  // namespace embedded

@@ -1,0 +1,129 @@
+#pragma once
+
+// The print spooler of the embedded machine: printers with their printer data, drivers and the
+// forms database. Tests and ksfax fill it and look into it through this class; driver code
+// calls api_spooler.h. Safe to use from any thread.
+//
+// An empty text of a printer or a driver reaches the driver as a null pointer.
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/embedded/api_spooler.h"
+#include "platform/embedded/machine.h"
+#include "platform/embedded/stored_values.h"
+
+namespace embedded {
+
+struct Printer {
+    std::u16string name;
+    std::u16string driverName;
+    std::u16string portName = u"FAX:";
+    std::u16string shareName = {};
+    std::u16string comment = {};
+    std::u16string location = {};
+    std::u16string printProcessor = u"WinPrint";
+    std::u16string dataType = u"RAW";
+    DWORD attributes = 0;
+    // The global default job settings record, of any size and content; empty for none.
+    std::vector<std::byte> defaultSettings = {};
+    StoredValues data = {};
+};
+
+struct Driver {
+    std::u16string name;
+    std::u16string dataFile = {};
+    std::u16string driverPath = {};
+    std::u16string configFile = {};
+    std::u16string helpFile = {};
+    std::u16string monitorName = {};
+    std::u16string defaultDataType = {};
+    std::u16string environment = u"Windows x64";
+    DWORD version = 3;
+};
+
+// Lengths in micrometres.
+struct Form {
+    std::u16string name;
+    DWORD flags = FORM_USER;
+    SIZEL size = {};
+    RECTL imageableArea = {};
+};
+// A form whose imageable area is the whole page.
+Form WholePageForm(std::u16string name, DWORD flags, LONG width, LONG height);
+
+class Spooler {
+  public:
+    // Holds the usual built-in forms, no printer and no driver.
+    explicit Spooler(Machine& machine);
+    ~Spooler();
+
+    // Each replaces one of the same name (letter case aside, forms exactly) in its place. A
+    // handle that is open on a removed printer fails with ERROR_INVALID_HANDLE.
+    void AddPrinter(Printer printer);
+    void RemovePrinter(std::u16string_view name);
+    std::vector<Printer> printers() const;
+    std::optional<Printer> FindPrinter(std::u16string_view name) const;
+
+    void AddDriver(Driver driver);
+    void RemoveDriver(std::u16string_view name);
+    std::vector<Driver> drivers() const;
+
+    // In the order in which EnumFormsW gives them.
+    std::vector<Form> forms() const;
+    void AddForm(Form form);
+    void RemoveAllForms();
+
+    // Printer data of an existing printer, past any access check.
+    std::optional<StoredValue> PrinterData(std::u16string_view printer,
+                                           std::u16string_view value) const;
+    void SetPrinterData(std::u16string_view printer, std::u16string_view value, StoredValue data);
+    void RemovePrinterData(std::u16string_view printer, std::u16string_view value);
+
+    // OpenPrinterW of that name fails with `error`; ERROR_SUCCESS lets it through again.
+    void RefuseOpen(std::u16string_view printer, DWORD error);
+    // When the user is no administrator, opening with PRINTER_ACCESS_ADMINISTER and changing
+    // forms fail with ERROR_ACCESS_DENIED.
+    void SetAdministrator(bool administrator);
+
+    // A spooler that lies: that call ("GetPrinterW", "GetPrinterDriverW", "EnumFormsW" ...)
+    // reports `bytes` as the size it needs. Handed that many when the truth is more, it fills
+    // them with zeros and reports success, so that a record is cut short and its pointers are
+    // null.
+    void ReportSize(std::string call, DWORD bytes);
+    void TellTheTruth();
+
+    // Whom the calling thread acts for. Every thread begins as a client, as when the spooler
+    // serves a remote call; RevertToPrinterSelf makes it the spooler itself.
+    bool ThreadActsForClient() const;
+
+    // Printers, printer data, drivers and forms. Load replaces all of them, or throws
+    // std::runtime_error or a nlohmann::json exception and changes nothing.
+    nlohmann::json Save() const;
+    void Load(const nlohmann::json& saved);
+
+  private:
+    friend struct SpoolerCalls;
+    struct Handle;
+
+    std::shared_ptr<Printer> Find(std::u16string_view name) const;
+
+    Machine& machine_;
+    mutable std::mutex mutex_;  // guards all below and what the printers point at
+    std::vector<std::shared_ptr<Printer>> printers_;
+    std::vector<Driver> drivers_;
+    std::vector<Form> forms_;
+    std::map<std::u16string, DWORD, LessIgnoringCase> refusals_;
+    bool administrator_ = true;
+    std::map<std::string, DWORD> lies_;
+    std::set<std::thread::id> reverted_;
+};
+
+}  // namespace embedded
