@@ -5,6 +5,7 @@
 #include "platform/embedded/api_types.h"
 
 constexpr UINT MB_OK = 0x00000000;
+constexpr int IDOK = 1;
 
 // Shows nothing: the machine records the message box (Machine::messageBoxes) and answers OK.
 int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);

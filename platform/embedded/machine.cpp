@@ -5,6 +5,7 @@
 
 #include "platform/embedded/api_kernel.h"
 #include "platform/embedded/files.h"
+#include "platform/embedded/mapping.h"
 #include "platform/embedded/modules.h"
 #include "platform/embedded/profiles.h"
 #include "platform/embedded/spooler.h"
@@ -20,9 +21,8 @@ thread_local DWORD lastError = ERROR_SUCCESS;
 std::filesystem::path MakeTemporaryFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "ksfax-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {
-        throw std::filesystem::filesystem_error(
-            "cannot make a folder for drive C:", name,
-            std::error_code(errno, std::generic_category()));
+        throw std::filesystem::filesystem_error("cannot make a folder for drive C:", name,
+                                                std::error_code(errno, std::generic_category()));
     }
     return name;
 }
@@ -31,9 +31,12 @@ std::filesystem::path MakeTemporaryFolder() {
 
 std::atomic<bool> CallSite::armed = false;
 
-CallSite::CallSite(const char* name) : name_(name) {}
+CallSite::CallSite(const char* name) : name_(name) {
+}
 
-bool CallSite::Strike() { return Machine::Current().faults.Strike(name_); }
+bool CallSite::Strike() {
+    return Machine::Current().faults.Strike(name_);
+}
 
 void Faults::Arm() {
     names_.clear();
@@ -101,29 +104,15 @@ bool Faults::Strike(const char* name) {
 
 HANDLE HandleTable::Insert(std::shared_ptr<Object> object) {
     std::lock_guard lock(mutex_);
-    slots_.push_back(std::move(object));
-    // Windows hands out multiples of four, none of them 0.
-    return reinterpret_cast<HANDLE>(slots_.size() * 4);
+    last_ += 4;  // Windows hands out multiples of four, none of them 0.
+    open_.emplace(last_, std::move(object));
+    return reinterpret_cast<HANDLE>(last_);
 }
 
 std::shared_ptr<Object> HandleTable::Find(HANDLE handle) const {
-    const auto value = reinterpret_cast<uintptr_t>(handle);
     std::lock_guard lock(mutex_);
-    if (value % 4 != 0 || value == 0 || value / 4 > slots_.size()) {
-        return nullptr;
-    }
-    return slots_[value / 4 - 1];
-}
-
-bool HandleTable::Close(HANDLE handle) {
-    std::shared_ptr<Object> closed = Find(handle);
-    if (!closed) {
-        return false;
-    }
-    std::lock_guard lock(mutex_);
-    // The object goes with `closed`, outside the table's lock.
-    slots_[reinterpret_cast<uintptr_t>(handle) / 4 - 1].reset();
-    return true;
+    const auto found = open_.find(Number(handle));
+    return found == open_.end() ? nullptr : found->second;
 }
 
 Machine::Machine(MachineSetup setup) : setup_(std::move(setup)) {
@@ -135,6 +124,7 @@ Machine::Machine(MachineSetup setup) : setup_(std::move(setup)) {
     driveC_ = ownsDriveC_ ? MakeTemporaryFolder() : std::filesystem::absolute(setup_.driveC);
     std::filesystem::create_directories(driveC_ / "Windows");
     files_ = std::make_unique<FileSystem>(*this);
+    mappings_ = std::make_unique<Mappings>(*this);
     profiles_ = std::make_unique<Profiles>(*this);
     modules_ = std::make_unique<Modules>(*this);
     spooler_ = std::make_unique<Spooler>(*this);
@@ -157,6 +147,11 @@ Machine& Machine::Current() {
         std::abort();
     }
     return *machine;
+}
+
+void Machine::ShowMessageBox(MessageBoxShown box) {
+    std::lock_guard lock(messageBoxesMutex_);
+    messageBoxes.push_back(std::move(box));
 }
 
 Leaks Machine::OpenNow() const {

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/embedded/api_types.h"
@@ -21,6 +22,7 @@
 namespace embedded {
 
 class FileSystem;
+class Mappings;
 class Profiles;
 class Modules;
 class Spooler;
@@ -80,6 +82,10 @@ struct Object {
     virtual ~Object() = default;
 };
 
+// What CloseHandle closes: files and file mappings. Printers and registry keys have their own
+// closing calls.
+struct KernelObject : Object {};
+
 // The machine's handles. A value is never used again while the machine lives, so a stale one
 // fails with ERROR_INVALID_HANDLE. Values fit in 32 bits, as on Windows.
 class HandleTable {
@@ -90,24 +96,37 @@ class HandleTable {
     std::shared_ptr<Kind> Get(HANDLE handle) const {
         return std::dynamic_pointer_cast<Kind>(Find(handle));
     }
-    // False for a handle that is not open.
-    bool Close(HANDLE handle);
+    // False for a handle that is not open or names no `Kind`.
+    template <typename Kind = Object>
+    bool Close(HANDLE handle) {
+        std::shared_ptr<Object> closed;  // goes outside the table's lock
+        std::lock_guard lock(mutex_);
+        const auto found = open_.find(Number(handle));
+        if (found == open_.end() || dynamic_cast<Kind*>(found->second.get()) == nullptr) {
+            return false;
+        }
+        closed = std::move(found->second);
+        open_.erase(found);
+        return true;
+    }
     template <typename Kind>
     unsigned CountOpen() const {
         unsigned count = 0;
         std::lock_guard lock(mutex_);
-        for (const auto& slot : slots_) {
-            count += dynamic_cast<Kind*>(slot.get()) != nullptr;
+        for (const auto& [number, object] : open_) {
+            count += dynamic_cast<Kind*>(object.get()) != nullptr;
         }
         return count;
     }
     unsigned CountOpen() const { return CountOpen<Object>(); }
 
   private:
+    static uintptr_t Number(HANDLE handle) { return reinterpret_cast<uintptr_t>(handle); }
     std::shared_ptr<Object> Find(HANDLE handle) const;
 
     mutable std::mutex mutex_;
-    std::vector<std::shared_ptr<Object>> slots_;
+    std::unordered_map<uintptr_t, std::shared_ptr<Object>> open_;
+    uintptr_t last_ = 0;
 };
 
 struct MessageBoxShown {
@@ -153,12 +172,15 @@ class Machine {
 
     Faults faults;
     HandleTable handles;
+    // Read it while no driver code runs; MessageBoxW adds to it through ShowMessageBox.
     std::vector<MessageBoxShown> messageBoxes;
+    void ShowMessageBox(MessageBoxShown box);
     std::atomic<unsigned> globalBlocks = 0;
     std::atomic<unsigned> views = 0;
     std::atomic<unsigned> heaps = 0;
 
     FileSystem& files() { return *files_; }
+    Mappings& mappings() { return *mappings_; }
     Profiles& profiles() { return *profiles_; }
     Modules& modules() { return *modules_; }
     Spooler& spooler() { return *spooler_; }
@@ -167,7 +189,9 @@ class Machine {
     MachineSetup setup_;
     std::filesystem::path driveC_;
     bool ownsDriveC_ = false;
+    std::mutex messageBoxesMutex_;
     std::unique_ptr<FileSystem> files_;
+    std::unique_ptr<Mappings> mappings_;
     std::unique_ptr<Profiles> profiles_;
     std::unique_ptr<Modules> modules_;
     std::unique_ptr<Spooler> spooler_;
