@@ -2,9 +2,8 @@
 
 #include <cstring>
 
-#include "platform/owned.h"
-
 #include "faxjob/fax_job_data.h"
+#include "platform/owned.h"
 
 namespace ksfax {
 

@@ -1,0 +1,229 @@
+#include "tool/companion.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <utility>
+
+#include "faxjob/document_event.h"
+#include "faxjob/fax_job_data.h"
+#include "platform/embedded/files.h"
+#include "platform/embedded/modules.h"
+#include "platform/embedded/text.h"
+#include "platform/windows_api.h"
+#include "tool/failure.h"
+#include "tool/fax_input.h"
+
+namespace tool {
+
+namespace {
+
+using ksfax::kCoverSection;
+using ksfax::kDataSection;
+using ksfax::kFaxJobFile;
+using ksfax::kListSection;
+using ksfax::kShortListLimit;
+
+constexpr WCHAR kSenderNameKey[] = TEXT("SenderName");
+constexpr WCHAR kSenderNumberKey[] = TEXT("SenderNumber");
+constexpr WCHAR kDateKey[] = TEXT("Date");
+
+Companion* installed = nullptr;
+
+std::u16string Decimal(size_t number) { return embedded::Utf16(std::to_string(number)); }
+
+std::u16string ReadText(const std::u16string& section, const std::u16string& key,
+                        const std::u16string& file) {
+    WCHAR text[1024];
+    const DWORD length = GetPrivateProfileStringW(section.c_str(), key.c_str(), TEXT(""), text,
+                                                  std::size(text), file.c_str());
+    return {text, length};
+}
+
+void WriteText(const std::u16string& section, const std::u16string& key,
+               const std::u16string& text, const std::u16string& file) {
+    // The profile service takes one pair of quotes off a value it reads; one pair more keeps them.
+    const bool quoted = text.starts_with(u'"') || text.starts_with(u'\'');
+    const std::u16string value = quoted ? u'"' + text + u'"' : text;
+    WritePrivateProfileStringW(section.c_str(), key.c_str(), value.c_str(), file.c_str());
+}
+
+void RemoveSection(const std::u16string& section, const std::u16string& file) {
+    WritePrivateProfileStringW(section.c_str(), nullptr, nullptr, file.c_str());
+}
+
+void WriteReceivers(std::span<const Receiver> receivers, const std::u16string& file) {
+    for (size_t i = 0; i < receivers.size(); ++i) {
+        WriteText(kListSection, u"Name" + Decimal(i + 1), receivers[i].name, file);
+        WriteText(kListSection, u"Number" + Decimal(i + 1), receivers[i].number, file);
+    }
+}
+
+void AppendReceivers(std::vector<Receiver>& receivers, size_t count, const std::u16string& file) {
+    for (size_t i = 1; i <= count; ++i) {
+        receivers.push_back({ReadText(kListSection, u"Name" + Decimal(i), file),
+                             ReadText(kListSection, u"Number" + Decimal(i), file)});
+    }
+}
+
+std::u16string TwoDigits(size_t number) {
+    return (number < 10 ? u"0" : u"") + Decimal(number);
+}
+
+// The published form of the pattern in the fax job file ends in this.
+constexpr std::u16string_view kPatternEnd = u"_%02d.ini";
+
+std::vector<Receiver> ReadReceivers(const std::u16string& snapshot) {
+    std::vector<Receiver> receivers;
+    const UINT count = GetPrivateProfileIntW(kListSection, ksfax::kReceiverCountKey, 0,
+                                             snapshot.c_str());
+    if (count <= kShortListLimit) {
+        AppendReceivers(receivers, count, snapshot);
+        return receivers;
+    }
+    std::u16string base = ReadText(kDataSection, ksfax::kDialPatternKey, snapshot);
+    if (!base.ends_with(kPatternEnd)) {
+        return receivers;
+    }
+    base.resize(base.size() - kPatternEnd.size());
+    for (size_t part = 1; receivers.size() < count; ++part) {
+        const std::u16string file = base + u"_" + TwoDigits(part) + u".ini";
+        const size_t partCount = GetPrivateProfileIntW(kListSection, ksfax::kReceiverCountKey, 0,
+                                                       file.c_str());
+        if (partCount == 0) {
+            break;
+        }
+        AppendReceivers(receivers, std::min<size_t>(partCount, kShortListLimit), file);
+    }
+    return receivers;
+}
+
+FARPROC Export(INT_PTR (*operation)(void*)) {
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(operation));
+}
+
+// A record as the driver hands it over; empty for one of another layout.
+bool ReadRecord(const void* bytes, ksfax::DialModuleRecord& record) {
+    const ksfax::DialModuleRecord expected;
+    std::memcpy(&record, bytes, sizeof(record));
+    return record.recordSize == expected.recordSize && record.version == expected.version;
+}
+
+}  // namespace
+
+Companion::Companion(embedded::Machine& machine, DialogChoices choices)
+    : machine_(machine), choices_(std::move(choices)) {
+    installed = this;
+    machine_.modules().Install({.path = u"C:\\Windows\\System32\\KSFAXDLG.DLL",
+                                .exports = {{ksfax::kDialOperation, Export(DialDlg)},
+                                            {ksfax::kCoverOperation, Export(MakeBmp)}},
+                                .resources = {}});
+}
+
+Companion::~Companion() {
+    machine_.modules().Remove(u"C:\\Windows\\System32\\KSFAXDLG.DLL");
+    installed = nullptr;
+}
+
+INT_PTR Companion::DialDlg(void* bytes) {
+    ksfax::DialModuleRecord record;
+    if (!ReadRecord(bytes, record)) {
+        return 0;
+    }
+    installed->dialogShown = true;
+    installed->maximumReceivers = record.maximumReceivers;
+    return installed->FillDialog();
+}
+
+bool Companion::FillDialog() {
+    // The choices of an earlier job go first, so that a cancelled one names no receiver.
+    RemoveSection(kListSection, kFaxJobFile);
+    RemoveSection(kCoverSection, kFaxJobFile);
+    if (choices_.cancel) {
+        return false;
+    }
+    const std::vector<Receiver>& receivers = choices_.receivers;
+    if (receivers.size() > maximumReceivers) {
+        dialogRefusal = "the dialog takes at most " + std::to_string(maximumReceivers) +
+                        " receivers, the list has " + std::to_string(receivers.size());
+        return false;
+    }
+    const std::u16string folder = ReadText(kDataSection, ksfax::kFolderKey, kFaxJobFile);
+    WriteText(kListSection, ksfax::kReceiverCountKey, Decimal(receivers.size()), kFaxJobFile);
+    size_t part = 1;
+    if (receivers.size() <= kShortListLimit) {
+        WriteReceivers(receivers, kFaxJobFile);
+    } else {
+        for (size_t first = 0; first < receivers.size(); first += kShortListLimit, ++part) {
+            const std::span<const Receiver> some = std::span(receivers).subspan(
+                first, std::min<size_t>(kShortListLimit, receivers.size() - first));
+            const std::u16string file = folder + u"\\Dial" + TwoDigits(part) + u".ini";
+            RemoveSection(kListSection, file);
+            WriteText(kListSection, ksfax::kReceiverCountKey, Decimal(some.size()), file);
+            WriteReceivers(some, file);
+        }
+        // A part that an interrupted job left would be taken for one of this list.
+        std::error_code error;
+        while (std::filesystem::remove(
+            machine_.files().HostPath(folder + u"\\Dial" + TwoDigits(part) + u".ini"), error)) {
+            ++part;
+        }
+    }
+    WriteText(kCoverSection, kSenderNameKey, choices_.sender.name, kFaxJobFile);
+    WriteText(kCoverSection, kSenderNumberKey, choices_.sender.number, kFaxJobFile);
+    WriteText(kCoverSection, kDateKey, choices_.date, kFaxJobFile);
+    if (!choices_.coverBitmap.empty()) {
+        WriteText(kCoverSection, ksfax::kCoverSwitchKey, u"1", kFaxJobFile);
+        WriteText(kCoverSection, ksfax::kCoverFileKey, choices_.coverBitmap, kFaxJobFile);
+    }
+    if (choices_.withMemo) {
+        WriteText(kCoverSection, ksfax::kMemoSwitchKey, u"1", kFaxJobFile);
+        std::ofstream(machine_.files().HostPath(folder + u"\\" + ksfax::kMemoFile),
+                      std::ios::binary)
+            << choices_.memo;
+    }
+    return true;
+}
+
+INT_PTR Companion::MakeBmp(void* bytes) {
+    ksfax::DialModuleRecord record;
+    if (!ReadRecord(bytes, record)) {
+        return 0;
+    }
+    const char* path = record.snapshotPath;
+    const std::string_view ansi(path, strnlen(path, sizeof(record.snapshotPath)));
+    try {
+        installed->MakeCoverPage(embedded::FromAnsi(ansi));
+    } catch (const std::exception& error) {
+        // Nothing may unwind through the driver; the command that made the companion tells it.
+        installed->coverFailure = error.what();
+    }
+    return installed->coverFailure.empty();
+}
+
+void Companion::MakeCoverPage(const std::u16string& snapshot) {
+    if (ReadText(ksfax::kDriverSection, ksfax::kCancelledKey, snapshot) != u"0") {
+        return;  // a cancelled job is sent to nobody
+    }
+    CoverPage page;
+    page.sender = {ReadText(kCoverSection, kSenderNameKey, snapshot),
+                   ReadText(kCoverSection, kSenderNumberKey, snapshot)};
+    page.date = ReadText(kCoverSection, kDateKey, snapshot);
+    page.receivers = ReadReceivers(snapshot);
+    const std::u16string memo = ReadText(kDataSection, ksfax::kMemoCopyKey, snapshot);
+    if (!memo.empty()) {
+        const std::vector<std::byte> bytes = ReadFileBytes(machine_.files().HostPath(memo));
+        page.memo = embedded::FromAnsi({reinterpret_cast<const char*>(bytes.data()),
+                                        bytes.size()});
+    }
+    const std::u16string bitmap = ReadText(kDataSection, ksfax::kCoverCopyKey, snapshot);
+    if (!bitmap.empty()) {
+        page.bitmap = ReadBitmap(ReadFileBytes(machine_.files().HostPath(bitmap)));
+    }
+    std::filesystem::path file = machine_.files().HostPath(snapshot);
+    file.replace_filename(file.stem().string() + "_cover.png");
+    WriteBilevelPng(DrawCoverPage(page), file);
+    coverPage = file;
+}
+
+}  // namespace tool

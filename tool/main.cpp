@@ -1,1 +1,3 @@
-int main() { return 0; }
+#include "tool/program.h"
+
+int main(int count, char** arguments) { return tool::RunProgram(count, arguments); }

@@ -165,6 +165,11 @@ bool Mappings::Exists(std::u16string_view name) const {
     return Open(name, section) == ERROR_SUCCESS;
 }
 
+uint64_t Mappings::SizeOf(std::u16string_view name) const {
+    std::shared_ptr<Section> section;
+    return Open(name, section) == ERROR_SUCCESS ? section->memory->bytes : 0;
+}
+
 DWORD Mappings::Create(std::u16string_view name, std::shared_ptr<Section>& section) {
     name = WithoutSessionPrefix(name);
     if (name.empty()) {

@@ -48,6 +48,8 @@ class Mappings {
 
     // Whether a mapping of that name exists, for tests: no call is counted and no error set.
     bool Exists(std::u16string_view name) const;
+    // The bytes that the mapping of that name was made with, likewise; 0 when there is none.
+    uint64_t SizeOf(std::u16string_view name) const;
 
     // ---- For the machine's own calls. Failures are last-error codes.
 

@@ -1,0 +1,58 @@
+#include "tool/program.h"
+
+#include <iostream>
+
+namespace tool {
+
+int RunProgram(int count, const char* const* arguments) {
+    CLI::App program(
+        "The fax driver at the command line: what it makes of a printer description, what it "
+        "answers,\nand what one fax job leaves behind. It runs the driver's own code.",
+        "ksfax");
+    program.set_version_flag("--version", "ksfax " KSFAX_VERSION);
+    program.require_subcommand(1);
+    program.footer("Exit status: 0 done, 1 failed, 2 wrong usage, 3 the driver refused.\n"
+                   "ksfax COMMAND --help tells more of a command.");
+    int exitCode = kDone;
+    AddSendCommand(program, exitCode);
+    try {
+        program.parse(count, arguments);
+    } catch (const CLI::Success& help) {
+        return program.exit(help);
+    } catch (const CLI::ParseError& error) {
+        std::cerr << "ksfax: " << error.what() << "; ksfax --help lists commands and options\n";
+        return kWrongUsage;
+    } catch (const UsageError& error) {
+        std::cerr << "ksfax: " << error.what() << '\n';
+        return kWrongUsage;
+    } catch (const std::exception& error) {
+        std::cerr << "ksfax: " << error.what() << '\n';
+        return kFailed;
+    }
+    if (!std::cout.flush()) {
+        std::cerr << "ksfax: standard output cannot be written; is the disk full?\n";
+        return kFailed;
+    }
+    return exitCode;
+}
+
+std::string ShownPath(const std::filesystem::path& path) { return path.string(); }
+
+nlohmann::ordered_json JsonPath(const std::filesystem::path& path) {
+    return path.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(path.string());
+}
+
+void PrintJson(const nlohmann::ordered_json& value) {
+    std::cout << value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
+std::string Grouped(uint64_t number) {
+    std::string text = std::to_string(number);
+    for (size_t at = text.size(); at > 3;) {
+        at -= 3;
+        text.insert(at, ",");
+    }
+    return text;
+}
+
+}  // namespace tool

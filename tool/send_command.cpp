@@ -1,0 +1,410 @@
+// ksfax send: one fax from its start to its end, by the driver's document events.
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <iomanip>
+#include <iostream>
+#include <vector>
+
+#include "faxjob/fax_job_data.h"
+#include "jobsettings/job_settings.h"
+#include "platform/embedded/files.h"
+#include "platform/embedded/mapping.h"
+#include "platform/embedded/spooler.h"
+#include "platform/embedded/text.h"
+#include "platform/windows_api.h"
+#include "tool/companion.h"
+#include "tool/fax_input.h"
+#include "tool/program.h"
+
+namespace tool {
+
+namespace {
+
+// GetTempFileNameW refuses a folder longer than this, and without it a job has no files.
+constexpr size_t kLongestFaxFolder = 246;
+constexpr size_t kLongestCoverPath = 259;
+constexpr size_t kMostReceivers = 999;
+constexpr size_t kReceiversUnlessToldOtherwise = 50;
+
+struct SendOptions {
+    MachineOptions machine;
+    std::vector<std::string> to;
+    std::string receivers;
+    std::string from;
+    std::string cover;
+    std::string memo;
+    std::string out;
+    std::optional<int64_t> maxReceivers;
+    bool cancel = false;
+    bool json = false;
+};
+
+std::string Today() {
+    const std::time_t now = std::time(nullptr);
+    char text[64];
+    std::tm local = {};
+    localtime_r(&now, &local);
+    std::strftime(text, sizeof text, "%d %B %Y, %H:%M", &local);
+    return text[0] == '0' ? text + 1 : text;
+}
+
+Receiver DefaultSender() {
+    const passwd* user = getpwuid(getuid());
+    return {user == nullptr ? u"" : embedded::Utf16(user->pw_name), u""};
+}
+
+DialogChoices ReadChoices(const SendOptions& options) {
+    DialogChoices choices;
+    choices.cancel = options.cancel;
+    choices.date = embedded::Utf16(Today());
+    choices.sender =
+        options.from.empty() ? DefaultSender() : SenderFromOption("--from", options.from);
+    for (const std::string& receiver : options.to) {
+        choices.receivers.push_back(ReceiverFromOption("--to", receiver));
+    }
+    if (!options.receivers.empty()) {
+        std::ranges::move(ReadReceiverList(options.receivers),
+                          std::back_inserter(choices.receivers));
+    }
+    if (choices.receivers.empty() && !options.cancel) {
+        throw UsageError("no receiver is given; add --to NAME=NUMBER or --receivers FILE");
+    }
+    if (!options.cover.empty()) {
+        CheckCoverBitmap(options.cover);
+        choices.coverBitmap = PathForIni(options.cover, kLongestCoverPath);
+    }
+    if (!options.memo.empty()) {
+        choices.withMemo = true;
+        choices.memo = ReadMemo(options.memo);
+    }
+    return choices;
+}
+
+std::filesystem::path NewFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "ksfax-job-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        throw UserError(name + ": the fax data folder cannot be made: " + std::strerror(errno) +
+                        "; give one with --out");
+    }
+    return name;
+}
+
+void MakeFaxFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error || access(folder.c_str(), W_OK | X_OK) != 0) {
+        throw UserError(folder.string() + ": the fax data folder cannot be made or written: " +
+                        (error ? error.message() : std::strerror(errno)) +
+                        "; choose another one with --out");
+    }
+}
+
+// The shared memory that carries the job from its start to its end.
+struct SharedMemory {
+    std::string name;
+    uint64_t size = 0;  // 0: there is none
+    bool gone = false;
+};
+
+struct FaxReport {
+    bool confirmed = false;  // the device context takes the record handed in
+    bool cancelled = true;
+    std::optional<unsigned> maxReceivers;
+    size_t receivers = 0;
+    std::string refusal;
+    std::filesystem::path folder, iniFile, snapshot, coverBitmap, memo, temp;
+    std::vector<std::filesystem::path> dialFiles;
+    SharedMemory mapping;
+    std::filesystem::path coverPage;
+};
+
+SharedMemory LookAtMapping(embedded::Machine& machine, HANDLE printer) {
+    SharedMemory found;
+    char name[16];
+    std::snprintf(name, sizeof name, "%xCVP", unsigned(reinterpret_cast<uintptr_t>(printer)));
+    found.name = name;
+    found.size = machine.mappings().SizeOf(embedded::Utf16(found.name));
+    return found;
+}
+
+std::u16string ReadKey(const WCHAR* section, const WCHAR* key) {
+    WCHAR value[520];
+    const DWORD length = GetPrivateProfileStringW(section, key, TEXT(""), value, std::size(value),
+                                                  ksfax::kFaxJobFile);
+    return {value, length};
+}
+
+std::filesystem::path ReadPathKey(embedded::Machine& machine, const WCHAR* key) {
+    const std::u16string path = ReadKey(ksfax::kDataSection, key);
+    return path.empty() ? std::filesystem::path() : machine.files().HostPath(path);
+}
+
+bool ConfirmDeviceContext(HANDLE printer, ksfax::JobSettings& settings) {
+    DOCEVENT_CREATEDCPRE input = {
+        .pszDriver = nullptr, .pszDevice = nullptr, .pdm = &settings.devMode, .bIC = FALSE};
+    DEVMODEW* chosen = nullptr;
+    DrvDocumentEvent(printer, nullptr, DOCUMENTEVENT_CREATEDCPRE, sizeof input, &input,
+                     sizeof chosen, &chosen);
+    return chosen == &settings.devMode;
+}
+
+// No more than what the driver looks for at the creation of a device context.
+ksfax::JobSettings BareSettings() {
+    ksfax::JobSettings settings = {};
+    settings.devMode.dmSpecVersion = ksfax::kSpecVersion;
+    settings.devMode.dmDriverVersion = ksfax::kDriverVersion;
+    settings.devMode.dmSize = ksfax::kPublicSize;
+    settings.devMode.dmDriverExtra = ksfax::kPrivateSize;
+    ksfax::PrivatePart(settings).signature = ksfax::kPrivateSignature;
+    return settings;
+}
+
+// The dial files that the job's pattern names, in order.
+std::vector<std::filesystem::path> FindDialFiles(embedded::Machine& machine) {
+    constexpr std::u16string_view kEnd = u"_%02d.ini";
+    std::vector<std::filesystem::path> files;
+    std::u16string base = ReadKey(ksfax::kDataSection, ksfax::kDialPatternKey);
+    if (!base.ends_with(kEnd)) {
+        return files;
+    }
+    base.resize(base.size() - kEnd.size());
+    for (int part = 1;; ++part) {
+        char end[24];
+        std::snprintf(end, sizeof end, "_%02d.ini", part);
+        const std::filesystem::path file = machine.files().HostPath(base + embedded::Utf16(end));
+        if (!std::filesystem::exists(file)) {
+            return files;
+        }
+        files.push_back(file);
+    }
+}
+
+// A handle of the machine's fax printer, which is added when there is none.
+class OpenPrinter {
+  public:
+    explicit OpenPrinter(embedded::Machine& machine) {
+        std::u16string name = u"Fax";
+        if (!machine.spooler().FindPrinter(name)) {
+            machine.spooler().AddPrinter({.name = name, .driverName = u"KS Fax"});
+        }
+        if (!OpenPrinterW(name.data(), &handle_, nullptr)) {
+            throw UserError("the machine's printer \"Fax\" cannot be opened, error " +
+                            std::to_string(GetLastError()));
+        }
+    }
+    ~OpenPrinter() { ClosePrinter(handle_); }
+    OpenPrinter(const OpenPrinter&) = delete;
+    OpenPrinter& operator=(const OpenPrinter&) = delete;
+
+    HANDLE handle() const { return handle_; }
+
+  private:
+    HANDLE handle_ = nullptr;
+};
+
+// The maximum number of receivers as an administrator would have set it, for one job.
+class MaximumReceivers {
+  public:
+    MaximumReceivers(std::optional<int64_t> wanted, size_t receivers) {
+        if (wanted) {
+            Write(std::to_string(*wanted));
+        } else if (receivers > kReceiversUnlessToldOtherwise &&
+                   ReadKey(ksfax::kDriverSection, ksfax::kMaximumReceiversKey).empty()) {
+            Write(std::to_string(std::min(receivers, kMostReceivers)));
+            passing_ = true;
+        }
+    }
+    // What was raised for this list alone does not stay on a kept machine.
+    ~MaximumReceivers() {
+        if (passing_) {
+            WritePrivateProfileStringW(ksfax::kDriverSection, ksfax::kMaximumReceiversKey, nullptr,
+                                       ksfax::kFaxJobFile);
+        }
+    }
+    MaximumReceivers(const MaximumReceivers&) = delete;
+    MaximumReceivers& operator=(const MaximumReceivers&) = delete;
+
+  private:
+    static void Write(const std::string& value) {
+        WritePrivateProfileStringW(ksfax::kDriverSection, ksfax::kMaximumReceiversKey,
+                                   embedded::Utf16(value).c_str(), ksfax::kFaxJobFile);
+    }
+    bool passing_ = false;
+};
+
+FaxReport SendFax(MachineRun& run, HANDLE printer, DialogChoices choices,
+                  const SendOptions& options, const std::filesystem::path& folder) {
+    embedded::Machine& machine = run.machine();
+    FaxReport report;
+    report.folder = folder;
+    report.receivers = choices.receivers.size();
+    const MaximumReceivers maximum(options.maxReceivers, choices.receivers.size());
+    WritePrivateProfileStringW(ksfax::kDataSection, ksfax::kFolderKey,
+                               machine.files().MachinePath(folder).c_str(), ksfax::kFaxJobFile);
+    Companion companion(machine, std::move(choices));
+
+    ksfax::JobSettings settings = BareSettings();
+    report.confirmed = ConfirmDeviceContext(printer, settings);
+
+    DrvDocumentEvent(printer, nullptr, DOCUMENTEVENT_STARTDOC, 0, nullptr, 0, nullptr);
+    report.cancelled = ReadKey(ksfax::kDriverSection, ksfax::kCancelledKey) != u"0";
+    if (companion.dialogShown) {
+        report.maxReceivers = companion.maximumReceivers;
+    }
+    report.refusal = companion.dialogRefusal;
+    report.iniFile = machine.files().HostPath(u"C:\\Windows\\KSFAXJOB.INI");
+    report.snapshot = ReadPathKey(machine, ksfax::kSnapshotKey);
+    report.coverBitmap = ReadPathKey(machine, ksfax::kCoverCopyKey);
+    report.memo = ReadPathKey(machine, ksfax::kMemoCopyKey);
+    report.temp = ReadPathKey(machine, ksfax::kDialReservationKey);
+    report.dialFiles = FindDialFiles(machine);
+    report.mapping = LookAtMapping(machine, printer);
+
+    DrvDocumentEvent(printer, nullptr, DOCUMENTEVENT_ENDDOC, 0, nullptr, 0, nullptr);
+    report.mapping.gone = LookAtMapping(machine, printer).size == 0;
+    report.coverPage = companion.coverPage;
+    if (!companion.coverFailure.empty()) {
+        throw UserError(companion.coverFailure);
+    }
+    return report;
+}
+
+void PrintReport(const FaxReport& report) {
+    nlohmann::ordered_json dialFiles = nlohmann::ordered_json::array();
+    for (const std::filesystem::path& file : report.dialFiles) {
+        dialFiles.push_back(JsonPath(file));
+    }
+    PrintJson({{"cancelled", report.cancelled},
+               {"maxReceivers", report.maxReceivers ? nlohmann::ordered_json(*report.maxReceivers)
+                                                    : nlohmann::ordered_json()},
+               {"iniFile", JsonPath(report.iniFile)},
+               {"snapshot", JsonPath(report.snapshot)},
+               {"coverBitmap", JsonPath(report.coverBitmap)},
+               {"memo", JsonPath(report.memo)},
+               {"temp", JsonPath(report.temp)},
+               {"dialFiles", dialFiles},
+               {"mappingName", report.mapping.name},
+               {"mappingSize", report.mapping.size},
+               {"mappingGone", report.mapping.gone},
+               {"coverPage", JsonPath(report.coverPage)}});
+}
+
+void TellFile(const char* what, const std::filesystem::path& file, const std::string& note) {
+    if (file.empty()) {
+        return;
+    }
+    std::error_code error;
+    const uintmax_t bytes = std::filesystem::file_size(file, error);
+    std::cout << "    " << std::left << std::setw(14) << what << std::setw(18)
+              << file.filename().string() << std::right << std::setw(10)
+              << (error ? "missing" : Grouped(bytes)) << (error ? "" : " bytes  ") << note << '\n';
+}
+
+void TellReport(const FaxReport& report) {
+    std::cout << "Device context\n    the driver "
+              << (report.confirmed ? "confirmed" : "did not confirm")
+              << " the application's job settings\n";
+    std::cout << "Start of document\n    the fax dialog "
+              << (!report.maxReceivers ? "was not shown"
+                  : report.cancelled   ? "was cancelled"
+                                       : "was confirmed with " + std::to_string(report.receivers) +
+                                           (report.receivers == 1 ? " receiver" : " receivers"));
+    if (report.maxReceivers) {
+        std::cout << " (at most " << *report.maxReceivers << ")";
+    }
+    std::cout << '\n';
+    TellFile("cover bitmap", report.coverBitmap, "the job's copy");
+    TellFile("memo", report.memo, "the job's copy");
+    TellFile("reserved", report.temp, "the name that the dial files go by");
+    for (const std::filesystem::path& file : report.dialFiles) {
+        TellFile("dial file", file, "");
+    }
+    TellFile("snapshot", report.snapshot, "the job's index: KSFAXJOB.INI as it stood");
+    if (report.mapping.size != 0) {
+        std::cout << "    published as shared memory \"" << report.mapping.name << "\", "
+                  << report.mapping.size << " bytes\n";
+    }
+    std::cout << "End of document\n";
+    TellFile("cover page", report.coverPage, "");
+    std::cout << "    the shared memory is " << (report.mapping.gone ? "gone" : "still there")
+              << '\n';
+    std::cout << "Job files: " << ShownPath(report.folder) << '\n';
+    if (!report.coverPage.empty()) {
+        std::cout << "Cover page: " << ShownPath(report.coverPage) << '\n';
+    }
+}
+
+int RunSend(const SendOptions& options) {
+    {
+        // The whole request is read once on a machine that is thrown away, so that nothing is
+        // written for one that is refused.
+        const embedded::Machine scratch(MachineRun::Setup(options.machine));
+        (void)ReadChoices(options);
+        if (!options.out.empty()) {
+            (void)PathForIni(options.out, kLongestFaxFolder);
+        }
+    }
+    const std::filesystem::path folder =
+        options.out.empty() ? NewFolder()
+                            : std::filesystem::absolute(options.out).lexically_normal();
+    MakeFaxFolder(folder);
+    MachineRun run(options.machine);
+    const OpenPrinter printer(run.machine());
+    FaxReport report = SendFax(run, printer.handle(), ReadChoices(options), options, folder);
+    if (!run.isKept()) {
+        // The machine goes; what it shared with the companion module stays with the job.
+        const std::filesystem::path kept = folder / "KSFAXJOB.INI";
+        std::filesystem::copy_file(report.iniFile, kept,
+                                   std::filesystem::copy_options::overwrite_existing);
+        report.iniFile = kept;
+    }
+    run.Save();
+    if (options.json) {
+        PrintReport(report);
+    } else {
+        TellReport(report);
+    }
+    if (!report.refusal.empty()) {
+        std::cerr << "ksfax: " << report.refusal
+                  << "; shorten the list or raise --max-receivers\n";
+    }
+    return report.cancelled ? kRefused : kDone;
+}
+
+}  // namespace
+
+void AddSendCommand(CLI::App& program, int& exitCode) {
+    auto options = std::make_shared<SendOptions>();
+    CLI::App* send = program.add_subcommand("send", "Send one fax from its start to its end");
+    send->add_option("--to", options->to, "A receiver; any number of times")
+        ->type_name("NAME=NUMBER")
+        ->allow_extra_args(false);
+    send->add_option("--receivers", options->receivers,
+                     "A list of receivers, a name and a number a line, separated by a comma")
+        ->type_name("CSV");
+    send->add_option("--from", options->from, "The sender on the cover page (default: you)")
+        ->type_name("NAME[=NUMBER]");
+    send->add_option("--cover", options->cover, "A bitmap for the cover page")->type_name("BMP");
+    send->add_option("--memo", options->memo, "A text for the cover page")->type_name("TXT");
+    send->add_option("--max-receivers", options->maxReceivers,
+                     "Set the most receivers that the dialog takes; the driver accepts 50 to 999 "
+                     "and makes 50 of all else (default: 50, for this job more when the list needs "
+                     "it)")
+        ->type_name("N");
+    send->add_flag("--cancel", options->cancel, "Cancel the fax dialog");
+    send->add_option("--out", options->out,
+                     "The folder for the job's files (default: a new one, named in the output)")
+        ->type_name("DIR");
+    send->add_flag("--json", options->json, "Print one JSON object");
+    options->machine.AddTo(*send);
+    send->callback([options, &exitCode] { exitCode = RunSend(*options); });
+}
+
+}  // namespace tool
