@@ -1,0 +1,160 @@
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "platform/owned.h"
+
+#include "tests/platform/home.h"
+
+namespace contract {
+namespace {
+
+using platform::FileHandle;
+using platform::MappedView;
+using platform::NullableHandle;
+
+constexpr WCHAR kName[] = TEXT("2c1f40CVP");
+
+NullableHandle MakeShared(DWORD bytes, LPCWSTR name) {
+    SetLastError(777);
+    return NullableHandle(
+        CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, bytes, name));
+}
+
+NullableHandle OpenShared(LPCWSTR name) {
+    SetLastError(777);
+    return NullableHandle(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name));
+}
+
+MappedView Map(const NullableHandle& mapping, DWORD access, SIZE_T bytes = 0, DWORD offset = 0) {
+    SetLastError(777);
+    return MappedView(MapViewOfFile(mapping.get(), access, 0, offset, bytes));
+}
+
+TEST(SharedMemoryContract, OneBlockPerNameUntilItsLastHandleGoes) {
+    Home home;
+    NullableHandle first = MakeShared(90, kName);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
+    NullableHandle again = MakeShared(100000, kName);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+    EXPECT_FALSE(Map(again, FILE_MAP_READ, 100000)) << "it is the small block";
+    NullableHandle opened = OpenShared(kName);
+    ASSERT_TRUE(opened);
+    NullableHandle otherLetters = MakeShared(10, TEXT("2C1F40CVP"));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
+
+    MappedView written = Map(first, FILE_MAP_ALL_ACCESS);
+    MappedView read = Map(again, FILE_MAP_READ);
+    MappedView other = Map(otherLetters, FILE_MAP_READ);
+    ASSERT_TRUE(written && read && other);
+    EXPECT_NE(written.get(), read.get());
+    static_cast<char*>(written.get())[89] = 'x';
+    EXPECT_EQ(static_cast<char*>(read.get())[89], 'x');
+    EXPECT_EQ(static_cast<char*>(other.get())[9], 0);
+
+    first.reset();
+    again.reset();
+    read.reset();
+    EXPECT_TRUE(OpenShared(kName));
+    opened.reset();
+    // The name is gone, the memory is not: a view is still open.
+    EXPECT_FALSE(OpenShared(kName));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(static_cast<char*>(written.get())[89], 'x');
+    EXPECT_FALSE(OpenShared(TEXT("never")));
+}
+
+TEST(SharedMemoryContract, ViewsAreWholePages) {
+    Home home;
+    const NullableHandle mapping = MakeShared(90, nullptr);
+    const MappedView view = Map(mapping, FILE_MAP_READ, 4096);
+    ASSERT_TRUE(view);
+    const char* bytes = static_cast<char*>(view.get());
+    EXPECT_EQ(bytes[90] | bytes[4095], 0);
+    MEMORY_BASIC_INFORMATION information = {};
+    ASSERT_EQ(VirtualQuery(bytes + 5, &information, sizeof(information)), 48u);
+    EXPECT_EQ(information.BaseAddress, bytes);
+    EXPECT_EQ(information.AllocationBase, bytes);
+    EXPECT_EQ(information.RegionSize, 4096u);
+    EXPECT_EQ(VirtualQuery(bytes, &information, 47), 0u);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_BAD_LENGTH});
+
+    EXPECT_FALSE(Map(mapping, FILE_MAP_READ, 4097));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_FALSE(Map(mapping, FILE_MAP_READ, 0, 100));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_MAPPED_ALIGNMENT});
+    EXPECT_FALSE(Map(mapping, FILE_MAP_READ, 0, 65536));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+
+    const NullableHandle large = MakeShared(65536 + 10, nullptr);
+    const MappedView end = Map(large, FILE_MAP_ALL_ACCESS, 0, 65536);
+    const MappedView whole = Map(large, FILE_MAP_ALL_ACCESS);
+    ASSERT_TRUE(end && whole);
+    static_cast<char*>(end.get())[9] = 'e';
+    EXPECT_EQ(static_cast<char*>(whole.get())[65545], 'e');
+}
+
+TEST(SharedMemoryContract, RefusesWhatCannotBe) {
+    Home home;
+    EXPECT_FALSE(MakeShared(0, TEXT("zero")));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_FALSE(MakeShared(10, TEXT("a\\b")));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+    int notMapped = 0;
+    SetLastError(777);
+    EXPECT_FALSE(UnmapViewOfFile(&notMapped));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_ADDRESS});
+    const NullableHandle mapping = MakeShared(10, TEXT("Local\\session"));
+    EXPECT_TRUE(OpenShared(TEXT("session")));
+    const NullableHandle reading(OpenFileMappingW(FILE_MAP_READ, FALSE, TEXT("session")));
+    EXPECT_TRUE(Map(reading, FILE_MAP_READ));
+    EXPECT_FALSE(Map(reading, FILE_MAP_ALL_ACCESS));
+}
+
+TEST(FileMappingContract, ViewOutlivesItsHandlesAndKeepsTheFileFromBeingCut) {
+    Home home;
+    home.WriteFile(TEXT("file"), "12345");
+    home.WriteFile(TEXT("other"), "67");
+    home.WriteFile(TEXT("empty"), "");
+    const auto open = [&](LPCWSTR name) {
+        return FileHandle(CreateFileW(home.Path(name).c_str(), GENERIC_READ, FILE_SHARE_READ,
+                                      nullptr, OPEN_EXISTING, 0, nullptr));
+    };
+    const auto map = [](const FileHandle& file, DWORD protection, DWORD bytes = 0) {
+        SetLastError(777);
+        return NullableHandle(
+            CreateFileMappingW(file.get(), nullptr, protection, 0, bytes, nullptr));
+    };
+    EXPECT_FALSE(map(open(TEXT("empty")), PAGE_READONLY));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_INVALID});
+    FileHandle file = open(TEXT("file"));
+    EXPECT_FALSE(map(file, PAGE_READONLY, 6));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_ENOUGH_MEMORY});
+    EXPECT_FALSE(map(file, PAGE_READWRITE));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    NullableHandle mapping = map(file, PAGE_READONLY);
+    file.reset();
+    EXPECT_FALSE(Map(mapping, FILE_MAP_WRITE));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    MappedView view = Map(mapping, FILE_MAP_READ);
+    mapping.reset();
+    ASSERT_TRUE(view);
+    EXPECT_EQ(memcmp(view.get(), "12345\0\0", 8), 0);
+
+    const Text path = home.Path(TEXT("file"));
+    const auto overwrite = [&] {
+        return FileHandle(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+    };
+    EXPECT_FALSE(overwrite());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_USER_MAPPED_FILE});
+    EXPECT_FALSE(CopyFileW(home.Path(TEXT("other")).c_str(), path.c_str(), FALSE));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_USER_MAPPED_FILE});
+    EXPECT_EQ(home.ReadFile(TEXT("file")), "12345");
+    view.reset();
+    EXPECT_TRUE(overwrite());
+}
+
+}  // namespace
+}  // namespace contract
