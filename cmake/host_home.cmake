@@ -49,9 +49,18 @@ if(KSFAX_BENCH)
   target_compile_definitions(ksfax_bench PRIVATE SOURCE_FOLDER="${CMAKE_SOURCE_DIR}")
 endif()
 
+# Each fuzz/NAME.cpp is one libFuzzer target with its corpus in fuzz/corpus/NAME. The test build
+# runs the corpora alone.
+file(GLOB FUZZ_SOURCES CONFIGURE_DEPENDS fuzz/*.cpp)
+if(KSFAX_TESTS)
+  foreach(source ${FUZZ_SOURCES})
+    get_filename_component(name ${source} NAME_WE)
+    add_executable(replay_${name} ${source} fuzz/replay/main.cpp)
+    target_link_libraries(replay_${name} PRIVATE driver)
+  endforeach()
+endif()
+
 if(KSFAX_FUZZ)
-  # Each fuzz/NAME.cpp is one libFuzzer target with its corpus in fuzz/corpus/NAME.
-  file(GLOB FUZZ_SOURCES CONFIGURE_DEPENDS fuzz/*.cpp)
   foreach(source ${FUZZ_SOURCES})
     get_filename_component(name ${source} NAME_WE)
     add_executable(fuzz_${name} ${source})

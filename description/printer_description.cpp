@@ -500,22 +500,24 @@ int32_t PointsFromMicrons(int32_t microns) {
     return ClampToInt32(static_cast<float>(microns) * kUnitsPerMicron);
 }
 
-uint32_t LeadingNumber(const char* text) {
-    if (text == nullptr) {
-        return 0;
+uint32_t LeadingNumber(std::string_view text) {
+    size_t place = 0;
+    while (place < text.size() && IsBlank(text[place])) {
+        ++place;
     }
-    while (IsBlank(*text)) {
-        ++text;
-    }
-    const bool negative = *text == '-';
-    if (*text == '-' || *text == '+') {
-        ++text;
+    const bool negative = place < text.size() && text[place] == '-';
+    if (negative || (place < text.size() && text[place] == '+')) {
+        ++place;
     }
     uint32_t number = 0;
-    for (; *text >= '0' && *text <= '9'; ++text) {
-        number = number * 10 + static_cast<uint32_t>(*text - '0');
+    for (; place < text.size() && text[place] >= '0' && text[place] <= '9'; ++place) {
+        number = number * 10 + static_cast<uint32_t>(text[place] - '0');
     }
     return negative ? 0 - number : number;
+}
+
+uint32_t LeadingNumber(const char* text) {
+    return text != nullptr ? LeadingNumber(std::string_view(text)) : 0;
 }
 
 }  // namespace ksfax

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <cstring>
 #include <span>
+#include <string_view>
 #include <type_traits>
 
 #include "platform/windows_api.h"
@@ -537,6 +538,7 @@ int32_t PointsFromMicrons(int32_t microns);
 
 // The decimal number that text begins with: blanks skipped, an optional sign, then digits up to
 // the first other character. No digit gives 0; digits wrap in 32 bits. Null gives 0.
+uint32_t LeadingNumber(std::string_view text);
 uint32_t LeadingNumber(const char* text);
 
 // Converts from the system's ANSI code page. With `count`, stores at most that many characters,

@@ -2,8 +2,9 @@
 
 #include <cstring>
 
-#include "faxjob/fax_job_data.h"
 #include "platform/owned.h"
+
+#include "faxjob/fax_job_data.h"
 
 namespace ksfax {
 

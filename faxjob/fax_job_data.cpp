@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/owned.h"
+
 #include "description/printer_description.h"
 #include "faxjob/document_event.h"
-#include "platform/owned.h"
 
 namespace ksfax {
 
@@ -179,22 +180,21 @@ struct BlockName {
 
 BlockName NameBlock(HANDLE printer) {
     BlockName name;
-    wsprintfW(name.text, TEXT("%xCVP"),
-              static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(printer)));
+    wsprintfW(name.text, TEXT("%xCVP"), static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(printer)));
     return name;
 }
 
 void PublishSnapshot(HANDLE printer, const JobPath& snapshot) {
     const size_t pathBytes = (snapshot.length() + 1) * sizeof(WCHAR);
     const size_t size = kPublishedPathOffset + pathBytes;
-    platform::NullableHandle block(
-        CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                           static_cast<DWORD>(size), NameBlock(printer).text));
+    platform::NullableHandle block(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE,
+                                                      0, static_cast<DWORD>(size),
+                                                      NameBlock(printer).text));
     if (!block) {
         return;
     }
-    // A block that an unfinished document left under this name may be too small: then there is
-    // no view of this size.
+    // The block may be an older one of this name, left by a document that never ended or made by
+    // somebody else. One too small for this path has no view of this size.
     platform::MappedView view(MapViewOfFile(block.get(), FILE_MAP_ALL_ACCESS, 0, 0, size));
     if (!view) {
         return;

@@ -16,22 +16,22 @@ inline constexpr WCHAR kMaximumReceiversKey[] = TEXT("MAXRCVER");  // read; 50 t
 inline constexpr WCHAR kCancelledKey[] = TEXT("CANCEL_PEV");       // written; "1" cancelled
 
 inline constexpr WCHAR kDataSection[] = TEXT("FAXDATA");
-inline constexpr WCHAR kFolderKey[] = TEXT("DIR");             // read; the fax data folder
-inline constexpr WCHAR kSnapshotKey[] = TEXT("INIFILE");       // written; path of the snapshot
-inline constexpr WCHAR kCoverCopyKey[] = TEXT("CVBMP");        // written; path of the copy
-inline constexpr WCHAR kMemoCopyKey[] = TEXT("CVMEMO");        // written; path of the copy
-inline constexpr WCHAR kDialReservationKey[] = TEXT("TEMP");   // written; long lists only
-inline constexpr WCHAR kDialPatternKey[] = TEXT("DialFile");   // written; long lists only
+inline constexpr WCHAR kFolderKey[] = TEXT("DIR");            // read; the fax data folder
+inline constexpr WCHAR kSnapshotKey[] = TEXT("INIFILE");      // written; path of the snapshot
+inline constexpr WCHAR kCoverCopyKey[] = TEXT("CVBMP");       // written; path of the copy
+inline constexpr WCHAR kMemoCopyKey[] = TEXT("CVMEMO");       // written; path of the copy
+inline constexpr WCHAR kDialReservationKey[] = TEXT("TEMP");  // written; long lists only
+inline constexpr WCHAR kDialPatternKey[] = TEXT("DialFile");  // written; long lists only
 
 inline constexpr WCHAR kCoverSection[] = TEXT("CVP_STYLE");
-inline constexpr WCHAR kCoverSwitchKey[] = TEXT("IncBmpSW");   // read; non-zero: a bitmap
-inline constexpr WCHAR kCoverFileKey[] = TEXT("IncBmpFile");   // read; its path
+inline constexpr WCHAR kCoverSwitchKey[] = TEXT("IncBmpSW");     // read; non-zero: a bitmap
+inline constexpr WCHAR kCoverFileKey[] = TEXT("IncBmpFile");     // read; its path
 inline constexpr WCHAR kMemoSwitchKey[] = TEXT("COVERCOMMENT");  // read; non-zero: the memo
 
 inline constexpr WCHAR kListSection[] = TEXT("DIALLIST");
 inline constexpr WCHAR kReceiverCountKey[] = TEXT("Num");  // read; unsigned
 
-inline constexpr WCHAR kMemoFile[] = TEXT("KSMEMO.TXT");   // in the fax data folder
+inline constexpr WCHAR kMemoFile[] = TEXT("KSMEMO.TXT");  // in the fax data folder
 
 // Receivers that the fax job file itself can hold; a longer list lies in Dial files.
 inline constexpr UINT kShortListLimit = 100;

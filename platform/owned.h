@@ -9,11 +9,11 @@
 
 namespace platform {
 
-// The address of an export as the function that it is known to be. Compilers warn of a direct
-// cast between function types; every function pointer can go through this one.
-template <typename Function>
-Function FunctionCast(FARPROC address) {
-    return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(address));
+// The address of an export as the function that it is known to be, and back. Compilers warn of a
+// direct cast between function types; every function pointer can go through this one.
+template <typename Target, typename Source>
+Target FunctionCast(Source address) {
+    return reinterpret_cast<Target>(reinterpret_cast<void (*)()>(address));
 }
 
 template <typename Traits>

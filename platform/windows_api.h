@@ -21,6 +21,7 @@
 #include "platform/embedded/api_driver_model.h"
 #include "platform/embedded/api_gdi.h"
 #include "platform/embedded/api_kernel.h"
+#include "platform/embedded/api_property_sheets.h"
 #include "platform/embedded/api_registry.h"
 #include "platform/embedded/api_spooler.h"
 #include "platform/embedded/api_user.h"

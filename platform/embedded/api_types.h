@@ -65,7 +65,15 @@ EMBEDDED_HANDLE(HWND);
 EMBEDDED_HANDLE(HDC);
 EMBEDDED_HANDLE(HKEY);
 EMBEDDED_HANDLE(HRSRC);
+EMBEDDED_HANDLE(HBITMAP);
+EMBEDDED_HANDLE(HBRUSH);
+EMBEDDED_HANDLE(HFONT);
+EMBEDDED_HANDLE(HICON);
+EMBEDDED_HANDLE(HMENU);
+EMBEDDED_HANDLE(HPEN);
 #undef EMBEDDED_HANDLE
+using HCURSOR = HICON;
+using HGDIOBJ = void*;
 using HMODULE = HINSTANCE;
 using FARPROC = INT_PTR (*)();
 
@@ -91,6 +99,34 @@ constexpr BYTE HIBYTE(DWORD_PTR value) {
     return static_cast<BYTE>(value >> 8);
 }
 
+// The value of two packed 16-bit halves, as messages carry them.
+constexpr LONG MAKELONG(DWORD_PTR low, DWORD_PTR high) {
+    return static_cast<LONG>((low & 0xFFFF) | (high & 0xFFFF) << 16);
+}
+constexpr WPARAM MAKEWPARAM(DWORD_PTR low, DWORD_PTR high) {
+    return static_cast<DWORD>(MAKELONG(low, high));
+}
+constexpr LPARAM MAKELPARAM(DWORD_PTR low, DWORD_PTR high) {
+    return static_cast<DWORD>(MAKELONG(low, high));
+}
+constexpr COLORREF RGB(BYTE red, BYTE green, BYTE blue) {
+    return red | static_cast<COLORREF>(green) << 8 | static_cast<COLORREF>(blue) << 16;
+}
+// A resource's number in place of its name.
+inline LPCWSTR MAKEINTRESOURCEW(WORD number) {
+    return reinterpret_cast<LPCWSTR>(static_cast<ULONG_PTR>(number));
+}
+
+struct POINT {
+    LONG x;
+    LONG y;
+};
+struct RECT {
+    LONG left;
+    LONG top;
+    LONG right;
+    LONG bottom;
+};
 struct POINTL {
     LONG x;
     LONG y;

@@ -1,0 +1,71 @@
+// One fax from the start to the end of its document, without the dialog's own work: the driver's
+// events on the embedded machine, with the file operations that each document costs.
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <benchmark/benchmark.h>
+
+#include "platform/embedded/files.h"
+#include "platform/embedded/machine.h"
+#include "platform/embedded/modules.h"
+#include "platform/owned.h"
+
+#include "faxjob/document_event.h"
+#include "faxjob/fax_job_data.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+INT_PTR Accept(ksfax::DialModuleRecord*) {
+    return 1;
+}
+
+// Writes what the companion module leaves behind: the shared file, and Dial files of 100
+// receivers each for a list above 100.
+void WriteReceivers(const embedded::Machine& machine, unsigned receivers) {
+    std::ofstream ini(machine.driveC() / "Windows" / "KSFAXJOB.INI", std::ios::binary);
+    ini << "[FAXDATA]\r\nDIR=C:\\Fax\r\n[DIALLIST]\r\nNum=" << receivers << "\r\n";
+    const unsigned inFile = receivers > ksfax::kShortListLimit ? 0 : receivers;
+    for (unsigned i = 1; i <= inFile; ++i) {
+        ini << "Name" << i << "=Receiver " << i << "\r\nNumber" << i << "=555" << i << "\r\n";
+    }
+    for (unsigned first = 1, file = 1; inFile == 0 && first <= receivers; first += 100, ++file) {
+        const std::string digits = std::to_string(file);
+        std::ofstream dial(machine.driveC() / "Fax" /
+                               ("Dial" + std::string(digits.size() < 2, '0') + digits + ".ini"),
+                           std::ios::binary);
+        for (unsigned i = first; i < first + 100 && i <= receivers; ++i) {
+            dial << "Name" << i << "=Receiver " << i << "\r\nNumber" << i << "=555" << i << "\r\n";
+        }
+    }
+}
+
+void StartAndEndDocument(benchmark::State& state) {
+    embedded::Machine machine;
+    machine.modules().Install(
+        {.path = TEXT("C:\\Windows\\System32\\KSFAXDLG.DLL"),
+         .exports = {{ksfax::kDialOperation, platform::FunctionCast<FARPROC>(Accept)},
+                     {ksfax::kCoverOperation, platform::FunctionCast<FARPROC>(Accept)}},
+         .resources = {}});
+    HANDLE printer = reinterpret_cast<HANDLE>(0x2C1F40);
+    uint64_t operations = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        fs::remove_all(machine.driveC() / "Fax");
+        fs::create_directories(machine.driveC() / "Fax");
+        WriteReceivers(machine, static_cast<unsigned>(state.range(0)));
+        const unsigned before = machine.files().operations().All();
+        state.ResumeTiming();
+        DrvDocumentEvent(printer, nullptr, DOCUMENTEVENT_STARTDOC, 0, nullptr, 0, nullptr);
+        DrvDocumentEvent(printer, nullptr, DOCUMENTEVENT_ENDDOC, 0, nullptr, 0, nullptr);
+        operations += machine.files().operations().All() - before;
+    }
+    state.counters["file_operations"] =
+        benchmark::Counter(static_cast<double>(operations), benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(StartAndEndDocument)->Arg(1)->Arg(1000)->Unit(benchmark::kMicrosecond);
+
+}  // namespace

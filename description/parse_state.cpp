@@ -1,0 +1,493 @@
+#include "description/parse_state.h"
+
+#include <algorithm>
+#include <bit>
+#include <utility>
+
+#include "description/keyword_table.h"
+
+namespace ksfax {
+
+// ---- Arena ----
+
+struct ParsePool::Block {
+    Block* older;
+};
+
+bool ParsePool::AddBlock(size_t room) {
+    if (room > SIZE_MAX - sizeof(Block)) {
+        return false;
+    }
+    auto* block = static_cast<Block*>(GlobalAlloc(GMEM_FIXED, sizeof(Block) + room));
+    if (block == nullptr) {
+        return false;
+    }
+    block->older = newest_;
+    newest_ = block;
+    next_ = reinterpret_cast<uint8_t*>(block + 1);
+    left_ = room;
+    total_ += room;
+    return true;
+}
+
+bool ParsePool::Open(size_t room) {
+    return AddBlock(room);
+}
+
+void ParsePool::Release() {
+    // The pool itself may lie in one of the blocks.
+    Block* block = std::exchange(newest_, nullptr);
+    while (block != nullptr) {
+        GlobalFree(std::exchange(block, block->older));
+    }
+}
+
+void* ParsePool::Take(size_t bytes) {
+    if (bytes > SIZE_MAX - 7) {
+        return nullptr;
+    }
+    const size_t rounded = (bytes + 7) & ~size_t{7};
+    // Blocks that grow with what has been taken keep their number small for any file.
+    if (rounded > left_ && !AddBlock(std::max(rounded, total_ / 2))) {
+        return nullptr;
+    }
+    void* taken = next_;
+    next_ += rounded;
+    left_ -= rounded;
+    std::memset(taken, 0, rounded);
+    return taken;
+}
+
+// ---- Name index ----
+
+namespace {
+
+uint64_t LoadUpTo8(const char* bytes, size_t count) {
+    if (count >= 8) {
+        uint64_t word = 0;
+        std::memcpy(&word, bytes, 8);
+        return word;
+    }
+    if (count >= 4) {
+        uint32_t low = 0;
+        uint32_t high = 0;
+        std::memcpy(&low, bytes, 4);
+        std::memcpy(&high, bytes + count - 4, 4);
+        return low | static_cast<uint64_t>(high) << 32;
+    }
+    uint64_t word = 0;
+    for (size_t i = 0; i < count; ++i) {
+        word = word << 8 | static_cast<uint8_t>(bytes[i]);
+    }
+    return word;
+}
+
+uint64_t Mix(uint64_t a, uint64_t b) {
+    const auto product = static_cast<unsigned __int128>(a) * b;
+    return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+}
+
+bool SameBytes(const char* left, const char* right, size_t count) {
+    return count == 0 || std::memcmp(left, right, count) == 0;
+}
+
+uint32_t NameHash(Text name) {
+    uint32_t hash = 0;
+    for (const char c : name) {
+        hash = (hash << 1) ^ static_cast<uint8_t>(c);
+    }
+    return hash;
+}
+
+}  // namespace
+
+bool NameIndex::Open(ParsePool& pool, uint32_t slots) {
+    slots_ = pool.Make<NamedRecord*>(slots);
+    mask_ = slots - 1;
+    seed_ = reinterpret_cast<uintptr_t>(slots_) * 0x9E3779B97F4A7C15;
+    return slots_ != nullptr;
+}
+
+uint32_t NameIndex::KeyOf(uint32_t owner, Text name) const {
+    uint64_t key = seed_ ^ (static_cast<uint64_t>(owner) << 8) ^ name.size();
+    const char* bytes = name.data();
+    size_t count = name.size();
+    for (; count > 8; count -= 8, bytes += 8) {
+        key = Mix(key ^ LoadUpTo8(bytes, 8), 0xA0761D6478BD642F);
+    }
+    key = Mix(key ^ LoadUpTo8(bytes, count), 0xE7037ED1A0B428DB);
+    return static_cast<uint32_t>(key ^ key >> 32);
+}
+
+// The first slot that is empty, starting from the key's own.
+NamedRecord** NameIndex::SlotFor(uint32_t key) const {
+    uint32_t slot = key & mask_;
+    while (slots_[slot] != nullptr) {
+        slot = (slot + 1) & mask_;
+    }
+    return &slots_[slot];
+}
+
+NamedRecord* NameIndex::Find(const char* text, uint32_t key, uint32_t owner, Text name) const {
+    for (uint32_t slot = key & mask_; slots_[slot] != nullptr; slot = (slot + 1) & mask_) {
+        NamedRecord* record = slots_[slot];
+        if (record->key == key && record->owner == owner && record->nameLength == name.size() &&
+            SameBytes(text + record->nameOffset, name.data(), name.size())) {
+            return record;
+        }
+    }
+    return nullptr;
+}
+
+bool NameIndex::Insert(ParsePool& pool, NamedRecord* record) {
+    if (used_ * 2 >= mask_) {
+        // The keys stay what they are, so records need not be read again for their names.
+        const uint32_t oldSlots = mask_ + 1;
+        if (oldSlots > UINT32_MAX / 4) {
+            return false;
+        }
+        auto** larger = pool.Make<NamedRecord*>(size_t{oldSlots} * 2);
+        if (larger == nullptr) {
+            return false;
+        }
+        NamedRecord** old = std::exchange(slots_, larger);
+        mask_ = oldSlots * 2 - 1;
+        for (uint32_t slot = 0; slot < oldSlots; ++slot) {
+            if (old[slot] != nullptr) {
+                *SlotFor(old[slot]->key) = old[slot];
+            }
+        }
+    }
+    *SlotFor(record->key) = record;
+    ++used_;
+    return true;
+}
+
+uint32_t ParseState::LineOf(uint32_t offset) const {
+    return lineStarts == nullptr
+               ? 0
+               : static_cast<uint32_t>(
+                     std::upper_bound(lineStarts, lineStarts + lineCount, offset) - lineStarts);
+}
+
+// ---- Value conversions ----
+
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+namespace {
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+int HexDigit(char c) {
+    if (IsDigit(c)) {
+        return c - '0';
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+}
+
+// Reads digits from the front of `text`; at most `counted` of them make the number.
+struct Digits {
+    uint32_t number = 0;
+    unsigned counted = 0;
+    bool any = false;
+};
+Digits TakeDigits(Text& text, unsigned limit) {
+    Digits digits;
+    size_t length = 0;
+    for (; length < text.size() && IsDigit(text[length]); ++length) {
+        digits.any = true;
+        if (digits.counted < limit) {
+            digits.number = digits.number * 10 + static_cast<uint32_t>(text[length] - '0');
+            ++digits.counted;
+        }
+    }
+    text.remove_prefix(length);
+    return digits;
+}
+
+bool TakeMinus(Text& text) {
+    const bool negative = text.starts_with('-');
+    text.remove_prefix(negative ? 1 : 0);
+    return negative;
+}
+
+}  // namespace
+
+bool DecodeHexSubstrings(Text text, std::span<char> out, uint32_t* length) {
+    uint32_t written = 0;
+    bool ended = false;
+    const auto put = [&](char c) {
+        ended = ended || c == 0;
+        if (ended) {
+            return;
+        }
+        if (written < out.size()) {
+            out[written] = c;
+        }
+        ++written;
+    };
+    bool inHex = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (!inHex) {
+            inHex = text[i] == '<';
+            if (!inHex) {
+                put(text[i]);
+            }
+        } else if (text[i] == '>') {
+            inHex = false;
+        } else {
+            const int high = HexDigit(text[i]);
+            const int low = i + 1 < text.size() ? HexDigit(text[i + 1]) : -1;
+            if (high < 0 || low < 0) {
+                return false;
+            }
+            put(static_cast<char>(high << 4 | low));
+            ++i;
+        }
+    }
+    *length = written;
+    return true;
+}
+
+Result StoreValue(ParseState& state, StoredText& target, Text text, TextMode mode,
+                  StatementReason badHex) {
+    if (target) {
+        return Ignored(state, StatementReason::ValueAlreadyStored);
+    }
+    auto length = static_cast<uint32_t>(text.size());
+    if (mode == TextMode::Hex && text.find('<') != Text::npos) {
+        uint32_t decoded = 0;
+        if (!DecodeHexSubstrings(text, {}, &decoded)) {
+            return Bad(state, badHex);
+        }
+        length |= StoredText::kHex;
+    }
+    target = {.offset = state.OffsetOf(text.data()), .lengthAndHex = length};
+    return Result::Handled;
+}
+
+bool NextToken(Text& rest, Text& token) {
+    constexpr size_t kLongestToken = 39;
+    const char* next = rest.data();
+    const char* const end = next + rest.size();
+    while (next != end && IsBlank(*next)) {
+        ++next;
+    }
+    const char* const start = next;
+    while (next != end && !IsBlank(*next)) {
+        ++next;
+    }
+    rest = {next, static_cast<size_t>(end - next)};
+    token = {start, std::min(static_cast<size_t>(next - start), kLongestToken)};
+    return !token.empty();
+}
+
+bool MatchWord(Text word, Text text) {
+    return text.starts_with(word) && (text.size() == word.size() || IsBlank(text[word.size()]));
+}
+
+bool ParseInteger(uint32_t* value, Text text) {
+    const bool negative = TakeMinus(text);
+    const Digits digits = TakeDigits(text, UINT32_MAX);
+    if (!digits.any) {
+        return false;
+    }
+    *value = negative ? 0 : digits.number;
+    return true;
+}
+
+bool ParseReal(uint32_t* value, Text text) {
+    constexpr unsigned kFractionDigits = 5;
+    const bool negative = TakeMinus(text);
+    const Digits whole = TakeDigits(text, UINT32_MAX);
+    Digits fraction;
+    if (text.starts_with('.')) {
+        text.remove_prefix(1);
+        fraction = TakeDigits(text, kFractionDigits);
+    }
+    if (!whole.any && !fraction.any) {
+        return false;
+    }
+    uint32_t denominator = 1;
+    for (unsigned i = 0; i < fraction.counted; ++i) {
+        denominator *= 10;
+    }
+    *value =
+        negative ? 0 : whole.number * 256 + (fraction.number * 256 + denominator / 2) / denominator;
+    return true;
+}
+
+bool ParseBoolean(uint32_t* value, Text text) {
+    *value = MatchWord("True", text) ? 1 : 0;
+    return *value != 0 || MatchWord("False", text);
+}
+
+Text StripAsterisk(Text text) {
+    text.remove_prefix(text.starts_with('*') ? 1 : 0);
+    return text;
+}
+
+// ---- Option model ----
+
+constinit const OptionKeyword kOptionKeywordList[kFeatureKinds] = {
+    {"PageSize", sizeof(PaperOptionRecord), FeatureUIType::PickOne},
+    {"InputSlot", sizeof(SlotOptionRecord), FeatureUIType::PickOne},
+    {"ManualFeed", sizeof(OptionRecord), FeatureUIType::Boolean},
+    {"Duplex", sizeof(OptionRecord), FeatureUIType::PickOne},
+    {"Collate", sizeof(OptionRecord), FeatureUIType::Boolean},
+    {"Resolution", sizeof(ResolutionOptionRecord), FeatureUIType::PickOne},
+    {"VMOption", sizeof(MemoryOptionRecord), FeatureUIType::PickOne},
+    {"MediaType", sizeof(OptionRecord), FeatureUIType::PickOne},
+    {"MultiplePage", sizeof(OptionRecord), FeatureUIType::PickOne},
+    {"TonerSaveMode", sizeof(OptionRecord), FeatureUIType::PickOne},
+    {"PageProtect", sizeof(OptionRecord), FeatureUIType::PickOne},
+    {"HRC", sizeof(OptionRecord), FeatureUIType::PickOne},
+    {"GraphicsMode", sizeof(OptionRecord), FeatureUIType::PickOne},
+    {"Paper", sizeof(PaperOptionRecord), FeatureUIType::PickOne},
+    {"TTMODE", sizeof(OptionRecord), FeatureUIType::PickOne},
+    {"SaveMacro", sizeof(OptionRecord), FeatureUIType::PickOne},
+    {"BiasVolt", sizeof(OptionRecord), FeatureUIType::PickOne},
+};
+
+uint16_t OptionRecordSize(FeatureKind kind) {
+    return kind < FeatureKind::Generic ? kOptionKeywordList[static_cast<unsigned>(kind)].recordSize
+                                       : uint16_t{sizeof(OptionRecord)};
+}
+
+Text NameOf(const ParseState& state, const ParsedFeature& feature) {
+    return feature.kind < FeatureKind::Generic
+               ? kOptionKeywordList[static_cast<unsigned>(feature.kind)].keyword
+               : Text(state.text + feature.nameOffset, feature.nameLength);
+}
+
+namespace {
+
+void AppendFeature(ParseState& state, ParsedFeature* feature, FeatureKind kind, Text name) {
+    feature->kind = kind;
+    feature->owner = kNoOwner;
+    feature->number = state.features.count;
+    feature->nameHash = NameHash(name);
+    feature->nameLength = static_cast<uint32_t>(name.size());
+    state.features.Append(feature);
+}
+
+// Option records by kind: the Paper feature's are packed at full size but only ever fill the
+// common part.
+ParsedOption* MakeOption(ParsePool& pool, FeatureKind kind) {
+    switch (kind) {
+    case FeatureKind::PageSize:
+        return pool.Make<ParsedPaper>();
+    case FeatureKind::InputSlot:
+        return pool.Make<ParsedSlot>();
+    case FeatureKind::Resolution:
+        return pool.Make<ParsedResolution>();
+    case FeatureKind::VMOption:
+        return pool.Make<ParsedMemory>();
+    default:
+        return pool.Make<ParsedOption>();
+    }
+}
+
+bool HasName(const ParseState& state, const ParsedOption* option, Text name) {
+    return option != nullptr && option->nameLength == name.size() &&
+           SameBytes(state.text + option->nameOffset, name.data(), name.size());
+}
+
+}  // namespace
+
+ParsedFeature* FindOrMakeFeature(ParseState& state, FeatureKind kind) {
+    ParsedFeature*& known = state.featureByKind[static_cast<unsigned>(kind)];
+    if (known == nullptr) {
+        known = state.pool.Make<ParsedFeature>();
+        if (known != nullptr) {
+            const OptionKeyword& row = kOptionKeywordList[static_cast<unsigned>(kind)];
+            known->uiType = row.uiType;
+            known->installable = kind == FeatureKind::VMOption;
+            AppendFeature(state, known, kind, row.keyword);
+        }
+    }
+    return known;
+}
+
+ParsedFeature* FindOrMakeFeature(ParseState& state, Text name) {
+    const FeatureKind kind = FeatureKindByName(name);
+    if (kind != FeatureKind::Generic) {
+        return FindOrMakeFeature(state, kind);
+    }
+    const uint32_t key = state.names.KeyOf(kNoOwner, name);
+    NamedRecord* found = state.names.Find(state.text, key, kNoOwner, name);
+    if (found != nullptr) {
+        return static_cast<ParsedFeature*>(found);
+    }
+    auto* feature = state.pool.Make<ParsedFeature>();
+    if (feature == nullptr) {
+        return nullptr;
+    }
+    feature->key = key;
+    feature->nameOffset = state.OffsetOf(name.data());
+    feature->uiType = FeatureUIType::PickOne;
+    feature->installable = state.inInstallableGroup;
+    AppendFeature(state, feature, FeatureKind::Generic, name);
+    return state.names.Insert(state.pool, feature) ? feature : nullptr;
+}
+
+ParsedFeature* FindFeature(const ParseState& state, Text name) {
+    const FeatureKind kind = FeatureKindByName(name);
+    if (kind != FeatureKind::Generic) {
+        return state.featureByKind[static_cast<unsigned>(kind)];
+    }
+    const uint32_t key = state.names.KeyOf(kNoOwner, name);
+    return static_cast<ParsedFeature*>(state.names.Find(state.text, key, kNoOwner, name));
+}
+
+ParsedOption* FindOption(const ParseState& state, const ParsedFeature& feature, Text name) {
+    const uint32_t key = state.names.KeyOf(feature.number, name);
+    return static_cast<ParsedOption*>(state.names.Find(state.text, key, feature.number, name));
+}
+
+Result FindOrMakeOption(ParseState& state, ParsedFeature& feature, const StatementRecord& statement,
+                        ParsedOption** option) {
+    const Text name = statement.option;
+    ParsedOption* found = feature.latestOption;
+    if (!HasName(state, found, name)) {
+        found = found != nullptr ? found->next : nullptr;
+    }
+    if (!HasName(state, found, name)) {
+        const uint32_t key = state.names.KeyOf(feature.number, name);
+        found = static_cast<ParsedOption*>(state.names.Find(state.text, key, feature.number, name));
+        if (found == nullptr) {
+            found = MakeOption(state.pool, feature.kind);
+            if (found == nullptr) {
+                return OutOfMemory(state);
+            }
+            found->key = key;
+            found->owner = feature.number;
+            found->nameOffset = state.OffsetOf(name.data());
+            found->nameLength = static_cast<uint32_t>(name.size());
+            found->nameHash = NameHash(name);
+            found->position = feature.optionCount++;
+            (feature.lastOption != nullptr ? feature.lastOption->next : feature.firstOption) =
+                found;
+            feature.lastOption = found;
+            if (!state.names.Insert(state.pool, found)) {
+                return OutOfMemory(state);
+            }
+        }
+    }
+    feature.latestOption = found;
+    *option = found;
+    if (statement.translation.empty() || found->translation) {
+        return Result::Handled;
+    }
+    return StoreValue(state, found->translation, statement.translation, TextMode::Hex,
+                      StatementReason::BadHexInTranslation);
+}
+
+}  // namespace ksfax

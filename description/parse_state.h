@@ -1,0 +1,324 @@
+#pragma once
+
+// The working record of one parse, from the first statement to the packed block, and the
+// conversions that the keyword handlers share. Private to the reader, its handlers and packing.
+//
+// Nothing of the PPD is copied while parsing: the records below point into its text, which stays
+// mapped until packing has copied what it needs. Every length is fixed when a text is recorded,
+// so a file that another process rewrites meanwhile gives a wrong description, never a wrong
+// access; one that it shortens faults as any mapped file does, which is the system's to report.
+
+#include <cstring>
+#include <string_view>
+
+#include "description/parse_observer.h"
+#include "description/printer_description.h"
+
+namespace ksfax {
+
+using Text = std::string_view;
+
+// An arena of global memory, released as a whole. Made in its own first block.
+class ParsePool {
+  public:
+    // A first block with `room` bytes, zeroed; false when memory runs out.
+    [[nodiscard]] bool Open(size_t room);
+    void Release();
+    // Zeroed memory for one record, or null. The record needs no destructor.
+    template <typename Record>
+    [[nodiscard]] Record* Make(size_t count = 1) {
+        static_assert(alignof(Record) <= 8);
+        return count > SIZE_MAX / sizeof(Record)
+                   ? nullptr
+                   : static_cast<Record*>(Take(count * sizeof(Record)));
+    }
+
+  private:
+    struct Block;
+    void* Take(size_t bytes);
+    bool AddBlock(size_t room);
+
+    Block* newest_ = nullptr;
+    uint8_t* next_ = nullptr;
+    size_t left_ = 0;
+    size_t total_ = 0;
+};
+
+// A piece of the PPD's text, kept as 8 bytes because there are up to four for each option.
+struct StoredText {
+    uint32_t offset;  // in the file; 0 = absent, for no text begins with the file
+    uint32_t lengthAndHex;
+
+    static constexpr uint32_t kHex = 0x80000000;  // has hexadecimal substrings to decode
+    explicit operator bool() const { return offset != 0; }
+    uint32_t length() const { return lengthAndHex & ~kHex; }
+    bool hex() const { return (lengthAndHex & kHex) != 0; }
+};
+
+// What the name index finds: an option by its feature's number and its name, a generic feature
+// by kNoOwner and its name.
+struct NamedRecord {
+    uint32_t key;  // of the index
+    uint32_t owner;
+    uint32_t nameOffset;  // in the file; unused for well-known features
+    uint32_t nameLength;
+    uint32_t nameHash;
+    uint32_t position;  // in its list; a feature's is settled by packing
+};
+constexpr uint32_t kNoOwner = UINT32_MAX;
+
+struct ParsedOption : NamedRecord {
+    ParsedOption* next;
+    StoredText translation;
+    StoredText invocation;
+};
+struct ParsedPaper : ParsedOption {
+    StoredText pageSizeL;
+    StoredText pageRegion;
+    uint32_t width;
+    uint32_t height;
+    uint32_t area[4];
+    uint32_t areaExtra[2];
+    uint32_t areaL[4];
+    uint32_t areaLExtra[2];
+};
+struct ParsedSlot : ParsedOption {
+    uint32_t requiresPageRegion;
+};
+struct ParsedResolution : ParsedOption {
+    StoredText jclResolution;
+    StoredText setResolution;
+    uint32_t screenAngle;
+    uint32_t screenFreq;
+};
+struct ParsedMemory : ParsedOption {
+    uint32_t amount;
+};
+
+struct ParsedFeature : NamedRecord {
+    ParsedFeature* next;
+    uint32_t number;  // in order of creation
+    FeatureKind kind;
+    FeatureUIType uiType;
+    uint16_t flags;
+    bool installable;
+    uint16_t index;  // within its group, set by packing
+    StoredText translation;
+    StoredText defaultName;
+    ParsedOption* firstOption;
+    ParsedOption* lastOption;
+    ParsedOption* latestOption;  // met last: PPDs repeat a feature's options in one order
+    uint32_t optionCount;
+};
+
+struct ParsedFont {
+    ParsedFont* next;
+    uint32_t nameOffset;
+    uint32_t nameLength;
+    uint32_t nameHash;
+    uint16_t id;
+    StoredText description;
+};
+
+// A token of a constraint or order dependency, at most 39 characters; offset 0 = absent.
+struct ParsedConstraint {
+    ParsedConstraint* next;
+    uint32_t offsets[4];  // feature 1, option 1, feature 2, option 2
+    uint8_t lengths[4];
+};
+struct ParsedOrder {
+    ParsedOrder* next;
+    uint32_t order;
+    uint16_t section;
+    uint8_t keywordLength;
+    uint8_t optionLength;
+    uint32_t keywordOffset;
+    uint32_t optionOffset;
+};
+
+// A list that is only ever appended to.
+template <typename Record>
+struct ParsedList {
+    Record* first;
+    Record* last;
+    uint32_t count;
+
+    void Append(Record* record) {
+        (last != nullptr ? last->next : first) = record;
+        last = record;
+        ++count;
+    }
+};
+
+// Options and generic features by name: open addressing in arena memory, at most half full. The
+// hash is keyed with the table's address, so that no file can be written to make it slow.
+class NameIndex {
+  public:
+    [[nodiscard]] bool Open(ParsePool& pool, uint32_t slots);
+    uint32_t KeyOf(uint32_t owner, Text name) const;
+    // `text` is the file's.
+    NamedRecord* Find(const char* text, uint32_t key, uint32_t owner, Text name) const;
+    // False when memory runs out.
+    [[nodiscard]] bool Insert(ParsePool& pool, NamedRecord* record);
+
+  private:
+    NamedRecord** SlotFor(uint32_t key) const;
+
+    NamedRecord** slots_ = nullptr;
+    uint32_t mask_ = 0;
+    uint32_t used_ = 0;
+    uint64_t seed_ = 0;
+};
+
+struct ParseState {
+    ParsePool pool;
+    const char* text;  // the whole file
+    uint32_t textLength;
+    void* view;         // the mapped view that text lies in, or null
+    bool hasZeroBytes;  // the text holds some; a value ends at its first
+
+    // The numbers of the header; its references stay 0 and are the fields below until packing.
+    PrinterDescription header;
+    const WCHAR* path;
+    uint32_t pathLength;
+    StoredText NickName;
+    StoredText Password;
+    StoredText ExitServer;
+    StoredText CustomPageSizeCode;
+    StoredText JCLBegin;
+    StoredText JCLToPSInterpreter;
+    StoredText JCLEnd;
+    StoredText SleepMode;
+    StoredText DefaultLanguage;
+
+    ParsedList<ParsedFeature> features;
+    ParsedFeature* featureByKind[kFeatureKinds];
+    ParsedList<ParsedFont> fonts;
+    ParsedFont* fontById[81];
+    ParsedList<ParsedConstraint> constraints;
+    ParsedList<ParsedOrder> orders;
+    NameIndex names;
+
+    ParsedFeature* openFeature;  // the generic feature whose *OpenUI is open, or null
+    bool inInstallableGroup;
+    uint64_t seenRows[2];  // a bit for each row of the keyword table
+
+    StatementReason reason;      // why the current statement had no effect, for the observer
+    const uint32_t* lineStarts;  // with an observer alone; null when memory ran out
+    uint32_t lineCount;
+
+    Text TextOf(StoredText stored) const { return {text + stored.offset, stored.length()}; }
+    uint32_t OffsetOf(const char* place) const { return static_cast<uint32_t>(place - text); }
+    // The line of a place in the file, from 1; 0 when unknown.
+    uint32_t LineOf(uint32_t offset) const;
+};
+
+// Releases a parse that is not packed.
+void ReleaseParse(ParseState* state);
+
+// One statement, its texts in the file.
+struct StatementRecord {
+    const char* start;  // its asterisk
+    Text keyword;       // main keyword without asterisk
+    Text option;
+    Text translation;
+    Text value;
+    ValueType type;
+};
+
+// Counts and positions of the packed block stop at what 16 bits hold.
+inline uint16_t Saturated(uint32_t count) {
+    return count < UINT16_MAX ? static_cast<uint16_t>(count) : uint16_t{UINT16_MAX};
+}
+
+// What reading, dispatching or handling a statement came to.
+enum class Result : uint8_t { Handled = 0, EndOfFile = 1, Bad = 3, Fatal = 4 };
+
+// A handler's results with their reason.
+inline Result Bad(ParseState& state, StatementReason reason) {
+    state.reason = reason;
+    return Result::Bad;
+}
+inline Result Ignored(ParseState& state, StatementReason reason) {
+    state.reason = reason;
+    return Result::Handled;
+}
+inline Result OutOfMemory(ParseState& state) {
+    state.reason = StatementReason::OutOfMemory;
+    return Result::Fatal;
+}
+
+// ---- Value conversions ----
+
+enum class TextMode : uint8_t { Plain, Hex };
+
+// Records `text` in `target` unless that holds one already: the first value wins, an empty one
+// too. In hex mode bad hexadecimal substrings give Bad and leave the target alone.
+Result StoreValue(ParseState& state, StoredText& target, Text text, TextMode mode,
+                  StatementReason badHex = StatementReason::BadHexInValue);
+
+// The bytes that `text` stands for, hexadecimal substrings replaced, up to the first zero byte,
+// where a packed string ends: their number, and as many of them as fit in `out`. False for an odd
+// or other digit between the angle brackets; a bracket never closed is open to the end.
+bool DecodeHexSubstrings(Text text, std::span<char> out, uint32_t* length);
+
+// The next run of non-blanks, at most 39 characters of it; false when nothing is left.
+bool NextToken(Text& rest, Text& token);
+
+// Text begins with word, and ends or has a blank there.
+bool MatchWord(Text word, Text text);
+
+struct WordRow {
+    Text word;
+    uint16_t value;
+};
+// The value of the first row that matches, false and *value untouched when none does.
+template <size_t Rows>
+bool LookupWord(const WordRow (&table)[Rows], Text text, uint16_t* value) {
+    for (const WordRow& row : table) {
+        if (MatchWord(row.word, text)) {
+            *value = row.value;
+            return true;
+        }
+    }
+    return false;
+}
+
+// These read what the text begins with and leave *value alone when that is no number.
+// Digits with an optional minus sign; a negative number is 0; digits wrap in 32 bits.
+bool ParseInteger(uint32_t* value, Text text);
+// The same with a fraction, of which five digits count, as 24.8.
+bool ParseReal(uint32_t* value, Text text);
+// True or False as a word; anything else stores 0 and gives false.
+bool ParseBoolean(uint32_t* value, Text text);
+
+// Without one leading asterisk; empty when nothing is left.
+Text StripAsterisk(Text text);
+
+bool IsBlank(char c);
+
+// ---- Option model ----
+
+// The feature of a well-known kind, made when the PPD names it first; null out of memory.
+ParsedFeature* FindOrMakeFeature(ParseState& state, FeatureKind kind);
+// The same by name, which may be a well-known one. The name is the file's text.
+ParsedFeature* FindOrMakeFeature(ParseState& state, Text name);
+// The feature of that name, or null.
+ParsedFeature* FindFeature(const ParseState& state, Text name);
+ParsedOption* FindOption(const ParseState& state, const ParsedFeature& feature, Text name);
+// The option that the statement's option keyword names, with its translation. On a bad
+// translation the option is there all the same.
+Result FindOrMakeOption(ParseState& state, ParsedFeature& feature, const StatementRecord& statement,
+                        ParsedOption** option);
+
+Text NameOf(const ParseState& state, const ParsedFeature& feature);
+
+struct OptionKeyword {
+    Text keyword;
+    uint16_t recordSize;  // of the option records in the packed block
+    FeatureUIType uiType;
+};
+extern const OptionKeyword kOptionKeywordList[kFeatureKinds];
+uint16_t OptionRecordSize(FeatureKind kind);
+
+}  // namespace ksfax

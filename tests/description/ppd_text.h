@@ -1,0 +1,77 @@
+#pragma once
+
+// Descriptions made from PPD text in memory, for tests.
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/embedded/machine.h"
+
+#include "description/load_description.h"
+#include "description/printer_description.h"
+
+namespace ksfax {
+
+struct FreeDescription {
+    void operator()(PrinterDescription* block) const { GlobalFree(block); }
+};
+using DescriptionPtr = std::unique_ptr<PrinterDescription, FreeDescription>;
+
+// The packed block, offsets in it; null when the text does not load. Needs a running machine.
+inline DescriptionPtr PackText(std::string_view text, const ParseObserver* observer = nullptr) {
+    ParseState* state = ParsePpdText(text, TEXT("C:\\P.PPD"), observer);
+    return DescriptionPtr(state != nullptr ? PackDescription(state, observer) : nullptr);
+}
+
+// The same, relocated for the lookups.
+inline DescriptionPtr LoadText(std::string_view text) {
+    DescriptionPtr block = PackText(text);
+    if (block) {
+        RelocateDescription(block.get());
+    }
+    return block;
+}
+
+inline std::string_view BytesOf(const PrinterDescription& block) {
+    return {reinterpret_cast<const char*>(&block), block.TotalSize};
+}
+
+// A string of a loaded description; "-" for an absent one.
+inline std::string TextOf(Ref<char> text) {
+    return text ? text.Target() : "-";
+}
+
+// A feature by name, and its options as "Name/Translation=Invocation" joined by "; ".
+inline const FeatureRecord* Feature(const DescriptionPtr& description, const char* name) {
+    return FindByName(description->Features.Target(), name);
+}
+inline std::string OptionsOf(const FeatureRecord* feature) {
+    std::string all;
+    for (const OptionRecord& option : ListOf(feature->Options)) {
+        all += (all.empty() ? "" : "; ") + TextOf(option.Name) + "/" + TextOf(option.Translation) +
+               "=" + TextOf(option.Invocation);
+    }
+    return all;
+}
+
+// What an observer was told of each statement, one line each:
+// "line keyword|option|translation|value type outcome reason".
+struct StatementLog {
+    std::vector<std::string> lines;
+    ParseObserver observer = {
+        .context = this, .statement = Note, .packed = nullptr, .cacheUsed = nullptr};
+
+    static void Note(void* context, const StatementReport& report) {
+        std::string line = std::to_string(report.line) + " ";
+        line.append(report.keyword).append("|").append(report.option).append("|");
+        line.append(report.translation).append("|").append(report.value);
+        line += " " + std::to_string(static_cast<int>(report.type));
+        line += std::string(" ") + "SIDF"[static_cast<int>(report.outcome)];
+        line += std::to_string(static_cast<int>(report.reason));
+        static_cast<StatementLog*>(context)->lines.push_back(line);
+    }
+};
+
+}  // namespace ksfax
