@@ -8,7 +8,14 @@
 struct SECURITY_ATTRIBUTES;
 
 using REGSAM = DWORD;
+constexpr REGSAM KEY_QUERY_VALUE = 0x00000001;
+constexpr REGSAM KEY_SET_VALUE = 0x00000002;
 constexpr REGSAM KEY_ALL_ACCESS = 0x000F003F;
+constexpr DWORD REG_CREATED_NEW_KEY = 1;
+constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
+constexpr DWORD ERROR_BAD_PATHNAME = 161;
+constexpr DWORD ERROR_KEY_DELETED = 1018;
+
 inline const HKEY HKEY_CURRENT_USER =
     reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(0x80000001)));
 inline const HKEY HKEY_LOCAL_MACHINE =
@@ -24,6 +31,17 @@ LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subkey, DWORD reserved, LPWSTR keyClas
 // ERROR_ACCESS_DENIED for a key that has subkeys.
 LSTATUS RegDeleteKeyW(HKEY key, LPCWSTR subkey);
 LSTATUS RegCloseKey(HKEY key);
+// ERROR_FILE_NOT_FOUND; ERROR_MORE_DATA, with the size in *bytes, when it does not fit. With
+// `data` null the size alone. The A functions hold texts in the ANSI code page, other types byte
+// for byte.
+LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, LPBYTE data,
+                         DWORD* bytes);
+LSTATUS RegQueryValueExA(HKEY key, LPCSTR name, DWORD* reserved, DWORD* type, LPBYTE data,
+                         DWORD* bytes);
+LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data,
+                       DWORD bytes);
+LSTATUS RegSetValueExA(HKEY key, LPCSTR name, DWORD reserved, DWORD type, const BYTE* data,
+                       DWORD bytes);
 
 // *characters takes the room and gives the length, both with the terminator; with too little room
 // FALSE with ERROR_INSUFFICIENT_BUFFER.

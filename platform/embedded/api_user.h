@@ -16,6 +16,8 @@ int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
 int wsprintfW(LPWSTR target, LPCWSTR format, ...);
 int wsprintfA(LPSTR target, LPCSTR format, ...);
 
+// Cut to the room and terminated; the result counts the characters. 0 for a text that is not
+// there; when its table of 16 is missing too, `text` is left alone.
 int LoadStringW(HINSTANCE instance, UINT id, LPWSTR text, int characters);
 int LoadStringA(HINSTANCE instance, UINT id, LPSTR text, int characters);
 

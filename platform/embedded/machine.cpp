@@ -6,8 +6,11 @@
 #include "platform/embedded/api_kernel.h"
 #include "platform/embedded/files.h"
 #include "platform/embedded/mapping.h"
+#include "platform/embedded/memory.h"
 #include "platform/embedded/modules.h"
 #include "platform/embedded/profiles.h"
+#include "platform/embedded/registry.h"
+#include "platform/embedded/resources.h"
 #include "platform/embedded/spooler.h"
 
 namespace embedded {
@@ -127,7 +130,9 @@ Machine::Machine(MachineSetup setup) : setup_(std::move(setup)) {
     mappings_ = std::make_unique<Mappings>(*this);
     profiles_ = std::make_unique<Profiles>(*this);
     modules_ = std::make_unique<Modules>(*this);
+    resources_ = std::make_unique<Resources>(*this);
     spooler_ = std::make_unique<Spooler>(*this);
+    registry_ = std::make_unique<Registry>();
     current = this;
 }
 
@@ -155,7 +160,8 @@ void Machine::ShowMessageBox(MessageBoxShown box) {
 }
 
 Leaks Machine::OpenNow() const {
-    return {.handles = handles.CountOpen(),
+    const unsigned heaps = handles.CountOpen<Heap>();
+    return {.handles = handles.CountOpen() - heaps,
             .views = views,
             .globalBlocks = globalBlocks,
             .heaps = heaps,

@@ -25,8 +25,9 @@ class FileSystem;
 class Mappings;
 class Profiles;
 class Modules;
+class Registry;
+class Resources;
 class Spooler;
-class Texts;
 
 // One place in the machine that a published call enters by. Counts the calls and asks the fault
 // plan whether this one fails. Used as a function's static local:
@@ -152,6 +153,10 @@ struct MachineSetup {
     std::filesystem::path driveC = {};
     UINT codePage = 1252;  // 1252 or 932
     UINT country = 1;      // international dialling code
+    // What the locale answers for the country when it is no number; empty for the number above.
+    std::u16string countryText = {};
+    std::u16string userName = u"User";
+    std::u16string computerName = u"FAXPC";  // at most 15 characters
 };
 
 class Machine {
@@ -177,13 +182,14 @@ class Machine {
     void ShowMessageBox(MessageBoxShown box);
     std::atomic<unsigned> globalBlocks = 0;
     std::atomic<unsigned> views = 0;
-    std::atomic<unsigned> heaps = 0;
 
     FileSystem& files() { return *files_; }
     Mappings& mappings() { return *mappings_; }
     Profiles& profiles() { return *profiles_; }
     Modules& modules() { return *modules_; }
+    Resources& resources() { return *resources_; }
     Spooler& spooler() { return *spooler_; }
+    Registry& registry() { return *registry_; }
 
   private:
     MachineSetup setup_;
@@ -194,7 +200,9 @@ class Machine {
     std::unique_ptr<Mappings> mappings_;
     std::unique_ptr<Profiles> profiles_;
     std::unique_ptr<Modules> modules_;
+    std::unique_ptr<Resources> resources_;
     std::unique_ptr<Spooler> spooler_;
+    std::unique_ptr<Registry> registry_;
 };
 
 }  // namespace embedded

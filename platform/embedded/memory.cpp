@@ -4,8 +4,6 @@
 #include <iostream>
 #include <thread>
 
-#include "platform/embedded/machine.h"
-
 #if defined(__SANITIZE_ADDRESS__)
 #define EMBEDDED_ASAN
 #elif defined(__has_feature)
@@ -56,6 +54,10 @@ BlockHeader* HeaderOf(void* block) {
     return header;
 }
 
+void FreeBlock(void* block) {
+    free(HeaderOf(block));
+}
+
 // What CRITICAL_SECTION::DebugInfo points at.
 struct Lock {
     std::recursive_mutex mutex;
@@ -73,6 +75,12 @@ Lock& LockOf(const CRITICAL_SECTION* section, const char* call) {
 }
 
 }  // namespace
+
+Heap::~Heap() {
+    for (void* block : blocks) {
+        FreeBlock(block);
+    }
+}
 
 bool IsHeldByAnyone(const CRITICAL_SECTION& section) {
     const Lock* lock = static_cast<const Lock*>(section.DebugInfo);
@@ -107,7 +115,7 @@ HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
 
 HGLOBAL GlobalFree(HGLOBAL memory) {
     if (memory != nullptr) {
-        free(HeaderOf(memory));
+        FreeBlock(memory);
         Machine::Current().globalBlocks.fetch_sub(1, std::memory_order_relaxed);
     }
     return nullptr;
@@ -122,6 +130,43 @@ SIZE_T GlobalSize(HGLOBAL memory) {
     const SIZE_T bytes = header->bytes;
     ASAN_POISON_MEMORY_REGION(header, sizeof(BlockHeader));
     return bytes;
+}
+
+// ---- Private heaps ----
+
+HANDLE HeapCreate(DWORD options, SIZE_T, SIZE_T maximumBytes) {
+    static CallSite call("HeapCreate");
+    if (options != 0 || maximumBytes != 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    if (call.Fails()) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    return Machine::Current().handles.Insert(std::make_shared<Heap>());
+}
+
+LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes) {
+    static CallSite call("HeapAlloc");
+    const auto object = Machine::Current().handles.Get<Heap>(heap);
+    if (call.Fails() || object == nullptr || (flags & ~HEAP_ZERO_MEMORY) != 0) {
+        return nullptr;
+    }
+    void* block = AllocateBlock(bytes, (flags & HEAP_ZERO_MEMORY) != 0);
+    if (block != nullptr) {
+        std::lock_guard lock(object->mutex);
+        object->blocks.push_back(block);
+    }
+    return block;
+}
+
+BOOL HeapDestroy(HANDLE heap) {
+    if (!Machine::Current().handles.Close<Heap>(heap)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    return TRUE;
 }
 
 // ---- Critical sections ----

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/embedded/api_kernel.h"
+#include "platform/embedded/modules.h"
 
 namespace embedded {
 namespace {
@@ -194,6 +195,16 @@ bool IsOwnEnvironment(const WCHAR* environment) {
     return environment == nullptr || EqualIgnoringCase(environment, kEnvironment);
 }
 
+template <typename Function>
+FARPROC AsExport(Function* function) {
+    // By way of the one function type that the compiler lets become any other.
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(function));
+}
+
+// The exports of spoolss.dll.
+HANDLE RevertToPrinterSelf();
+BOOL ImpersonatePrinterClient(HANDLE token);
+
 bool Fail(DWORD error) {
     SetLastError(error);
     return false;
@@ -213,7 +224,12 @@ Form WholePageForm(std::u16string name, DWORD flags, LONG width, LONG height) {
     return {std::move(name), flags, {width, height}, {0, 0, width, height}};
 }
 
-Spooler::Spooler(Machine& machine) : machine_(machine) {
+Spooler::Spooler(Machine& machine) {
+    machine.modules().Install(
+        {.path = u"C:\\Windows\\System32\\spoolss.dll",
+         .exports = {{"RevertToPrinterSelf", AsExport(RevertToPrinterSelf)},
+                     {"ImpersonatePrinterClient", AsExport(ImpersonatePrinterClient)}},
+         .resources = {}});
     for (const auto& form : kBuiltInForms) {
         forms_.push_back(WholePageForm(form.name, FORM_BUILTIN, form.width, form.height));
     }
@@ -522,8 +538,8 @@ struct SpoolerCalls {
         return TRUE;
     }
 
-    static bool IsHandle(HANDLE handle) {
-        return Machine::Current().handles.Get<Spooler::Handle>(handle) != nullptr;
+    static BOOL Close(HANDLE printer) {
+        return Machine::Current().handles.Close<Spooler::Handle>(printer);
     }
 
     static BOOL Open(const WCHAR* name, HANDLE* printer, const PRINTER_DEFAULTSW* defaults) {
@@ -687,15 +703,27 @@ struct SpoolerCalls {
     static BOOL Impersonate(HANDLE token) {
         Machine& machine = Machine::Current();
         Spooler& spooler = machine.spooler();
-        if (machine.handles.Get<ClientToken>(token) == nullptr) {
+        if (!machine.handles.Close<ClientToken>(token)) {
             return Fail(ERROR_INVALID_HANDLE);
         }
         std::lock_guard lock(spooler.mutex_);
-        machine.handles.Close(token);
         spooler.reverted_.erase(std::this_thread::get_id());
         return TRUE;
     }
 };
+
+namespace {
+
+HANDLE RevertToPrinterSelf() {
+    static CallSite call("RevertToPrinterSelf");
+    return call.Fails() ? nullptr : SpoolerCalls::Revert();
+}
+
+BOOL ImpersonatePrinterClient(HANDLE token) {
+    return SpoolerCalls::Impersonate(token);
+}
+
+}  // namespace
 
 }  // namespace embedded
 
@@ -713,11 +741,7 @@ BOOL OpenPrinterW(LPWSTR name, HANDLE* printer, PRINTER_DEFAULTSW* defaults) {
 }
 
 BOOL ClosePrinter(HANDLE printer) {
-    HandleTable& handles = Machine::Current().handles;
-    if (!SpoolerCalls::IsHandle(printer)) {
-        return Fail(ERROR_INVALID_HANDLE);
-    }
-    return handles.Close(printer);
+    return SpoolerCalls::Close(printer) || Fail(ERROR_INVALID_HANDLE);
 }
 
 BOOL GetPrinterW(HANDLE printer, DWORD level, LPBYTE buffer, DWORD bytes, DWORD* needed) {

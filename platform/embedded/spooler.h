@@ -61,7 +61,8 @@ Form WholePageForm(std::u16string name, DWORD flags, LONG width, LONG height);
 
 class Spooler {
   public:
-    // Holds the usual built-in forms, no printer and no driver.
+    // Holds the usual built-in forms, no printer and no driver. Installs spoolss.dll with
+    // RevertToPrinterSelf and ImpersonatePrinterClient.
     explicit Spooler(Machine& machine);
     ~Spooler();
 
@@ -115,7 +116,6 @@ class Spooler {
 
     std::shared_ptr<Printer> Find(std::u16string_view name) const;
 
-    Machine& machine_;
     mutable std::mutex mutex_;  // guards all below and what the printers point at
     std::vector<std::shared_ptr<Printer>> printers_;
     std::vector<Driver> drivers_;

@@ -43,6 +43,20 @@ TEST(GlobalAllocDeathTest, OverrunAndUnderrunAreCaught) {
 }
 #endif
 
+TEST(PrivateHeap, FreesItsBlocksWithIt) {
+    Machine machine;
+    const HANDLE heap = HeapCreate(0, 8192, 0);
+    ASSERT_NE(heap, nullptr);
+    auto* block = static_cast<BYTE*>(HeapAlloc(heap, HEAP_ZERO_MEMORY, 9));
+    EXPECT_EQ(std::count(block, block + 9, 0), 9);
+    EXPECT_EQ(HeapAlloc(heap, 0, SIZE_T(-1)), nullptr);
+    EXPECT_EQ(machine.OpenNow(), Leaks{.heaps = 1});
+    EXPECT_TRUE(HeapDestroy(heap));
+    EXPECT_FALSE(HeapDestroy(heap));
+    EXPECT_EQ(HeapAlloc(heap, 0, 1), nullptr);
+    EXPECT_EQ(machine.OpenNow(), Leaks{});
+}
+
 TEST(CriticalSection, TellsWhoHoldsItAndKeepsOthersOut) {
     CRITICAL_SECTION section;
     InitializeCriticalSection(&section);

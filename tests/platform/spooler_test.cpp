@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/embedded/spooler.h"
+#include "platform/owned.h"
 #include "platform/windows_api.h"
 
 namespace embedded {
@@ -263,6 +264,26 @@ TEST_F(SpoolerTest, AddsDeletesAndEnumeratesFormsInOrder) {
     EXPECT_TRUE(DeleteFormW(printer, Name(u"Wide")));
     EXPECT_FALSE(DeleteFormW(printer, Name(u"Wide")));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_FORM_NAME);
+}
+
+TEST_F(SpoolerTest, ServesAThreadAsItsClientOrAsItself) {
+    const HMODULE module = LoadLibraryW(u"spoolss.dll");
+    ASSERT_NE(module, nullptr);
+    const auto revert = platform::ExportOf<HANDLE (*)()>(module, "RevertToPrinterSelf");
+    const auto impersonate =
+        platform::ExportOf<BOOL (*)(HANDLE)>(module, "ImpersonatePrinterClient");
+    EXPECT_TRUE(machine.spooler().ThreadActsForClient());
+    const HANDLE token = revert();
+    EXPECT_NE(token, nullptr);
+    EXPECT_FALSE(machine.spooler().ThreadActsForClient());
+    std::thread([&] { EXPECT_TRUE(machine.spooler().ThreadActsForClient()); }).join();
+    EXPECT_EQ(revert(), nullptr);
+    EXPECT_EQ(machine.OpenNow().handles, 1u);
+    EXPECT_TRUE(impersonate(token));
+    EXPECT_TRUE(machine.spooler().ThreadActsForClient());
+    EXPECT_FALSE(impersonate(token));
+    EXPECT_EQ(machine.OpenNow().handles, 0u);
+    FreeLibrary(module);
 }
 
 TEST_F(SpoolerTest, KeepsItsStateInJson) {
