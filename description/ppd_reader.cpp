@@ -36,8 +36,12 @@ constexpr auto kClasses = [] {
             table.flags[c] |= c != '/' ? kOptionCharacter : 0;
         }
     }
-    table.flags[' '] = table.flags['\t'] = kTranslationCharacter | kBlank;
-    table.flags['\r'] = table.flags['\n'] = kLineEnd;
+    for (const uint8_t blank : {' ', '\t'}) {
+        table.flags[blank] = kTranslationCharacter | kBlank;
+    }
+    for (const uint8_t end : {'\r', '\n'}) {
+        table.flags[end] = kLineEnd;
+    }
     return table;
 }();
 

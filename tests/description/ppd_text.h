@@ -56,21 +56,30 @@ inline std::string OptionsOf(const FeatureRecord* feature) {
     return all;
 }
 
-// What an observer was told of each statement, one line each:
-// "line keyword|option|translation|value type outcome reason".
+// What an observer was told of each statement, one line each: "keyword|option|translation|value",
+// the value's type (0 none, 2 quoted, 3 symbol, 4 string) and S(tored), I(gnored), D(ropped) or
+// F(atal). Its reasons and lines beside it.
 struct StatementLog {
     std::vector<std::string> lines;
+    std::vector<StatementReason> reasons;
+    std::vector<uint32_t> lineNumbers;
+    std::vector<PackNote> notes;
     ParseObserver observer = {
-        .context = this, .statement = Note, .packed = nullptr, .cacheUsed = nullptr};
+        .context = this, .statement = Note, .packed = NotePack, .cacheUsed = nullptr};
 
     static void Note(void* context, const StatementReport& report) {
-        std::string line = std::to_string(report.line) + " ";
+        std::string line;
         line.append(report.keyword).append("|").append(report.option).append("|");
-        line.append(report.translation).append("|").append(report.value);
-        line += " " + std::to_string(static_cast<int>(report.type));
-        line += std::string(" ") + "SIDF"[static_cast<int>(report.outcome)];
-        line += std::to_string(static_cast<int>(report.reason));
-        static_cast<StatementLog*>(context)->lines.push_back(line);
+        line.append(report.translation).append("|").append(report.value).append(" ");
+        line += std::to_string(static_cast<int>(report.type));
+        line += "SIDF"[static_cast<int>(report.outcome)];
+        auto& log = *static_cast<StatementLog*>(context);
+        log.lines.push_back(line);
+        log.reasons.push_back(report.reason);
+        log.lineNumbers.push_back(report.line);
+    }
+    static void NotePack(void* context, const PackReport& report) {
+        static_cast<StatementLog*>(context)->notes.push_back(report.note);
     }
 };
 
