@@ -9,6 +9,7 @@
 
 #include "platform/embedded/api_kernel.h"
 #include "platform/embedded/files.h"
+#include "platform/embedded/poison.h"
 
 namespace embedded {
 namespace {
@@ -18,20 +19,8 @@ constexpr uint64_t kGranularity = 65536;  // of offsets into a mapping
 // As on a machine whose memory is used up, as with other blocks of memory.
 constexpr uint64_t kLargestMapping = uint64_t{1} << 32;
 
-#if defined(__SANITIZE_ADDRESS__)
-#define EMBEDDED_KEEP_NO_REGIONS
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define EMBEDDED_KEEP_NO_REGIONS
-#endif
-#endif
-#ifdef EMBEDDED_KEEP_NO_REGIONS
-// A view that is touched after it was unmapped must be caught, and so must one that is read past
-// its end: each has a region of its own, of its own size.
-constexpr size_t kSpareBytesMost = 0;
-#else
+// Of regions kept for the next file: as many as a folder of printer descriptions asks for.
 constexpr size_t kSpareBytesMost = size_t{32} << 20;
-#endif
 
 size_t WholePages(uint64_t bytes) {
     return static_cast<size_t>((bytes + kPage - 1) & ~(uint64_t{kPage} - 1));
@@ -91,6 +80,8 @@ struct Region {
             UnmapBetweenGuards(writable, bytes);
         }
         if (readable != nullptr) {
+            // Something else may be given the addresses.
+            ASAN_UNPOISON_MEMORY_REGION(readable, bytes);
             UnmapBetweenGuards(readable, bytes);
         }
     }
@@ -224,6 +215,7 @@ void Mappings::GiveBack(std::unique_ptr<Region> region) {
     if (region->writable == region->readable || region->bytes > kSpareBytesMost) {
         return;
     }
+    ASAN_POISON_MEMORY_REGION(region->readable, region->bytes);
     while (spareBytes_ + region->bytes > kSpareBytesMost) {
         spareBytes_ -= spare_.front()->bytes;
         spare_.erase(spare_.begin());
@@ -266,6 +258,9 @@ DWORD Mappings::Map(const SectionHandle& mapping, DWORD access, uint64_t offset,
         if (!ReadInto(*memory.file, offset, static_cast<size_t>(used), *made.region)) {
             return ERROR_READ_FAULT;
         }
+        ASAN_UNPOISON_MEMORY_REGION(made.region->readable, made.bytes);
+        ASAN_POISON_MEMORY_REGION(made.region->readable + made.bytes,
+                                  made.region->bytes - made.bytes);
     } else {
         made.region = std::make_unique<Region>();
         made.region->bytes = made.bytes;

@@ -2,10 +2,12 @@
 
 // File mappings, named shared memory and their views.
 //
-// Every view ends at a page that cannot be touched, so that reading past its last page stops the
-// program. A view of a file is a private copy read when it is mapped (a file is read faster than
-// its pages are mapped and touched): it neither follows later changes of the file nor is hurt
-// when another process shortens it. A view of shared memory is the block itself.
+// Before and behind every view lies memory that cannot be touched, so that reading past its last
+// page stops the program. (A view of a file can lie in a larger region that an earlier one left;
+// then it is AddressSanitizer that knows where it ends, and that it is gone.) A view of a file is a
+// private copy read when it is mapped (a file is read faster than its pages are mapped and
+// touched): it neither follows later changes of the file nor is hurt when another process shortens
+// it. A view of shared memory is the block itself.
 
 #include <cstdint>
 #include <map>

@@ -4,19 +4,7 @@
 #include <iostream>
 #include <thread>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define EMBEDDED_ASAN
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define EMBEDDED_ASAN
-#endif
-#endif
-#ifdef EMBEDDED_ASAN
-#include <sanitizer/asan_interface.h>
-#else
-#define ASAN_POISON_MEMORY_REGION(address, size) ((void)(address), (void)(size))
-#define ASAN_UNPOISON_MEMORY_REGION(address, size) ((void)(address), (void)(size))
-#endif
+#include "platform/embedded/poison.h"
 
 namespace embedded {
 namespace {
