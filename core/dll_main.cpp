@@ -1,5 +1,19 @@
 #include "platform/windows_api.h"
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD, LPVOID) {
+#include "core/module_state.h"
+
+// The loader's lock is held here, so nothing may wait for another thread. Threads come and go
+// unnoticed: the module keeps nothing for each of them.
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+    switch (reason) {
+    case DLL_PROCESS_ATTACH:
+        ksfax::AttachModuleState(instance);
+        break;
+    case DLL_PROCESS_DETACH:
+        ksfax::DetachModuleState();
+        break;
+    default:
+        break;
+    }
     return TRUE;
 }

@@ -39,6 +39,9 @@ bool WritePrinterBlock(HANDLE printer, const void* block, DWORD length, BlockKin
 // or of another length.
 [[nodiscard]] bool ReadPrinterNumber(HANDLE printer, const WCHAR* name, DWORD* value);
 
+// Stores `value` as a REG_DWORD. False when the spooler refuses.
+bool WritePrinterNumber(HANDLE printer, const WCHAR* name, DWORD value);
+
 // ---- The device record ----
 
 constexpr uint16_t kPrinterDataVersion = 260;
@@ -74,12 +77,8 @@ static_assert(offsetof(PrinterDataRecord, languageIndex) == 20);
 static_assert(offsetof(PrinterDataRecord, descriptionChecksum) == 40);
 static_assert(offsetof(PrinterDataRecord, installableSelections) == 44);
 
-// Fills `record` with what the description, the administrator's values "FreeMem" (kilobytes, at
-// least 100) and "PrinterHT", the locale and the code page say.
-void FillDefaultPrinterData(HANDLE printer, const PrinterDescription& description,
-                            PrinterDataRecord* record);
-
-// The same in new global memory; empty when memory runs out.
+// What the description, the administrator's values "FreeMem" (kilobytes, at least 100) and
+// "PrinterHT", the locale and the code page say, in new global memory; empty when that runs out.
 [[nodiscard]] platform::GlobalBlock BuildDefaultPrinterData(HANDLE printer,
                                                             const PrinterDescription& description);
 
@@ -123,6 +122,13 @@ struct TrayFormTableTraits {
 };
 // `TrayFormTable table(ReadTrayFormTable(printer));`
 using TrayFormTable = platform::Owned<TrayFormTableTraits>;
+
+// The check that ReadTrayFormTable makes of the `bytes` bytes at `table`: the first field is that
+// length, and the entries end in a terminator inside it. Bytes behind the terminator do no harm.
+[[nodiscard]] bool IsTrayFormTable(const WCHAR* table, size_t bytes);
+
+// Steps over the three strings of the entry at `entry`. Null when one does not end before `end`.
+[[nodiscard]] const WCHAR* SkipTrayFormStrings(const WCHAR* entry, const WCHAR* end);
 
 // Reads the entry at `entry` and returns the one behind it. At the terminator it returns `entry`
 // itself and leaves *read untouched. Only for entries of a table that ReadTrayFormTable gave.
