@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "platform/embedded/api_kernel.h"
+#include "platform/embedded/desktop.h"
 #include "platform/embedded/files.h"
 #include "platform/embedded/mapping.h"
 #include "platform/embedded/memory.h"
@@ -133,6 +134,7 @@ Machine::Machine(MachineSetup setup) : setup_(std::move(setup)) {
     resources_ = std::make_unique<Resources>(*this);
     spooler_ = std::make_unique<Spooler>(*this);
     registry_ = std::make_unique<Registry>();
+    desktop_ = std::make_unique<Desktop>();
     current = this;
 }
 

@@ -27,6 +27,7 @@ class Profiles;
 class Modules;
 class Registry;
 class Resources;
+class Desktop;
 class Spooler;
 
 // One place in the machine that a published call enters by. Counts the calls and asks the fault
@@ -190,6 +191,7 @@ class Machine {
     Resources& resources() { return *resources_; }
     Spooler& spooler() { return *spooler_; }
     Registry& registry() { return *registry_; }
+    Desktop& desktop() { return *desktop_; }
 
   private:
     MachineSetup setup_;
@@ -203,6 +205,7 @@ class Machine {
     std::unique_ptr<Resources> resources_;
     std::unique_ptr<Spooler> spooler_;
     std::unique_ptr<Registry> registry_;
+    std::unique_ptr<Desktop> desktop_;
 };
 
 }  // namespace embedded
