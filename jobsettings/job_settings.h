@@ -251,9 +251,15 @@ inline const PrivateJobSettings& PrivatePart(const JobSettings& settings) {
     return PrivatePart(const_cast<JobSettings&>(settings));
 }
 
-// Whether a caller's record carries this driver's private part: its signature lies at private
-// offset 4, inside the private bytes that the record declares.
+// ---- What a caller's record says ----
+
+// Whether the record carries this driver's private part: its signature lies at private offset 4,
+// inside the private bytes that the record declares.
 [[nodiscard]] bool HasPrivatePart(const DEVMODEW* record);
+
+// Its `dmFields` and `dmPaperSize`; 0 where its public part ends before them.
+[[nodiscard]] DWORD FieldsOf(const DEVMODEW* record);
+[[nodiscard]] short PaperSizeOf(const DEVMODEW* record);
 
 // ---- Defaults ----
 
@@ -262,6 +268,10 @@ inline const PrivateJobSettings& PrivatePart(const JobSettings& settings) {
 // may be null, which leaves the name empty; it is cut at 31 characters.
 void BuildDefaultJobSettings(JobSettings* settings, const WCHAR* deviceName,
                              const PrinterDescription& description, bool metric);
+
+// Makes the record's checksum, feature count and selections those of `description`: every feature
+// at its default. Features from the 64th on have no place in the record.
+void ResetFeatureSelections(PrivateJobSettings* part, const PrinterDescription& description);
 
 // ---- Merging and deriving ----
 
