@@ -528,7 +528,9 @@ struct SpoolerCalls {
             return Fail(ERROR_INVALID_PARAMETER);
         }
         if (bytes < truth) {
-            memset(buffer, 0, bytes != 0 ? reported : 0);
+            if (reported != 0) {
+                memset(buffer, 0, reported);
+            }
             return TRUE;
         }
         if (truth != 0) {
