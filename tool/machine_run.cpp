@@ -9,6 +9,7 @@
 #include <iostream>
 #include <thread>
 
+#include "platform/embedded/registry.h"
 #include "platform/embedded/spooler.h"
 #include "tool/program.h"
 
@@ -48,11 +49,12 @@ unsigned Remembered(const nlohmann::ordered_json& state, const char* key, unsign
 
 void LoadState(embedded::Machine& machine, const nlohmann::ordered_json& state,
                const std::filesystem::path& file) {
-    if (!state.is_object() || !state.contains("spooler")) {
+    if (!state.is_object()) {
         return;
     }
     try {
-        machine.spooler().Load(nlohmann::json(state["spooler"]));
+        machine.spooler().Load(nlohmann::json(state.at("spooler")));
+        machine.registry().Load(nlohmann::json(state.at("registry")));
     } catch (const std::exception& error) {
         throw UserError(file.string() + " is damaged: " + error.what() +
                         "; put a good copy in its place or remove it to begin anew");
@@ -142,7 +144,8 @@ void MachineRun::Save() {
     }
     const nlohmann::ordered_json state = {{"country", machine_->setup().country},
                                           {"codePage", machine_->setup().codePage},
-                                          {"spooler", machine_->spooler().Save()}};
+                                          {"spooler", machine_->spooler().Save()},
+                                          {"registry", machine_->registry().Save()}};
     const std::filesystem::path file = StateFile(folder_);
     const std::filesystem::path fresh = file.string() + ".new";
     std::ofstream stream(fresh, std::ios::binary);

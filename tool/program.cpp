@@ -14,7 +14,10 @@ int RunProgram(int count, const char* const* arguments) {
     program.footer("Exit status: 0 done, 1 failed, 2 wrong usage, 3 the driver refused.\n"
                    "ksfax COMMAND --help tells more of a command.");
     int exitCode = kDone;
+    AddDescribeCommand(program, exitCode);
+    AddCheckCommand(program, exitCode);
     AddSendCommand(program, exitCode);
+    AddStateCommand(program, exitCode);
     try {
         program.parse(count, arguments);
     } catch (const CLI::Success& help) {

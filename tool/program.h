@@ -21,6 +21,9 @@ int RunProgram(int count, const char* const* arguments);
 
 // ---- Commands. Each adds itself to the program; `exitCode` receives what its run comes to.
 void AddSendCommand(CLI::App& program, int& exitCode);
+void AddDescribeCommand(CLI::App& program, int& exitCode);
+void AddCheckCommand(CLI::App& program, int& exitCode);
+void AddStateCommand(CLI::App& program, int& exitCode);
 
 // ---- Options of every command that runs a machine
 struct MachineOptions {

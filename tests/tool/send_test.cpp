@@ -234,6 +234,17 @@ TEST(Send, KeepsTheMachineFromRunToRun) {
     EXPECT_EQ(second.Json()["maxReceivers"], 77);
     EXPECT_EQ(Value(FileText(second.Json()["snapshot"].get<std::string>()), "Name1"), "\x96\x7B");
 
+    const Outcome state = RunKsfax(folder, {"state", "--machine", "m", "--json"});
+    ASSERT_EQ(state.code, 0) << state.err;
+    EXPECT_EQ(state.Json()["codePage"], 932);
+    EXPECT_EQ(state.Json()["printers"][0]["name"], "Fax");
+    EXPECT_EQ(state.Json()["faxJobFile"]["FAXDRIVER"]["MAXRCVER"], "77");
+    EXPECT_EQ(state.Json()["faxJobFile"]["DIALLIST"]["Name1"], "\xE6\x9C\xAC");
+    const Outcome shown = RunKsfax(folder, {"state", "--machine", "m"});
+    EXPECT_NE(shown.out.find("MAXRCVER  77\n"), std::string::npos) << shown.out;
+    EXPECT_EQ(RunKsfax(folder, {"state", "--machine", "none"}).code, 1);
+    EXPECT_FALSE(std::filesystem::exists(folder / "none"));
+
     WriteText(folder / "m/machine.json", "{\"spooler\": 3}");
     const Outcome damaged = RunKsfax(folder, with({"A=1"}));
     EXPECT_EQ(damaged.code, 1);

@@ -1,0 +1,63 @@
+#include "tool/ppd_file.h"
+
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+#include "platform/embedded/files.h"
+#include "platform/embedded/text.h"
+
+namespace tool {
+
+std::u16string PpdPath(const std::filesystem::path& ppd) {
+    std::error_code error;
+    if (std::filesystem::is_directory(ppd, error)) {
+        throw UserError(ppd.string() + " is a folder; give the name of a PPD file");
+    }
+    if (access(ppd.c_str(), R_OK) != 0) {
+        throw UserError(ppd.string() + " cannot be read: " + std::strerror(errno) +
+                        "; check the name and its permissions");
+    }
+    const std::filesystem::path whole = std::filesystem::absolute(ppd).lexically_normal();
+    const embedded::FileSystem& files = embedded::Machine::Current().files();
+    std::u16string path = files.MachinePath(whole);
+    if (files.HostPath(path) != whole || path.size() >= MAX_PATH) {
+        throw UserError(ppd.string() +
+                        ": the machine cannot name this file; its path must be UTF-8 without "
+                        "backslashes, and of at most 257 characters");
+    }
+    return path;
+}
+
+LoadedDescription::LoadedDescription(const std::filesystem::path& ppd) {
+    const std::u16string path = PpdPath(ppd);
+    const ksfax::ParseObserver observer = {
+        .context = &cacheUsed_,
+        .statement = nullptr,
+        .packed = nullptr,
+        .cacheUsed = [](void* context, bool used) { *static_cast<bool*>(context) = used; }};
+    ksfax::PrinterDescription* description = ksfax::LoadPrinterDescription(path.c_str(), &observer);
+    if (description == nullptr) {
+        throw UserError(ppd.string() + ": the driver can make no description of it; ksfax check " +
+                        ppd.string() + " tells where it stops");
+    }
+    block_.reset(description);
+    description_ = description;
+    WCHAR name[MAX_PATH];
+    if (ksfax::CacheFileName(path.c_str(), name)) {
+        const std::filesystem::path file = embedded::Machine::Current().files().HostPath(name);
+        if (std::filesystem::exists(file)) {
+            cacheFile_ = file;
+        }
+    }
+}
+
+std::string FromPpd(std::string_view text) {
+    return embedded::Utf8(embedded::FromAnsi(text));
+}
+
+std::string FromPpd(const char* text) {
+    return text == nullptr ? std::string() : FromPpd(std::string_view(text));
+}
+
+}  // namespace tool

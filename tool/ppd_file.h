@@ -1,0 +1,44 @@
+#pragma once
+
+// What the commands that take a PPD share: its path on the machine, its loaded description, and
+// the description's texts as people read them.
+
+#include <memory>
+#include <string>
+
+#include "description/load_description.h"
+#include "description/printer_description.h"
+#include "platform/owned.h"
+#include "tool/program.h"
+
+namespace tool {
+
+// The PPD's path on the machine. Throws UserError when there is no such file or the machine
+// cannot name it.
+std::u16string PpdPath(const std::filesystem::path& ppd);
+
+// The description as the driver loads it: from the cache file beside the PPD when that is
+// current, else read anew, which writes the cache file.
+class LoadedDescription {
+  public:
+    // Throws UserError when the driver can make no description of the file.
+    explicit LoadedDescription(const std::filesystem::path& ppd);
+
+    const ksfax::PrinterDescription& operator*() const { return *description_; }
+    const ksfax::PrinterDescription* operator->() const { return description_; }
+    bool cacheUsed() const { return cacheUsed_; }
+    // The cache file on the host, when there is one.
+    const std::filesystem::path& cacheFile() const { return cacheFile_; }
+
+  private:
+    platform::GlobalBlock block_;
+    const ksfax::PrinterDescription* description_ = nullptr;
+    bool cacheUsed_ = false;
+    std::filesystem::path cacheFile_;
+};
+
+// Text of the PPD, which is in the machine's ANSI code page, as UTF-8; null is empty.
+std::string FromPpd(const char* text);
+std::string FromPpd(std::string_view text);
+
+}  // namespace tool
