@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <clocale>
 #include <cstdarg>
 #include <cstring>
 #include <cwctype>
@@ -121,7 +120,7 @@ CodePage MakeJapanese() {
     for (unsigned byte = 0; byte <= 0x80; ++byte) {
         page.single[byte] = byte;
     }
-    page.single[0xA0] = 0x00A0;
+    page.single[0xA0] = 0xF8F0;
     for (unsigned byte = 0xA1; byte <= 0xDF; ++byte) {
         page.single[byte] = 0xFF61 + byte - 0xA1;  // half-width katakana
     }
@@ -276,28 +275,30 @@ char32_t TakeUtf8(std::string_view& text) {
 
 // ---- Letter case ----
 
+// As Windows folds: only letters that are the lower case of their own upper case, which leaves
+// out a dotless i, a micro sign and a final sigma.
 std::vector<char16_t> MakeUpperCase() {
     std::vector<char16_t> upper(0x10000);
     const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-    for (unsigned c = 0; c < 0x10000; ++c) {
-        wint_t folded = c;
-        if (c < 0x80) {
-            folded = c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c;
-        } else if (unicode != nullptr) {
-            folded = towupper_l(c, unicode);
-        }
-        upper[c] =
-            static_cast<char16_t>(folded > 0xFFFF || (c >= 0x80 && folded < 0x80) ? c : folded);
+    if (unicode == nullptr) {
+        std::cerr << "the C library has no locale C.UTF-8\n";
+        std::abort();
     }
-    if (unicode != nullptr) {
-        freelocale(unicode);
+    for (wint_t c = 0; c < 0x10000; ++c) {
+        const wint_t folded = towupper_l(c, unicode);
+        const bool paired = folded < 0x10000 && towlower_l(folded, unicode) == c;
+        upper[c] = static_cast<char16_t>(paired ? folded : c);
     }
+    freelocale(unicode);
     return upper;
 }
 
 int CompareIgnoringCase(std::u16string_view left, std::u16string_view right) {
     const size_t common = std::min(left.size(), right.size());
     for (size_t i = 0; i < common; ++i) {
+        if (left[i] == right[i]) {
+            continue;
+        }
         const char16_t l = FoldCase(left[i]);
         const char16_t r = FoldCase(right[i]);
         if (l != r) {

@@ -12,7 +12,7 @@ namespace embedded {
 std::u16string Utf16(std::string_view utf8);
 std::string Utf8(std::u16string_view utf16);
 
-// Upper case, one character to one character; never turns a character above 127 into one below.
+// Upper case, one character to one character; never turns one above 127 into one below.
 char16_t FoldCase(char16_t character);
 std::u16string FoldCase(std::u16string_view text);
 bool EqualIgnoringCase(std::u16string_view left, std::u16string_view right);

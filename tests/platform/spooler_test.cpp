@@ -1,5 +1,6 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -264,6 +265,33 @@ TEST_F(SpoolerTest, AddsDeletesAndEnumeratesFormsInOrder) {
     EXPECT_TRUE(DeleteFormW(printer, Name(u"Wide")));
     EXPECT_FALSE(DeleteFormW(printer, Name(u"Wide")));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_FORM_NAME);
+}
+
+TEST_F(SpoolerTest, LosesNothingWhenManyThreadsAsk) {
+    constexpr int kRounds = 30;
+    machine.spooler().RemoveAllForms();
+    std::vector<std::thread> threads;
+    for (char16_t name : {u'a', u'b', u'c'}) {
+        threads.emplace_back([this, name] {
+            platform::PrinterHandle printer(Open(PRINTER_ALL_ACCESS));
+            for (char16_t round = 1; round <= kRounds; ++round) {
+                const char16_t own[] = {name, round, 0};
+                EXPECT_TRUE(Add(printer.get(), FORM_PRINTER, own, 1000, 1000));
+                EXPECT_EQ(SetPrinterDataW(printer.get(), Name(own), REG_BINARY, nullptr, 0),
+                          ERROR_SUCCESS);
+                DWORD needed = 0;
+                EXPECT_FALSE(GetPrinterW(printer.get(), 2, nullptr, 0, &needed));
+                std::vector<BYTE> block(needed);
+                EXPECT_TRUE(GetPrinterW(printer.get(), 2, block.data(), needed, &needed));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(machine.spooler().forms().size(), 3u * kRounds);
+    EXPECT_EQ(machine.spooler().FindPrinter(u"Office")->data.size(), 3u * kRounds);
+    EXPECT_EQ(machine.OpenNow().handles, 0u);
 }
 
 TEST_F(SpoolerTest, ServesAThreadAsItsClientOrAsItself) {

@@ -45,6 +45,7 @@ TEST(AnsiCodePage, Converts932AndCutsNoCharacterInHalf) {
     // Of the codes that stand for one character, the one Windows writes.
     EXPECT_EQ(ToWide("\x87\x90\x81\xE0\xED\x40\xFA\x5C"), u"\u2252\u2252\u7E8A\u7E8A");
     EXPECT_EQ(ToBytes(u"\u2252\u7E8A"), "\x81\xE0\xFA\x5C");
+    EXPECT_EQ(ToWide("\xA0\xFF"), u"\uF8F0\uF8F3");
     EXPECT_EQ(ToBytes(u"\u3042\u3044", 3), "\x82\xA0");
     EXPECT_EQ(ToBytes(u"\u3042", 1), "");
     EXPECT_EQ(ToWide("\x82\x41", 2).size(), 1u);
@@ -85,6 +86,8 @@ TEST(Text, ComparesWithoutLetterCase) {
     EXPECT_LT(lstrcmpiW(u"ab", u"abc"), 0);
     EXPECT_GT(lstrcmpiW(u"b", u"ABC"), 0);
     EXPECT_NE(lstrcmpiW(u"i", u"\u0131"), 0);
+    EXPECT_NE(lstrcmpiW(u"\u00B5", u"\u03BC"), 0);
+    EXPECT_EQ(lstrcmpiW(u"\u03A3", u"\u03C3"), 0);
     EXPECT_EQ(lstrcmpiA("M\xFCller", "m\xDCLLER"), 0);
     EXPECT_LT(lstrcmpiA(nullptr, "a"), 0);
     EXPECT_EQ(lstrlenW(nullptr), 0);
