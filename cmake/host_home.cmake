@@ -44,6 +44,10 @@ if(KSFAX_TESTS)
   target_compile_definitions(ksfax_tests PRIVATE
     SOURCE_FOLDER="${CMAKE_SOURCE_DIR}" KSFAX_PROGRAM="$<TARGET_FILE:ksfax>")
   add_dependencies(ksfax_tests ksfax)
+
+  # What the driver answers on the embedded machine; the Windows tests compare with it.
+  add_executable(driver_answers tests/windows/host_answers.cpp tests/windows/driver_answers.cpp)
+  target_link_libraries(driver_answers PRIVATE tool)
 endif()
 
 if(KSFAX_BENCH)

@@ -1,0 +1,231 @@
+#include "tests/windows/driver_answers.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+namespace answers {
+
+namespace {
+
+constexpr DWORD kRecordBytes = 2608;
+constexpr BYTE kUntouched = 0xA5;
+
+std::string Hex(const BYTE* bytes, size_t size) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    constexpr size_t kBytesPerLine = 32;
+    std::string text;
+    for (size_t at = 0; at < size; ++at) {
+        text += at % kBytesPerLine == 0 ? "\n    " : "";
+        text += kDigits[bytes[at] >> 4];
+        text += kDigits[bytes[at] & 15];
+    }
+    return text;
+}
+
+// A place for output that shows how far it was written.
+class Output {
+  public:
+    explicit Output(size_t size) : bytes_(size, kUntouched) {}
+    BYTE* data() { return bytes_.data(); }
+    DEVMODEW* record() { return reinterpret_cast<DEVMODEW*>(bytes_.data()); }
+
+    std::string Written() const {
+        size_t size = bytes_.size();
+        while (size != 0 && bytes_[size - 1] == kUntouched) {
+            --size;
+        }
+        return std::to_string(size) + " bytes written" + Hex(bytes_.data(), size);
+    }
+
+  private:
+    std::vector<BYTE> bytes_;
+};
+
+// A caller's job settings record. What is not set is zero.
+struct Job {
+    std::vector<BYTE> bytes;
+    DEVMODEW* record() { return reinterpret_cast<DEVMODEW*>(bytes.data()); }
+};
+
+Job BlankJob(WORD publicSize, WORD privateSize, WORD specVersion, WORD driverVersion) {
+    Job job = {std::vector<BYTE>(std::max<size_t>(sizeof(DEVMODEW), publicSize) + privateSize)};
+    job.record()->dmSize = publicSize;
+    job.record()->dmDriverExtra = privateSize;
+    job.record()->dmSpecVersion = specVersion;
+    job.record()->dmDriverVersion = driverVersion;
+    return job;
+}
+
+Job DefaultJob(const EntryPoints& driver) {
+    Job job = {std::vector<BYTE>(kRecordBytes)};
+    LONG size = kRecordBytes;
+    WCHAR name[] = TEXT("Answering Fax");
+    driver.convertDevMode(name, nullptr, job.record(), &size, CDM_DRIVER_DEFAULT);
+    return job;
+}
+
+// The default record with a paper of that code, and of that length and width in tenths of a
+// millimetre when the code is DMPAPER_USER.
+Job PaperJob(const EntryPoints& driver, short paper, short length = 0, short width = 0) {
+    Job job = DefaultJob(driver);
+    job.record()->dmFields |= DM_PAPERSIZE;
+    job.record()->dmPaperSize = paper;
+    if (length != 0) {
+        job.record()->dmFields |= DM_PAPERLENGTH | DM_PAPERWIDTH;
+        job.record()->dmPaperLength = length;
+        job.record()->dmPaperWidth = width;
+    }
+    return job;
+}
+
+struct NamedJob {
+    const char* what;
+    Job job;
+};
+
+std::vector<NamedJob> Jobs(const EntryPoints& driver) {
+    std::vector<NamedJob> jobs;
+    jobs.push_back({"the default job", DefaultJob(driver)});
+    jobs.push_back({"an A4 job", PaperJob(driver, DMPAPER_A4)});
+    jobs.push_back({"a Letter job", PaperJob(driver, DMPAPER_LETTER)});
+    jobs.push_back({"a job of a paper that is not there", PaperJob(driver, 77)});
+    jobs.push_back({"a job of its own paper size", PaperJob(driver, DMPAPER_USER, 2000, 1500)});
+
+    jobs.push_back({"a job without a paper", DefaultJob(driver)});
+    jobs.back().job.record()->dmFields &= ~DM_PAPERSIZE;
+
+    jobs.push_back({"a landscape job of two copies", DefaultJob(driver)});
+    DEVMODEW* landscape = jobs.back().job.record();
+    landscape->dmFields |= DM_ORIENTATION | DM_COPIES | DM_COLLATE;
+    landscape->dmOrientation = DMORIENT_LANDSCAPE;
+    landscape->dmCopies = 2;
+    landscape->dmCollate = DMCOLLATE_TRUE;
+
+    for (const short quality : {short{100}, short{200}, short{600}, short{-4}}) {
+        jobs.push_back({"a job of another quality", DefaultJob(driver)});
+        jobs.back().job.record()->dmFields |= DM_PRINTQUALITY;
+        jobs.back().job.record()->dmPrintQuality = quality;
+    }
+    for (const short source : {DMBIN_MANUAL, DMBIN_ENVMANUAL, DMBIN_AUTO, DMBIN_FORMSOURCE}) {
+        jobs.push_back({"a job from another source", DefaultJob(driver)});
+        jobs.back().job.record()->dmFields |= DM_DEFAULTSOURCE;
+        jobs.back().job.record()->dmDefaultSource = source;
+    }
+
+    jobs.push_back({"a public part alone", BlankJob(220, 0, 0x0401, 0x0104)});
+    jobs.back().job.record()->dmFields = DM_PAPERSIZE;
+    jobs.back().job.record()->dmPaperSize = DMPAPER_A4;
+    jobs.push_back({"a record of the earlier driver", BlankJob(188, 112, 0x0320, 0x0350)});
+    jobs.push_back({"another driver's record", BlankJob(220, 2388, 0x0401, 0x0777)});
+    jobs.push_back({"a record of no known version", BlankJob(200, 0, 0, 0)});
+    return jobs;
+}
+
+std::string Capabilities(const EntryPoints& driver, HANDLE printer) {
+    WCHAR name[] = TEXT("Answering Fax");
+    constexpr size_t kRoom = 16384;
+    std::string text;
+    const auto ask = [&](WORD index, const char* what, DEVMODEW* settings) {
+        Output output(kRoom);
+        const DWORD result =
+            driver.deviceCapabilities(printer, name, index, output.data(), settings);
+        const DWORD counted = driver.deviceCapabilities(printer, name, index, nullptr, settings);
+        text += "capability " + std::to_string(index) + what + ": " + std::to_string(result) +
+                ", without output " + std::to_string(counted) + ", " + output.Written() + "\n";
+    };
+    for (WORD index = 0; index <= 34; ++index) {
+        ask(index, "", nullptr);
+    }
+    for (NamedJob& row : Jobs(driver)) {
+        for (const WORD index : {DC_FIELDS, DC_PAPERSIZE, DC_SIZE, DC_VERSION, DC_ORIENTATION,
+                                 DC_STAPLE, DC_COLORDEVICE}) {
+            ask(index, (std::string(" with ") + row.what).c_str(), row.job.record());
+        }
+    }
+    return text;
+}
+
+std::string Conversions(const EntryPoints& driver) {
+    WCHAR known[] = TEXT("Answering Fax");
+    WCHAR unknown[] = TEXT("No Such Fax");
+    std::string text;
+    const auto ask = [&](const std::string& what, WCHAR* printer, DEVMODEW* input,
+                         DEVMODEW* record, LONG* size, DWORD mode) {
+        SetLastError(NO_ERROR);
+        const BOOL done = driver.convertDevMode(printer, input, record, size, mode);
+        const DWORD error = done ? NO_ERROR : GetLastError();
+        text += what + ": " + std::to_string(done) + ", error " + std::to_string(error) +
+                ", size " + (size != nullptr ? std::to_string(*size) : "none") + "\n";
+    };
+    Job job = DefaultJob(driver);
+    Output output(4096);
+    ask("no size", known, job.record(), output.record(), nullptr, CDM_CONVERT);
+    for (const DWORD mode : {CDM_CONVERT, CDM_CONVERT351, DWORD{3}, CDM_DRIVER_DEFAULT, DWORD{5}}) {
+        const std::string what = "mode " + std::to_string(mode);
+        LONG size = 100;
+        ask(what + " into too little", known, job.record(), output.record(), &size, mode);
+        size = kRecordBytes;
+        ask(what + " without a record", known, job.record(), nullptr, &size, mode);
+    }
+    LONG size = kRecordBytes;
+    ask("default of an unknown printer", unknown, nullptr, output.record(), &size,
+        CDM_DRIVER_DEFAULT);
+    text += output.Written() + "\n";
+    size = kRecordBytes;
+    ask("default", known, nullptr, output.record(), &size, CDM_DRIVER_DEFAULT);
+    text += output.Written() + "\n";
+
+    for (NamedJob& row : Jobs(driver)) {
+        Output earlier(512);
+        size = 512;
+        ask(std::string(row.what) + " to the earlier driver's", known, row.job.record(),
+            earlier.record(), &size, CDM_CONVERT351);
+        text += earlier.Written() + "\n";
+        for (const auto& [publicSize, privateSize] :
+             {std::pair<WORD, WORD>{220, 2388}, {220, 0}, {212, 50}, {188, 112}, {200, 0}}) {
+            Job target = BlankJob(publicSize, privateSize, 0, 0x0104);
+            size = publicSize + privateSize;
+            ask(std::string(row.what) + " to " + std::to_string(size) + " bytes", known,
+                row.job.record(), target.record(), &size, CDM_CONVERT);
+            text += Hex(target.bytes.data(), target.bytes.size()) + "\n";
+        }
+    }
+    return text;
+}
+
+std::string PrintQueries(const EntryPoints& driver, HANDLE printer) {
+    std::string text;
+    const auto ask = [&](const std::string& what, DEVMODEW* settings, DWORD room) {
+        Output refusal(1024);
+        DEVQUERYPRINT_INFO query = {};
+        query.cbSize = sizeof query;
+        query.Level = 1;
+        query.hPrinter = printer;
+        query.pDevMode = settings;
+        query.pszErrorStr = reinterpret_cast<LPWSTR>(refusal.data());
+        query.cchErrorStr = room;
+        const BOOL prints = driver.queryPrint(&query);
+        text += what + ": " + std::to_string(prints) + ", needed " +
+                std::to_string(query.cchNeeded) + ", " + refusal.Written() + "\n";
+    };
+    ask("no job settings", nullptr, 500);
+    for (NamedJob& row : Jobs(driver)) {
+        ask(row.what, row.job.record(), 500);
+        ask(std::string(row.what) + " with little room", row.job.record(), 10);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::vector<Part> All(const EntryPoints& driver, HANDLE printer) {
+    return {
+        {"capabilities.txt", Capabilities(driver, printer)},
+        {"conversions.txt", Conversions(driver)},
+        {"print_queries.txt", PrintQueries(driver, printer)},
+    };
+}
+
+}  // namespace answers
