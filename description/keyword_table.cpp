@@ -354,14 +354,22 @@ Result StoreInstalledMemory(ParseState& state, const StatementRecord& statement)
 
 // ---- Defaults and features known by name alone ----
 
-Result StoreDefault(ParseState& state, ParsedFeature* feature, const StatementRecord& statement) {
-    return feature == nullptr
-               ? OutOfMemory(state)
-               : StoreValue(state, feature->defaultName, statement.value, TextMode::Plain);
+// A feature of which only the name is known, when the main keyword is it.
+Result StoreGenericOption(ParseState& state, const StatementRecord& statement) {
+    ParsedFeature* feature = FindOrMakeFeature(state, statement.keyword);
+    return feature != nullptr ? StoreOptionOf(state, *feature, statement) : OutOfMemory(state);
+}
+
+// The same when the main keyword is Default and the name.
+Result StoreGenericDefault(ParseState& state, const StatementRecord& statement) {
+    constexpr size_t kDefaultLength = 7;
+    ParsedFeature* feature = FindOrMakeFeature(state, statement.keyword.substr(kDefaultLength));
+    return feature != nullptr ? StoreDefaultOf(state, *feature, statement) : OutOfMemory(state);
 }
 
 Result StoreJclResolutionDefault(ParseState& state, const StatementRecord& statement) {
-    return StoreDefault(state, FindOrMakeFeature(state, Resolution), statement);
+    ParsedFeature* feature = FindOrMakeFeature(state, Resolution);
+    return feature != nullptr ? StoreDefaultOf(state, *feature, statement) : OutOfMemory(state);
 }
 
 // ---- Blocks and groups ----
@@ -523,13 +531,9 @@ constexpr TextMode hex = TextMode::Hex;
 
 }  // namespace
 
-Result StoreGenericOption(ParseState& state, const StatementRecord& statement) {
-    ParsedFeature* feature = FindOrMakeFeature(state, statement.keyword);
-    if (feature == nullptr) {
-        return OutOfMemory(state);
-    }
+Result StoreOptionOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement) {
     ParsedOption* option = nullptr;
-    const Result result = FindOrMakeOption(state, *feature, statement, &option);
+    const Result result = FindOrMakeOption(state, feature, statement, &option);
     if (result != Result::Handled) {
         return result;
     }
@@ -539,10 +543,8 @@ Result StoreGenericOption(ParseState& state, const StatementRecord& statement) {
     return StoreValue(state, option->invocation, statement.value, openedByJcl ? hex : plain);
 }
 
-Result StoreGenericDefault(ParseState& state, const StatementRecord& statement) {
-    constexpr size_t kDefaultLength = 7;  // of the word Default
-    return StoreDefault(state, FindOrMakeFeature(state, statement.keyword.substr(kDefaultLength)),
-                        statement);
+Result StoreDefaultOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement) {
+    return StoreValue(state, feature.defaultName, statement.value, TextMode::Plain);
 }
 
 // clang-format off

@@ -39,8 +39,8 @@ inline unsigned RowNumber(const KeywordRow* row) {
 // The kind of the well-known feature of that name, or Generic.
 FeatureKind FeatureKindByName(Text name);
 
-// For statements of the generic feature whose *OpenUI is open.
-Result StoreGenericOption(ParseState& state, const StatementRecord& statement);
-Result StoreGenericDefault(ParseState& state, const StatementRecord& statement);
+// For statements of the generic feature whose *OpenUI is open: one of its options, its default.
+Result StoreOptionOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement);
+Result StoreDefaultOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement);
 
 }  // namespace ksfax

@@ -159,10 +159,13 @@ class BlockWriter {
 
     uint64_t used() const { return used_; }
 
-    // Room for a piece; its offset.
+    // Room for a piece, zeroed while it is about to be written anyway; its offset.
     uint64_t Reserve(uint64_t bytes) {
         const uint64_t offset = used_;
         used_ += Padded(bytes);
+        if constexpr (fills) {
+            std::memset(block_ + offset, 0, static_cast<size_t>(used_ - offset));
+        }
         return offset;
     }
 
@@ -175,8 +178,11 @@ class BlockWriter {
 
     // A zero-terminated string; returns its reference.
     Ref<char> PutText(Text text) {
-        const uint64_t offset = Reserve(text.size() + 1);
+        const uint64_t offset = used_;
+        used_ += Padded(text.size() + 1);
         if constexpr (fills) {
+            // Terminator and padding are all in the last four bytes.
+            std::memset(block_ + used_ - 4, 0, 4);
             std::memcpy(block_ + offset, text.data(), text.size());
         }
         return {offset};
@@ -519,7 +525,6 @@ PrinterDescription* Pack(ParseState& state, const ParseObserver* observer) {
     if (!block) {
         return nullptr;
     }
-    std::memset(block.get(), 0, static_cast<size_t>(size));
     BlockWriter<true> writer(static_cast<uint8_t*>(block.get()));
     packer.Lay(writer);
     auto* description = static_cast<PrinterDescription*>(block.release());

@@ -217,7 +217,7 @@ Result ReadStatement(StatementRecord& statement, FileReader& file, StatementReas
 
 // ---- Dispatch ----
 
-bool HasForm(uint8_t form, const StatementRecord& statement) {
+bool HasForm(uint8_t form, const StatementRecord& statement, bool isEmpty) {
     switch (form) {
     case kAnyValue:
         return true;
@@ -226,7 +226,7 @@ bool HasForm(uint8_t form, const StatementRecord& statement) {
     case kQuotedOrString:
         return statement.type == ValueType::Quoted || statement.type == ValueType::String;
     case kNonEmptyString:
-        return statement.type == ValueType::String && !statement.value.empty();
+        return statement.type == ValueType::String && !isEmpty;
     default:
         return false;
     }
@@ -240,18 +240,18 @@ Result DispatchStatement(ParseState& state, StatementRecord& statement) {
         return Ignored(state, StatementReason::QueryKeyword);
     }
     // A value that holds a zero byte is what stands before it; its form goes by the whole.
-    const StatementRecord whole = statement;
+    const bool isEmpty = statement.value.empty();
     if (state.hasZeroBytes) {
         statement.value = statement.value.substr(0, statement.value.find('\0'));
     }
     if (state.openFeature != nullptr) {
         const Text open = NameOf(state, *state.openFeature);
         if (keyword == open) {
-            return StoreGenericOption(state, statement);
+            return StoreOptionOf(state, *state.openFeature, statement);
         }
         if (keyword.size() == open.size() + kDefaultPrefix.size() &&
             keyword.starts_with(kDefaultPrefix) && keyword.ends_with(open)) {
-            return StoreGenericDefault(state, statement);
+            return StoreDefaultOf(state, *state.openFeature, statement);
         }
     }
 
@@ -267,7 +267,7 @@ Result DispatchStatement(ParseState& state, StatementRecord& statement) {
         return Bad(state, takesOption ? StatementReason::OptionMissing
                                       : StatementReason::OptionNotAllowed);
     }
-    if (!HasForm(row->syntax & kValueForm, whole)) {
+    if (!HasForm(row->syntax & kValueForm, statement, isEmpty)) {
         return Bad(state, StatementReason::ValueForm);
     }
     const unsigned number = RowNumber(row);
@@ -401,13 +401,13 @@ void SetInitialValues(PrinterDescription& header) {
 // The arena's first block fits the records of an ordinary PPD of that size, so that one
 // allocation does for nearly all.
 size_t FirstBlockRoom(size_t textLength) {
-    constexpr size_t kLeast = 8 * 1024;
+    constexpr size_t kLeast = sizeof(ParseState) + 1024;
     return kLeast + textLength / 2;
 }
 
 uint32_t NameSlots(size_t textLength) {
     constexpr size_t kBytesPerName = 64;
-    constexpr size_t kLeast = 256;
+    constexpr size_t kLeast = 64;
     return static_cast<uint32_t>(std::bit_ceil(std::max(textLength / kBytesPerName, kLeast)));
 }
 
