@@ -542,7 +542,11 @@ FileSystem::Opened FileSystem::OpenForOverwriting(const Place& place, DWORD acce
     if (sharing_->IsMapped(host.identity)) {
         return {.file = nullptr, .error = ERROR_USER_MAPPED_FILE};
     }
-    DWORD error = ftruncate(host.fd, 0) == 0 ? ERROR_SUCCESS : ErrorOf(errno);
+    // A reserved temporary file is empty already, and host file systems make a file that was cut
+    // to nothing wait for the disk when it is closed.
+    struct stat status;
+    const bool isEmpty = fstat(host.fd, &status) == 0 && status.st_size == 0;
+    DWORD error = isEmpty || ftruncate(host.fd, 0) == 0 ? ERROR_SUCCESS : ErrorOf(errno);
     const DWORD wanted = attributes & ~FILE_ATTRIBUTE_NORMAL;
     if (error == ERROR_SUCCESS && wanted != had) {
         error = StoreAttributes(place.path, attributes);

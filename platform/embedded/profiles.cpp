@@ -461,8 +461,9 @@ DWORD Profiles::Write(std::u16string_view section, std::optional<std::u16string_
         return ERROR_USER_MAPPED_FILE;
     }
     const std::string changed = edit->with + bytes.substr(edit->end);
+    const size_t size = edit->begin + changed.size();
     if (!WriteAt(host.fd, changed, edit->begin) ||
-        ftruncate(host.fd, static_cast<off_t>(edit->begin + changed.size())) != 0) {
+        (size < bytes.size() && ftruncate(host.fd, static_cast<off_t>(size)) != 0)) {
         const DWORD error =
             errno == ENOSPC || errno == EDQUOT ? ERROR_DISK_FULL : ERROR_WRITE_FAULT;
         // Back to what it was, as far as the host lets us.
