@@ -161,13 +161,14 @@ int ConvertJobSettings(const DEVMODEW* source, DEVMODEW* destination) {
     const WORD publicBytes = std::min(size, sourceSize);
     const WORD privateBytes = std::min(extra, source->dmDriverExtra);
 
-    // Moved, not copied: the spooler may convert a record in its own place.
+    // Moved, not copied: the spooler may convert a record in its own place. The header comes last,
+    // so that a public part shorter than it does not get sizes from private bytes.
     std::memmove(destination, source, publicBytes);
+    std::memmove(Bytes(destination) + size, Bytes(source) + sourceSize, privateBytes);
     destination->dmSize = size;
     destination->dmDriverExtra = extra;
     destination->dmDriverVersion = driverVersion;
     destination->dmSpecVersion = specVersion;
-    std::memmove(Bytes(destination) + size, Bytes(source) + sourceSize, privateBytes);
     return publicBytes + privateBytes;
 }
 

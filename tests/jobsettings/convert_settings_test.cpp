@@ -69,6 +69,14 @@ TEST(ConvertJobSettings, CopiesAsFarAsBothRecordsReach) {
     }
 }
 
+// A public part that ends before the header does: private bytes lie over the header's fields.
+TEST(ConvertJobSettings, KeepsTheHeaderOfARecordThatIsShorterThanIt) {
+    RecordBytes source = Filled(220, 2388, 0xAA);
+    RecordBytes destination = Filled(40, 100, 0xBB, 0x123, 848);
+    EXPECT_EQ(ConvertJobSettings(AsDevMode(source), AsDevMode(destination)), 140);
+    EXPECT_EQ(Differences(destination, Filled(40, 100, 0xAA, 0x123, 848)), "");
+}
+
 TEST(ConvertJobSettings, RefusesRecordsThatNobodyRecognises) {
     RecordBytes good = Filled(220, 0, 0xAA);
     RecordBytes unknown = Filled(200, 0, 0xBB, 0);
