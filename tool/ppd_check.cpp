@@ -403,7 +403,6 @@ class Checker {
                 report.keyword, report.line,
                 "*" + name + " is closed while *" + openName_ + " of line " +
                     std::to_string(openLine_) + " is open: ");
-            return;
         } else if ((report.keyword == "JCLCloseUI") != openedByJcl_) {
             Add({Severity::Warning, "a JCL feature is opened and closed by keywords of two kinds",
                  "use *JCLOpenUI with *JCLCloseUI and *OpenUI with *CloseUI"},
