@@ -16,6 +16,9 @@ int RunProgram(int count, const char* const* arguments) {
     int exitCode = kDone;
     AddDescribeCommand(program, exitCode);
     AddCheckCommand(program, exitCode);
+    AddSettingsCommand(program, exitCode);
+    AddCapabilitiesCommand(program, exitCode);
+    AddQueryCommand(program, exitCode);
     AddSendCommand(program, exitCode);
     AddStateCommand(program, exitCode);
     try {

@@ -23,6 +23,9 @@ int RunProgram(int count, const char* const* arguments);
 void AddSendCommand(CLI::App& program, int& exitCode);
 void AddDescribeCommand(CLI::App& program, int& exitCode);
 void AddCheckCommand(CLI::App& program, int& exitCode);
+void AddSettingsCommand(CLI::App& program, int& exitCode);
+void AddCapabilitiesCommand(CLI::App& program, int& exitCode);
+void AddQueryCommand(CLI::App& program, int& exitCode);
 void AddStateCommand(CLI::App& program, int& exitCode);
 
 // ---- Options of every command that runs a machine
@@ -46,6 +49,8 @@ class MachineRun {
     static embedded::MachineSetup Setup(const MachineOptions& options);
 
     embedded::Machine& machine() { return *machine_; }
+    // The driver's own module.
+    HINSTANCE instance() const { return driver_->instance(); }
     bool isKept() const { return !folder_.empty(); }
     // Writes the state of a kept machine, whole and renamed into place, so that a crash leaves
     // the old or the new one. Call it when the work is done; a run that failed half way keeps
