@@ -86,6 +86,10 @@ class FaxMachine {
         std::filesystem::create_directories(hostPath.parent_path());
         std::ofstream(hostPath, std::ios::binary) << bytes;
     }
+    void RemoveDeviceRecord() {
+        machine.spooler().RemovePrinterData(kPrinter, u"PrinterDataSize");
+        machine.spooler().RemovePrinterData(kPrinter, u"PrinterData");
+    }
     void RemoveFile(std::u16string_view path) {
         std::filesystem::remove(machine.files().HostPath(path));
     }
@@ -112,6 +116,9 @@ class FaxMachine {
     // whatever fails. `check` sees the failed call's name, "" for the first run.
     void FailEachCall(const std::function<void()>& prepare, const std::function<void()>& action,
                       const std::function<void(const std::string& failed)>& check) {
+        prepare();
+        action();  // the description's cache file is there from here on
+        check("");
         prepare();
         const embedded::Leaks before = OpenWithoutCache();
         machine.faults.Count();

@@ -1,0 +1,135 @@
+// What the driver itself adds to a call that needs the printer description: taking it from the
+// cache, and a whole session on it. The platform's share is measured beside it, by the same
+// platform calls made alone.
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "platform/embedded/files.h"
+#include "platform/embedded/machine.h"
+#include "platform/embedded/spooler.h"
+#include "platform/windows_api.h"
+
+#include "core/module_state.h"
+#include "core/session.h"
+#include "core/spooler_queries.h"
+#include "jobsettings/job_settings.h"
+#include "tool/loaded_driver.h"
+
+namespace {
+
+// A printer on the example description, with the driver's own default record, whose forms and
+// names were recorded by an earlier session.
+class Printer {
+  public:
+    Printer() {
+        machine_.spooler().AddDriver({.name = u"Fax",
+                                      .dataFile = machine_.files().MachinePath(
+                                          std::string(SOURCE_FOLDER) + "/examples/KSFAX.PPD")});
+        machine_.spooler().AddPrinter({.name = u"Fax", .driverName = u"Fax"});
+        Open();
+        const ksfax::OpenSession session(ksfax::OpenPrinterSession(handle_, nullptr));
+        if (!session) {
+            std::cerr << "no session on the example description\n";
+            std::exit(1);
+        }
+        embedded::Printer printer = *machine_.spooler().FindPrinter(u"Fax");
+        const auto* record = reinterpret_cast<const std::byte*>(&session.get()->jobSettings);
+        printer.defaultSettings.assign(record, record + sizeof(ksfax::JobSettings));
+        machine_.spooler().AddPrinter(std::move(printer));
+        ClosePrinter(handle_);
+        Open();
+        const ksfax::OpenSession settled(ksfax::OpenPrinterSession(handle_, nullptr));
+    }
+    ~Printer() { ClosePrinter(handle_); }
+
+    HANDLE handle() const { return handle_; }
+
+  private:
+    void Open() {
+        WCHAR name[] = u"Fax";
+        PRINTER_DEFAULTSW defaults = {
+            .pDatatype = nullptr, .pDevMode = nullptr, .DesiredAccess = PRINTER_ALL_ACCESS};
+        if (!OpenPrinterW(name, &handle_, &defaults)) {
+            std::cerr << "the machine refuses to open the printer\n";
+            std::exit(1);
+        }
+    }
+
+    embedded::Machine machine_;
+    tool::LoadedDriver driver_{machine_};
+    HANDLE handle_ = nullptr;
+};
+
+void AcquireOnAHit(benchmark::State& state) {
+    const Printer printer;
+    for (auto _ : state) {
+        const auto* description = ksfax::AcquireDescription(printer.handle(), true);
+        benchmark::DoNotOptimize(description);
+        ksfax::ReleaseDescription(description);
+    }
+}
+BENCHMARK(AcquireOnAHit);
+
+void AcquireOnAHitPlatformAlone(benchmark::State& state) {
+    const Printer printer;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(ksfax::GetDriverInfo(printer.handle(), 2).get());
+    }
+}
+BENCHMARK(AcquireOnAHitPlatformAlone);
+
+void AcquireAfresh(benchmark::State& state) {
+    const Printer printer;
+    for (auto _ : state) {
+        ksfax::ReleaseDescription(ksfax::AcquireDescription(printer.handle(), false));
+    }
+}
+BENCHMARK(AcquireAfresh);
+
+void OpenAndCloseSession(benchmark::State& state) {
+    const Printer printer;
+    const ksfax::DescriptionUse held(ksfax::AcquireDescription(printer.handle(), true));
+    for (auto _ : state) {
+        const ksfax::OpenSession session(ksfax::OpenPrinterSession(printer.handle(), nullptr));
+        benchmark::DoNotOptimize(session.get());
+    }
+}
+BENCHMARK(OpenAndCloseSession);
+
+// The spooler, heap and locale calls of a session on a printer in order.
+void OpenAndCloseSessionPlatformAlone(benchmark::State& state) {
+    const Printer printer;
+    for (auto _ : state) {
+        const platform::PrivateHeap heap(HeapCreate(0, 8192, 0));
+        for (const SIZE_T bytes : {sizeof(ksfax::PrinterSession), SIZE_T{8}, SIZE_T{100}}) {
+            benchmark::DoNotOptimize(HeapAlloc(heap.get(), HEAP_ZERO_MEMORY, bytes));
+        }
+        for (const DWORD level : {2u, 8u, 2u}) {
+            benchmark::DoNotOptimize(ksfax::GetPrinterInfo(printer.handle(), level).get());
+        }
+        for (const DWORD level : {2u, 3u}) {
+            benchmark::DoNotOptimize(ksfax::GetDriverInfo(printer.handle(), level).get());
+        }
+        DWORD needed = 0;
+        WCHAR folder[MAX_PATH];
+        GetPrinterDriverDirectoryW(nullptr, nullptr, 1, nullptr, 0, &needed);
+        GetPrinterDriverDirectoryW(nullptr, nullptr, 1, reinterpret_cast<LPBYTE>(folder),
+                                   sizeof(folder), &needed);
+        benchmark::DoNotOptimize(ksfax::IsMetricLocale());
+        benchmark::DoNotOptimize(ksfax::IsMetricLocale());
+        ksfax::RecordUserAndComputer(printer.handle());
+        for (const auto* name : {u"Forms?", u"PrinterDataSize", u"FreeMem", u"PrinterHT"}) {
+            DWORD number = 0;
+            benchmark::DoNotOptimize(ksfax::ReadPrinterNumber(printer.handle(), name, &number));
+        }
+    }
+}
+BENCHMARK(OpenAndCloseSessionPlatformAlone);
+
+}  // namespace

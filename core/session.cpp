@@ -1,0 +1,270 @@
+#include "core/session.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "core/module_state.h"
+#include "core/spooler_queries.h"
+#include "description/printer_description.h"
+#include "faxjob/upgrade.h"
+
+namespace ksfax {
+
+namespace {
+
+constexpr SIZE_T kHeapStartBytes = 8192;
+
+// A name of at most 15 characters and its terminator.
+constexpr DWORD kComputerNameRoom = 16;
+
+using WideText = std::basic_string_view<WCHAR>;
+
+// `text` with `added` behind it, in the heap; null when memory runs out.
+WCHAR* JoinInHeap(HANDLE heap, WideText text, WideText added) {
+    const size_t characters = text.size() + added.size() + 1;
+    auto* joined =
+        static_cast<WCHAR*>(HeapAlloc(heap, HEAP_ZERO_MEMORY, characters * sizeof(WCHAR)));
+    if (joined != nullptr) {
+        std::copy(added.begin(), added.end(), std::copy(text.begin(), text.end(), joined));
+    }
+    return joined;
+}
+
+WCHAR* CopyIntoHeap(HANDLE heap, const WCHAR* text) {
+    return JoinInHeap(heap, text != nullptr ? WideText(text) : WideText(), WideText());
+}
+
+bool IsCurrentRecord(const DEVMODEW& record) {
+    return record.dmSpecVersion == kSpecVersion && record.dmDriverVersion == kDriverVersion &&
+           record.dmDriverExtra == kPrivateSize;
+}
+
+// Opens the printer that `printer` is a handle of anew, with every right.
+platform::PrinterHandle OpenAsAdministrator(LPWSTR printerName, LPWSTR dataType) {
+    PRINTER_DEFAULTSW fullAccess = {
+        .pDatatype = dataType, .pDevMode = nullptr, .DesiredAccess = PRINTER_ALL_ACCESS};
+    HANDLE handle = nullptr;
+    return platform::PrinterHandle(OpenPrinterW(printerName, &handle, &fullAccess) ? handle
+                                                                                   : nullptr);
+}
+
+// The job settings of a new session: the defaults, over them the printer's own default record if
+// it is this driver's, and over that the caller's. A record that EnsurePrinterDefaultJobSettings
+// has just replaced says nothing about what the caller's was built on, so the caller's waits for
+// the next session.
+void FillJobSettings(PrinterSession* session, const PRINTER_INFO_2W& printer, bool isReplaced,
+                     const DEVMODEW* callerRecord) {
+    JobSettings* settings = &session->jobSettings;
+    BuildDefaultJobSettings(settings, printer.pDriverName, *session->description, IsMetricLocale());
+    if (printer.pDevMode != nullptr && printer.pDevMode->dmDriverVersion == kDriverVersion) {
+        // A record that cannot be merged leaves what stands.
+        (void)MergeJobSettings(settings, printer.pDevMode, *session->description);
+        if (!isReplaced) {
+            (void)MergeJobSettings(settings, callerRecord, *session->description);
+        }
+    }
+    DeriveJobBlock(settings);
+    PrivateJobSettings& privatePart = PrivatePart(*settings);
+    privatePart.jobText[0] = 0;
+    privatePart.layoutOverride = 0;
+    privatePart.pagesPerSheetOut = 0;
+    privatePart.duplexOut &= ~0x100;
+}
+
+// False when no record can be had.
+bool FillPrinterData(PrinterSession* session) {
+    const platform::GlobalBlock block =
+        GetPrinterDataRecord(session->printerHandle, *session->description);
+    if (!block) {
+        return false;
+    }
+    auto* stored = static_cast<PrinterDataRecord*>(block.get());
+    // The sheet shows its own language, whatever the printer was set up in.
+    stored->languageIndex = 0;
+    PrinterDataRecord* copy = &session->printerData;
+    std::memcpy(copy, stored, std::min<size_t>(stored->size, sizeof(*copy)));
+    copy->version = kPrinterDataVersion;
+    copy->size = sizeof(*copy);
+    return true;
+}
+
+// A stored text value with a terminator behind it, whatever was stored; empty when there is none.
+platform::GlobalBlock ReadStoredText(HANDLE printer, LPSTR name) {
+    DWORD needed = 0;
+    DWORD type = 0;
+    if (GetPrinterDataA(printer, name, &type, nullptr, 0, &needed) != ERROR_MORE_DATA) {
+        return {};
+    }
+    platform::GlobalBlock block(GlobalAlloc(GMEM_ZEROINIT, SIZE_T{needed} + 1));
+    if (!block || GetPrinterDataA(printer, name, &type, static_cast<LPBYTE>(block.get()), needed,
+                                  &needed) != ERROR_SUCCESS) {
+        return {};
+    }
+    return block;
+}
+
+void RecordUser(HANDLE printer) {
+    char valueName[] = "UserName";
+    const platform::GlobalBlock stored = ReadStoredText(printer, valueName);
+    DWORD length = 0;
+    if (GetUserNameA(nullptr, &length) || length == 0) {
+        return;
+    }
+    const platform::GlobalBlock block(GlobalAlloc(GMEM_ZEROINIT, SIZE_T{length} + 1));
+    auto* user = static_cast<char*>(block.get());
+    if (user == nullptr || !GetUserNameA(user, &length)) {
+        return;
+    }
+    if (!stored || lstrcmpiA(static_cast<const char*>(stored.get()), user) != 0) {
+        (void)SetPrinterDataAsAdministrator(printer, TEXT("UserName"), REG_BINARY, user, length);
+    }
+}
+
+void RecordComputer(HANDLE printer) {
+    char computer[kComputerNameRoom + 1] = {};
+    DWORD length = kComputerNameRoom;
+    if (!GetComputerNameA(computer, &length)) {
+        return;
+    }
+    char valueName[] = "ComputerName";
+    char stored[kComputerNameRoom + 1] = {};
+    DWORD needed = 0;
+    DWORD type = 0;
+    const bool isStored =
+        GetPrinterDataA(printer, valueName, &type, reinterpret_cast<LPBYTE>(stored),
+                        kComputerNameRoom, &needed) == ERROR_SUCCESS;
+    if (!isStored || lstrcmpiA(stored, computer) != 0) {
+        (void)SetPrinterDataAsAdministrator(printer, TEXT("ComputerName"), REG_BINARY, computer,
+                                            length + 1);
+    }
+}
+
+}  // namespace
+
+PrinterSession* OpenPrinterSession(HANDLE printer, const DEVMODEW* callerRecord) {
+    platform::PrivateHeap heap(HeapCreate(0, kHeapStartBytes, 0));
+    if (!heap) {
+        return nullptr;
+    }
+    auto* session = static_cast<PrinterSession*>(
+        HeapAlloc(heap.get(), HEAP_ZERO_MEMORY, sizeof(PrinterSession)));
+    if (session == nullptr) {
+        return nullptr;
+    }
+    session->selfCheckHead = session;
+    session->selfCheckTail = session;
+    session->printerHandle = printer;
+    session->heap = heap.get();
+
+    DescriptionUse description(AcquireDescription(printer, true));
+    if (!description) {
+        return nullptr;
+    }
+    session->description = description.get();
+    const bool isReplaced = EnsurePrinterDefaultJobSettings(printer, *session->description);
+    {
+        const platform::GlobalBlock block = GetPrinterInfo(printer, 2);
+        const auto* information = static_cast<const PRINTER_INFO_2W*>(block.get());
+        if (information == nullptr) {
+            return nullptr;
+        }
+        session->driverName = CopyIntoHeap(heap.get(), information->pDriverName);
+        if (session->driverName == nullptr) {
+            return nullptr;
+        }
+        if (information->pPortName != nullptr) {
+            CopyWideFixed(session->portName, information->pPortName);
+        }
+        session->helpFilePath = FindHelpFile(printer, heap.get());
+        FillJobSettings(session, *information, isReplaced, callerRecord);
+    }
+    PaperForm form;
+    (void)MatchJobFormToPaper(&session->jobSettings.devMode, &form, *session->description);
+    InstallForms(printer, *session->description);
+    RecordUserAndComputer(printer);
+    if (!FillPrinterData(session)) {
+        return nullptr;
+    }
+    (void)description.release();
+    (void)heap.release();
+    return session;
+}
+
+void ClosePrinterSession(PrinterSession* session) {
+    ReleaseDescription(session->description);
+    HeapDestroy(session->heap);
+}
+
+bool IsPrinterSession(const PrinterSession* session) {
+    return session != nullptr && session->selfCheckHead == session &&
+           session->selfCheckTail == session;
+}
+
+bool EnsurePrinterDefaultJobSettings(HANDLE printer, const PrinterDescription& description) {
+    const platform::GlobalBlock names = GetPrinterInfo(printer, 2);
+    const auto* information = static_cast<const PRINTER_INFO_2W*>(names.get());
+    if (information == nullptr) {
+        return false;
+    }
+    const platform::GlobalBlock defaults = GetPrinterInfo(printer, 8);
+    auto* stored = static_cast<PRINTER_INFO_8W*>(defaults.get());
+    if (stored == nullptr || stored->pDevMode == nullptr || IsCurrentRecord(*stored->pDevMode)) {
+        return false;
+    }
+    JobSettings settings;
+    BuildDefaultJobSettings(&settings, information->pDriverName, description, IsMetricLocale());
+    stored->pDevMode = &settings.devMode;
+    const platform::PrinterHandle administrator =
+        OpenAsAdministrator(information->pPrinterName, nullptr);
+    return administrator &&
+           SetPrinterW(administrator.get(), 8, reinterpret_cast<LPBYTE>(stored), 0);
+}
+
+WCHAR* FindHelpFile(HANDLE printer, HANDLE heap) {
+    const platform::GlobalBlock block = GetDriverInfo(printer, 3);
+    const auto* driver = static_cast<const DRIVER_INFO_3W*>(block.get());
+    if (driver != nullptr && driver->pHelpFile != nullptr && driver->pHelpFile[0] != 0) {
+        WCHAR* named = CopyIntoHeap(heap, driver->pHelpFile);
+        if (named != nullptr) {
+            return named;
+        }
+    }
+    constexpr WCHAR kHelpFileName[] = TEXT("\\pscript.hlp");
+    DWORD needed = 0;
+    if (GetPrinterDriverDirectoryW(nullptr, nullptr, 1, nullptr, 0, &needed) ||
+        GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
+        return nullptr;
+    }
+    auto* path = static_cast<WCHAR*>(
+        HeapAlloc(heap, HEAP_ZERO_MEMORY, SIZE_T{needed} + sizeof(kHelpFileName)));
+    if (path == nullptr ||
+        !GetPrinterDriverDirectoryW(nullptr, nullptr, 1, reinterpret_cast<LPBYTE>(path), needed,
+                                    &needed)) {
+        return nullptr;
+    }
+    // The zeroed room behind the folder ends the search even if the spooler stored no terminator.
+    std::copy(std::begin(kHelpFileName), std::end(kHelpFileName), path + lstrlenW(path));
+    return path;
+}
+
+void RecordUserAndComputer(HANDLE printer) {
+    RecordUser(printer);
+    RecordComputer(printer);
+}
+
+bool SetPrinterDataAsAdministrator(HANDLE printer, const WCHAR* name, DWORD type, const void* data,
+                                   DWORD length) {
+    const platform::GlobalBlock block = GetPrinterInfo(printer, 2);
+    const auto* information = static_cast<const PRINTER_INFO_2W*>(block.get());
+    if (information == nullptr) {
+        return false;
+    }
+    const platform::PrinterHandle administrator =
+        OpenAsAdministrator(information->pPrinterName, SpoolerText(TEXT("RAW")));
+    return administrator &&
+           SetPrinterDataW(administrator.get(), SpoolerText(name), type,
+                           static_cast<LPBYTE>(const_cast<void*>(data)), length) == ERROR_SUCCESS;
+}
+
+}  // namespace ksfax
