@@ -84,7 +84,8 @@ class Home {
             {.path = path,
              .exports = {},
              .resources = std::span(ksfaxui_resources, ksfaxui_resources_end)});
-        DllMain(LoadLibraryW(path.c_str()), DLL_PROCESS_ATTACH, nullptr);
+        module_ = LoadLibraryW(path.c_str());
+        DllMain(module_, DLL_PROCESS_ATTACH, nullptr);
         Add(u"Ordinary", OrdinaryPpd());
         Add(u"Crowded", CrowdedPpd());
         for (const char16_t* name : {u"Ordinary", u"Crowded"}) {
@@ -95,6 +96,14 @@ class Home {
             descriptions.push_back(AcquireDescription(printer, true));
             Require(descriptions.back() != nullptr);
         }
+    }
+
+    ~Home() {
+        for (size_t i = 0; i < printers.size(); ++i) {
+            ReleaseDescription(descriptions[i]);
+            ClosePrinter(printers[i]);
+        }
+        DllMain(module_, DLL_PROCESS_DETACH, nullptr);
     }
 
     std::vector<HANDLE> printers;
@@ -111,6 +120,7 @@ class Home {
     }
 
     embedded::Machine machine_;
+    HMODULE module_ = nullptr;
 };
 
 // A record in exactly as much memory as its header declares, at least a header's.
@@ -138,7 +148,7 @@ class Record {
 
 Record Destination(const uint8_t* head) {
     uint8_t header[kDevModeHeaderSize] = {};
-    header[64] = 1;  // a specification version
+    header[64] = 1;  // dmSpecVersion
     std::memcpy(header + 68, head + 4, 4);
     return Record(header, sizeof(header));
 }

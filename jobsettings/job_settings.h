@@ -295,13 +295,13 @@ void DeriveJobBlock(JobSettings* settings);
 
 // ---- Conversion between record shapes ----
 
-// The specification version that belongs to the record's `dmSize`: 188 0x0320, 212 0x0400, 220
+// The dmSpecVersion that belongs to the record's `dmSize`: 188 0x0320, 212 0x0400, 220
 // 0x0401, any other the record's own. 0 for null, and for a record that nobody can recognise.
 [[nodiscard]] WORD SpecVersionForSize(const DEVMODEW* record);
 
 // Copies the public and the private part of `source` over those of `destination`, each as far as
 // both reach. The destination keeps its sizes and driver version, which it must carry already,
-// and gets the specification version of its size. Returns the bytes copied, which may be 0, or -1
+// and gets the dmSpecVersion of its size. Returns the bytes copied, which may be 0, or -1
 // when either record is not recognisable. The two may be the same record.
 [[nodiscard]] int ConvertJobSettings(const DEVMODEW* source, DEVMODEW* destination);
 

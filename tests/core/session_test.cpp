@@ -128,7 +128,7 @@ TEST_F(SessionTest, ReplacesAForeignDefaultOnceAndThenHeedsCallers) {
         bool isReplaced;
     } rows[] = {
         {"current", [](DEVMODEW&) {}, false},
-        {"another specification", [](DEVMODEW& r) { r.dmSpecVersion = 0x0400; }, true},
+        {"another dmSpecVersion", [](DEVMODEW& r) { r.dmSpecVersion = 0x0400; }, true},
         {"another driver version", [](DEVMODEW& r) { r.dmDriverVersion = 0x0350; }, true},
         {"another private part", [](DEVMODEW& r) { r.dmDriverExtra = 2387; }, true},
     };

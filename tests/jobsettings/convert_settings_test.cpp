@@ -33,7 +33,7 @@ TEST(SpecVersionForSize, GoesByTheSizeWhereThatIsKnown) {
 }
 
 // Destination bytes stay where the source does not reach; the destination keeps its sizes and
-// driver version and gets the specification version of its size.
+// driver version and gets the dmSpecVersion of its size.
 TEST(ConvertJobSettings, CopiesAsFarAsBothRecordsReach) {
     struct Row {
         WORD sourceSize, sourceExtra, size, extra, specAfter;
