@@ -81,7 +81,7 @@ Job PaperJob(const EntryPoints& driver, short paper, short length = 0, short wid
 }
 
 struct NamedJob {
-    const char* what;
+    std::string what;
     Job job;
 };
 
@@ -104,14 +104,18 @@ std::vector<NamedJob> Jobs(const EntryPoints& driver) {
     landscape->dmCollate = DMCOLLATE_TRUE;
 
     for (const short quality : {short{100}, short{200}, short{600}, short{-4}}) {
-        jobs.push_back({"a job of another quality", DefaultJob(driver)});
+        jobs.push_back({"a job of quality " + std::to_string(quality), DefaultJob(driver)});
         jobs.back().job.record()->dmFields |= DM_PRINTQUALITY;
         jobs.back().job.record()->dmPrintQuality = quality;
     }
     for (const short source : {DMBIN_MANUAL, DMBIN_ENVMANUAL, DMBIN_AUTO, DMBIN_FORMSOURCE}) {
-        jobs.push_back({"a job from another source", DefaultJob(driver)});
-        jobs.back().job.record()->dmFields |= DM_DEFAULTSOURCE;
-        jobs.back().job.record()->dmDefaultSource = source;
+        for (const short paper : {DMPAPER_LETTER, DMPAPER_A4}) {
+            jobs.push_back({"a job of paper " + std::to_string(paper) + " from source " +
+                                std::to_string(source),
+                            PaperJob(driver, paper)});
+            jobs.back().job.record()->dmFields |= DM_DEFAULTSOURCE;
+            jobs.back().job.record()->dmDefaultSource = source;
+        }
     }
 
     jobs.push_back({"a public part alone", BlankJob(220, 0, 0x0401, 0x0104)});
@@ -127,7 +131,7 @@ std::string Capabilities(const EntryPoints& driver, HANDLE printer) {
     WCHAR name[] = TEXT("Answering Fax");
     constexpr size_t kRoom = 16384;
     std::string text;
-    const auto ask = [&](WORD index, const char* what, DEVMODEW* settings) {
+    const auto ask = [&](WORD index, const std::string& what, DEVMODEW* settings) {
         Output output(kRoom);
         const DWORD result =
             driver.deviceCapabilities(printer, name, index, output.data(), settings);
@@ -141,7 +145,7 @@ std::string Capabilities(const EntryPoints& driver, HANDLE printer) {
     for (NamedJob& row : Jobs(driver)) {
         for (const WORD index : {DC_FIELDS, DC_PAPERSIZE, DC_SIZE, DC_VERSION, DC_ORIENTATION,
                                  DC_STAPLE, DC_COLORDEVICE}) {
-            ask(index, (std::string(" with ") + row.what).c_str(), row.job.record());
+            ask(index, " with " + row.what, row.job.record());
         }
     }
     return text;
@@ -180,14 +184,14 @@ std::string Conversions(const EntryPoints& driver) {
     for (NamedJob& row : Jobs(driver)) {
         Output earlier(512);
         size = 512;
-        ask(std::string(row.what) + " to the earlier driver's", known, row.job.record(),
+        ask(row.what + " to the earlier driver's", known, row.job.record(),
             earlier.record(), &size, CDM_CONVERT351);
         text += earlier.Written() + "\n";
         for (const auto& [publicSize, privateSize] :
              {std::pair<WORD, WORD>{220, 2388}, {220, 0}, {212, 50}, {188, 112}, {200, 0}}) {
             Job target = BlankJob(publicSize, privateSize, 0, 0x0104);
             size = publicSize + privateSize;
-            ask(std::string(row.what) + " to " + std::to_string(size) + " bytes", known,
+            ask(row.what + " to " + std::to_string(size) + " bytes", known,
                 row.job.record(), target.record(), &size, CDM_CONVERT);
             text += Hex(target.bytes.data(), target.bytes.size()) + "\n";
         }
@@ -213,18 +217,54 @@ std::string PrintQueries(const EntryPoints& driver, HANDLE printer) {
     ask("no job settings", nullptr, 500);
     for (NamedJob& row : Jobs(driver)) {
         ask(row.what, row.job.record(), 500);
-        ask(std::string(row.what) + " with little room", row.job.record(), 10);
+        ask(row.what + " with little room", row.job.record(), 10);
+    }
+    return text;
+}
+
+std::string StoredState(const EntryPoints& driver, HANDLE printer) {
+    WCHAR name[] = TEXT("Answering Fax");
+    std::string text;
+    for (const INT event : {PRINTER_EVENT_CACHE_REFRESH, PRINTER_EVENT_INITIALIZE, 99}) {
+        const BOOL done = driver.printerEvent(name, event, 0, 0);
+        text += "printer event " + std::to_string(event) + ": " + std::to_string(done) + "\n";
+    }
+    for (std::basic_string<WCHAR> value : {TEXT("PrinterData"), TEXT("PrinterDataSize"),
+                                           TEXT("TrayFormTable"), TEXT("TrayFormSize"),
+                                           TEXT("Forms?")}) {
+        BYTE bytes[2048] = {};
+        DWORD type = 0;
+        DWORD size = 0;
+        const DWORD error =
+            GetPrinterDataW(printer, value.data(), &type, bytes, sizeof bytes, &size);
+        text += std::string(value.begin(), value.end()) + ": error " + std::to_string(error);
+        if (error == ERROR_SUCCESS) {
+            text += ", type " + std::to_string(type) + ", " + std::to_string(size) + " bytes" +
+                    Hex(bytes, size);
+        }
+        text += "\n";
     }
     return text;
 }
 
 }  // namespace
 
+DEVMODEW PrinterDefaults() {
+    DEVMODEW record = {};
+    record.dmSpecVersion = 0x0401;
+    record.dmDriverVersion = 0x0104;
+    record.dmSize = sizeof record;
+    record.dmFields = DM_PAPERSIZE;
+    record.dmPaperSize = DMPAPER_LETTER;
+    return record;
+}
+
 std::vector<Part> All(const EntryPoints& driver, HANDLE printer) {
     return {
         {"capabilities.txt", Capabilities(driver, printer)},
         {"conversions.txt", Conversions(driver)},
         {"print_queries.txt", PrintQueries(driver, printer)},
+        {"stored_state.txt", StoredState(driver, printer)},
     };
 }
 

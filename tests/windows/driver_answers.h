@@ -22,7 +22,12 @@ struct EntryPoints {
     decltype(&DrvDeviceCapabilities) deviceCapabilities;
     decltype(&DrvConvertDevMode) convertDevMode;
     decltype(&DevQueryPrintEx) queryPrint;
+    decltype(&DrvPrinterEvent) printerEvent;
 };
+
+// The printer's own default record, a public part alone. Set in both homes: Windows makes one up
+// for a printer that has none.
+DEVMODEW PrinterDefaults();
 
 // The answers on one subject: text of many lines, each of which begins with what was asked.
 struct Part {
@@ -30,7 +35,8 @@ struct Part {
     std::string text;
 };
 
-// `printer` is an open handle of the printer of that name.
+// `printer` is an open handle of the printer of that name. The last part has the driver store
+// what it keeps with the printer.
 std::vector<Part> All(const EntryPoints& driver, HANDLE printer);
 
 }  // namespace answers

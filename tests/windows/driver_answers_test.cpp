@@ -32,7 +32,7 @@ const fs::path kHostAnswers = BuildFolder() / "debug" / "answers";
 
 const InstalledPrinter& Printer() {
     static const InstalledPrinter printer(
-        answers::kDriverName, answers::kPrinterName,
+        answers::kDriverName, answers::kPrinterName, answers::PrinterDefaults(),
         BuildFolder().parent_path() / "examples" / answers::kDataFileName);
     return printer;
 }
@@ -62,9 +62,10 @@ TEST(DriverAnswers, AreTheSameOnTheEmbeddedMachine) {
             Printer().EntryPoint<decltype(&DrvDeviceCapabilities)>("DrvDeviceCapabilities"),
         .convertDevMode = Printer().EntryPoint<decltype(&DrvConvertDevMode)>("DrvConvertDevMode"),
         .queryPrint = Printer().EntryPoint<decltype(&DevQueryPrintEx)>("DevQueryPrintEx"),
+        .printerEvent = Printer().EntryPoint<decltype(&DrvPrinterEvent)>("DrvPrinterEvent"),
     };
     ASSERT_TRUE(driver.deviceCapabilities != nullptr && driver.convertDevMode != nullptr &&
-                driver.queryPrint != nullptr);
+                driver.queryPrint != nullptr && driver.printerEvent != nullptr);
     for (const answers::Part& part : answers::All(driver, Printer().handle())) {
         SCOPED_TRACE(part.file);
         ExpectSameLines(part.text, ReadBytes(kHostAnswers / part.file));

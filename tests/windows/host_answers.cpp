@@ -31,8 +31,11 @@ int main(int argc, char** argv) {
                                  .dataFile = dataFile,
                                  .driverPath = folder + u"KSFAXR.DLL",
                                  .configFile = folder + u"KSFAXUI.DLL"});
-    machine.spooler().AddPrinter(
-        {.name = answers::kPrinterName, .driverName = answers::kDriverName});
+    const DEVMODEW defaults = answers::PrinterDefaults();
+    const auto* bytes = reinterpret_cast<const std::byte*>(&defaults);
+    machine.spooler().AddPrinter({.name = answers::kPrinterName,
+                                  .driverName = answers::kDriverName,
+                                  .defaultSettings = {bytes, bytes + sizeof defaults}});
 
     tool::LoadedDriver loaded(machine);
     WCHAR name[] = u"Answering Fax";
@@ -47,6 +50,7 @@ int main(int argc, char** argv) {
         .deviceCapabilities = DrvDeviceCapabilities,
         .convertDevMode = DrvConvertDevMode,
         .queryPrint = DevQueryPrintEx,
+        .printerEvent = DrvPrinterEvent,
     };
     for (const answers::Part& part : answers::All(driver, printer)) {
         std::ofstream(target / part.file) << part.text;

@@ -20,9 +20,9 @@ void SetText(HKEY key, const WCHAR* value, const std::wstring& text) {
 }  // namespace
 
 InstalledPrinter::InstalledPrinter(const std::wstring& driverName, const std::wstring& printerName,
-                                   const fs::path& dataFile)
+                                   const DEVMODEW& defaults, const fs::path& dataFile)
     : printerName_(printerName) {
-    if (!InstallDriver(driverName, dataFile) || !InstallPrinter(driverName)) {
+    if (!InstallDriver(driverName, dataFile) || !InstallPrinter(driverName, defaults)) {
         return;
     }
     PRINTER_DEFAULTSW access = {nullptr, nullptr, PRINTER_ALL_ACCESS};
@@ -87,7 +87,8 @@ bool InstalledPrinter::InstallDriver(const std::wstring& name, const fs::path& d
 
 // Written where the spooler keeps its printers. AddPrinterW is no way: it asks the driver for its
 // default record through the property sheet entry points, which this DLL may not have.
-bool InstalledPrinter::InstallPrinter(const std::wstring& driverName) {
+bool InstalledPrinter::InstallPrinter(const std::wstring& driverName,
+                                      const DEVMODEW& defaults) {
     HKEY key = nullptr;
     if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, (kPrintersKey + printerName_).c_str(), 0, nullptr, 0,
                         KEY_ALL_ACCESS, nullptr, &key, nullptr) != ERROR_SUCCESS) {
@@ -102,6 +103,15 @@ bool InstalledPrinter::InstallPrinter(const std::wstring& driverName) {
                                TEXT("Separator File"), TEXT("Share Name")}) {
         SetText(key, value, TEXT(""));
     }
+    // Wine keeps the record with 8-bit texts and widens it for who asks.
+    DEVMODEA stored = {};
+    stored.dmSpecVersion = defaults.dmSpecVersion;
+    stored.dmDriverVersion = defaults.dmDriverVersion;
+    stored.dmSize = sizeof stored;
+    stored.dmFields = defaults.dmFields;
+    stored.dmPaperSize = defaults.dmPaperSize;
+    RegSetValueExW(key, TEXT("Default DevMode"), 0, REG_BINARY,
+                   reinterpret_cast<const BYTE*>(&stored), sizeof stored);
     RegCloseKey(key);
     return true;
 }

@@ -13,9 +13,9 @@
 class InstalledPrinter {
   public:
     // Installs the DLL beside the running program and `dataFile`, with whatever cache file of an
-    // earlier run removed. handle() and module() are null when something failed; error() tells.
+    // earlier run removed, and gives the printer the default record's fields and paper. handle() and module() are null when something failed; error() tells.
     InstalledPrinter(const std::wstring& driverName, const std::wstring& printerName,
-                     const std::filesystem::path& dataFile);
+                     const DEVMODEW& defaults, const std::filesystem::path& dataFile);
     ~InstalledPrinter();
     InstalledPrinter(const InstalledPrinter&) = delete;
     InstalledPrinter& operator=(const InstalledPrinter&) = delete;
@@ -35,7 +35,7 @@ class InstalledPrinter {
 
   private:
     bool InstallDriver(const std::wstring& name, const std::filesystem::path& dataFile);
-    bool InstallPrinter(const std::wstring& driverName);
+    bool InstallPrinter(const std::wstring& driverName, const DEVMODEW& defaults);
     bool Fail(const char* step);
 
     std::wstring printerName_;
