@@ -3,7 +3,7 @@
 // platform calls made alone.
 
 #include <cstdlib>
-#include <fstream>
+#include <filesystem>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -28,9 +28,11 @@ namespace {
 class Printer {
   public:
     Printer() {
-        machine_.spooler().AddDriver({.name = u"Fax",
-                                      .dataFile = machine_.files().MachinePath(
-                                          std::string(SOURCE_FOLDER) + "/examples/KSFAX.PPD")});
+        // A copy on the machine's own drive: loading writes a cache file beside it.
+        const auto copy = machine_.driveC() / "KSFAX.PPD";
+        std::filesystem::copy_file(std::string(SOURCE_FOLDER) + "/examples/KSFAX.PPD", copy);
+        machine_.spooler().AddDriver(
+            {.name = u"Fax", .dataFile = machine_.files().MachinePath(copy)});
         machine_.spooler().AddPrinter({.name = u"Fax", .driverName = u"Fax"});
         Open();
         const ksfax::OpenSession session(ksfax::OpenPrinterSession(handle_, nullptr));
