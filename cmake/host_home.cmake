@@ -17,15 +17,26 @@ set_source_files_properties(platform/embedded/own_resources.S PROPERTIES
   OBJECT_DEPENDS ${RESOURCE_FILE}
   COMPILE_OPTIONS "-DRESOURCE_FILE=\"${RESOURCE_FILE}\"")
 
+# The face that the machine writes text in; the library carries it, so that pictures come out
+# alike on every host.
+find_package(Freetype REQUIRED)
+find_file(FONT_FILE LiberationSans-Regular.ttf REQUIRED
+  PATH_SUFFIXES fonts/truetype/liberation fonts/truetype/liberation2 fonts/liberation-sans fonts/liberation
+  PATHS /usr/share /usr/local/share)
+set_source_files_properties(platform/embedded/font_data.S PROPERTIES
+  OBJECT_DEPENDS ${FONT_FILE}
+  COMPILE_OPTIONS "-DFONT_FILE=\"${FONT_FILE}\"")
+
 file(GLOB EMBEDDED_SOURCES CONFIGURE_DEPENDS platform/embedded/*.cpp)
-add_library(embedded STATIC ${EMBEDDED_SOURCES} platform/embedded/own_resources.S)
+add_library(embedded STATIC ${EMBEDDED_SOURCES}
+  platform/embedded/own_resources.S platform/embedded/font_data.S)
+target_link_libraries(embedded PRIVATE Freetype::Freetype)
 
 add_library(driver STATIC ${DRIVER_SOURCES})
 target_compile_options(driver PRIVATE ${DRIVER_OPTIONS})
 target_link_libraries(driver PUBLIC embedded)
 
 find_package(PNG REQUIRED)
-find_package(Freetype REQUIRED)
 file(GLOB TOOL_SOURCES CONFIGURE_DEPENDS tool/*.cpp)
 list(REMOVE_ITEM TOOL_SOURCES ${CMAKE_SOURCE_DIR}/tool/main.cpp)
 add_library(tool STATIC ${TOOL_SOURCES})

@@ -88,7 +88,6 @@ class Graphics {
 int FontHeight(HFONT font);
 // The average width of a letter, by which dialog units are measured.
 int FontAverageWidth(HFONT font);
-void SelectFont(HDC context, HFONT font);
 // Text on what is there already, instead of on a box of the background colour.
 void SetTransparentText(HDC context, bool transparent);
 

@@ -4,8 +4,8 @@
 #include <iostream>
 
 #include "platform/embedded/api_kernel.h"
-#include "platform/embedded/desktop.h"
 #include "platform/embedded/files.h"
+#include "platform/embedded/gdi.h"
 #include "platform/embedded/mapping.h"
 #include "platform/embedded/memory.h"
 #include "platform/embedded/modules.h"
@@ -13,6 +13,7 @@
 #include "platform/embedded/registry.h"
 #include "platform/embedded/resources.h"
 #include "platform/embedded/spooler.h"
+#include "platform/embedded/windows.h"
 
 namespace embedded {
 
@@ -134,7 +135,8 @@ Machine::Machine(MachineSetup setup) : setup_(std::move(setup)) {
     resources_ = std::make_unique<Resources>(*this);
     spooler_ = std::make_unique<Spooler>(*this);
     registry_ = std::make_unique<Registry>();
-    desktop_ = std::make_unique<Desktop>();
+    graphics_ = std::make_unique<Graphics>(*this);
+    windows_ = std::make_unique<Windows>(*this);
     current = this;
 }
 
@@ -167,7 +169,12 @@ Leaks Machine::OpenNow() const {
             .views = views,
             .globalBlocks = globalBlocks,
             .heaps = heaps,
-            .modules = modules_->CountLoaded()};
+            .modules = modules_->CountLoaded(),
+            .windows = windows_->CountWindows(),
+            .timers = windows_->CountTimers(),
+            .graphicsObjects = graphics_->CountObjects(),
+            .contexts = graphics_->CountContexts(),
+            .componentUses = windows_->componentUses};
 }
 
 }  // namespace embedded

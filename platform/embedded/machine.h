@@ -22,13 +22,14 @@
 namespace embedded {
 
 class FileSystem;
+class Graphics;
 class Mappings;
 class Profiles;
 class Modules;
 class Registry;
 class Resources;
-class Desktop;
 class Spooler;
+class Windows;
 
 // One place in the machine that a published call enters by. Counts the calls and asks the fault
 // plan whether this one fails. Used as a function's static local:
@@ -144,6 +145,11 @@ struct Leaks {
     unsigned globalBlocks = 0;
     unsigned heaps = 0;
     unsigned modules = 0;
+    unsigned windows = 0;
+    unsigned timers = 0;
+    unsigned graphicsObjects = 0;
+    unsigned contexts = 0;
+    unsigned componentUses = 0;  // CoInitialize
 
     bool operator==(const Leaks&) const = default;
 };
@@ -191,7 +197,8 @@ class Machine {
     Resources& resources() { return *resources_; }
     Spooler& spooler() { return *spooler_; }
     Registry& registry() { return *registry_; }
-    Desktop& desktop() { return *desktop_; }
+    Graphics& graphics() { return *graphics_; }
+    Windows& windows() { return *windows_; }
 
   private:
     MachineSetup setup_;
@@ -205,7 +212,8 @@ class Machine {
     std::unique_ptr<Resources> resources_;
     std::unique_ptr<Spooler> spooler_;
     std::unique_ptr<Registry> registry_;
-    std::unique_ptr<Desktop> desktop_;
+    std::unique_ptr<Graphics> graphics_;
+    std::unique_ptr<Windows> windows_;
 };
 
 }  // namespace embedded

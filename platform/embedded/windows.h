@@ -82,8 +82,17 @@ class Windows {
     // CoInitialize without its CoUninitialize.
     std::atomic<unsigned> componentUses = 0;
 
-    // What GetActiveWindow answers, as if the user had turned to that window.
-    void SetActive(HWND window);
+    // ---- Windows of applications, as far as the driver asks about them
+
+    // A window that does nothing but be there, invisible, of a class that needs no registration;
+    // with a parent it is that window's child.
+    HWND Add(std::u16string className, HWND parent = nullptr);
+    void Remove(HWND window);
+    // What GetActiveWindow answers, as if the user had turned to that window; null for none, as at
+    // first. A window that is shown becomes active by itself.
+    void Activate(HWND window);
+    // Null when none is active, or it is gone.
+    HWND active() const;
 
     // ---- For the machine's dialogs and controls ----
 

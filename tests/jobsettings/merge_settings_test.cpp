@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/embedded/desktop.h"
+#include "platform/embedded/windows.h"
 #include "platform/embedded/machine.h"
 
 #include "jobsettings/job_settings.h"
@@ -338,20 +338,20 @@ TEST_F(Deriving, KnowsTwoApplicationsByTheirMainWindow) {
         Put(&record, fields);
         return record;
     };
-    embedded::Desktop& desktop = machine.desktop();
+    embedded::Windows& desktop = machine.windows();
 
-    HWND opus = desktop.AddWindow(u"OPUSAPP");
-    desktop.Activate(desktop.AddWindow(u"Dialog", desktop.AddWindow(u"FLWApp", opus)));
+    HWND opus = desktop.Add(u"OPUSAPP");
+    desktop.Activate(desktop.Add(u"Dialog", desktop.Add(u"FLWApp", opus)));
     EXPECT_EQ(Differences(Derived(fourPages), expected({P8(1467, 1), P32(1460, 4)})), "");
     RecordBytes capable = fourPages;
     Put(&capable, P16(202, 0x8000));
     EXPECT_EQ(Differences(Derived(capable), expected({P16(202, 0x8000)})), "");
 
-    desktop.Activate(desktop.AddWindow(u"FLWApp"));
+    desktop.Activate(desktop.Add(u"FLWApp"));
     Put(&fourPages, P8(2376, 0x80));
     EXPECT_EQ(Differences(Derived(fourPages), expected({P8(2376, 0x81)})), "");
 
-    desktop.Activate(desktop.AddWindow(u"OpusApp of a name longer than the buffer's 31"));
+    desktop.Activate(desktop.Add(u"OpusApp of a name longer than the buffer's 31"));
     Put(&fourPages, P8(2376, 0x81));
     EXPECT_EQ(Differences(Derived(fourPages), expected({P8(2376, 0x80)})), "");
 
