@@ -45,12 +45,23 @@ void SetLastError(DWORD code);
 
 // ---- Global memory ----
 constexpr UINT GMEM_FIXED = 0x0000;
+constexpr UINT GMEM_MOVEABLE = 0x0002;
 constexpr UINT GMEM_ZEROINIT = 0x0040;
 
 HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes);
 // Null when freed.
 HGLOBAL GlobalFree(HGLOBAL memory);
 SIZE_T GlobalSize(HGLOBAL memory);
+// Nothing moves here: a block may be locked at any time, and locks are not counted.
+LPVOID GlobalLock(HGLOBAL memory);
+// FALSE with NO_ERROR, as for the last lock.
+BOOL GlobalUnlock(HGLOBAL memory);
+
+// Local memory, counted with the global blocks. Flags LPTR alone.
+constexpr UINT LPTR = 0x0040;
+HLOCAL LocalAlloc(UINT flags, SIZE_T bytes);
+// Null when freed.
+HLOCAL LocalFree(HLOCAL memory);
 
 // ---- Private heaps ----
 constexpr DWORD HEAP_ZERO_MEMORY = 0x00000008;

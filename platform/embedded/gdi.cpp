@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -14,6 +15,8 @@
 
 #include "platform/embedded/api_kernel.h"
 #include "platform/embedded/api_user.h"
+#include "platform/embedded/resources.h"
+#include "platform/embedded/window.h"
 
 extern "C" const FT_Byte embedded_font[];
 extern "C" const FT_Byte embedded_font_end[];
@@ -406,7 +409,7 @@ struct TextLine {
     size_t underlined = std::u16string::npos;
 };
 
-void DrawLine(Context& context, const TextLine& line, int x, int y, const RECT& clip) {
+void DrawTextLine(Context& context, const TextLine& line, int x, int y, const RECT& clip) {
     const int pixels = context.font.object->pixels;
     if (!context.hasTransparentText) {
         context.Fill(Intersect({x, y, x + TextWidth(pixels, line.text), y + TextHeight(pixels)},
@@ -578,6 +581,60 @@ std::shared_ptr<Context> FindContext(HDC handle) {
     return context;
 }
 
+// ---- Bitmaps in resources ----
+
+template <typename Number>
+Number ReadNumber(std::span<const std::byte> bytes, size_t at) {
+    Number number;
+    std::memcpy(&number, bytes.data() + at, sizeof number);
+    return number;
+}
+
+// A device-independent bitmap without its file header; null when it is none that we read.
+std::shared_ptr<Bitmap> ReadBitmap(std::span<const std::byte> bytes) {
+    constexpr size_t kHeaderBytes = 40;
+    if (bytes.size() < kHeaderBytes || ReadNumber<uint32_t>(bytes, 0) != kHeaderBytes) {
+        return nullptr;
+    }
+    const auto width = ReadNumber<int32_t>(bytes, 4);
+    const auto height = ReadNumber<int32_t>(bytes, 8);
+    const unsigned depth = ReadNumber<uint16_t>(bytes, 14);
+    const auto compression = ReadNumber<uint32_t>(bytes, 16);
+    const auto colorsUsed = ReadNumber<uint32_t>(bytes, 32);
+    if (width <= 0 || width > 0x4000 || height <= 0 || height > 0x4000 || compression != 0 ||
+        (depth != 1 && depth != 4 && depth != 8 && depth != 24)) {
+        return nullptr;
+    }
+    const size_t paletteSize =
+        depth == 24 ? 0 : colorsUsed == 0 ? size_t{1} << depth : size_t{colorsUsed};
+    const size_t rowBytes = (static_cast<size_t>(width) * depth + 31) / 32 * 4;
+    if (paletteSize > 256 ||
+        bytes.size() < kHeaderBytes + paletteSize * 4 + rowBytes * static_cast<size_t>(height)) {
+        return nullptr;
+    }
+    const auto palette = bytes.subspan(kHeaderBytes, paletteSize * 4);
+    const auto rows = bytes.subspan(kHeaderBytes + paletteSize * 4);
+    auto bitmap = std::make_shared<Bitmap>(width, height);
+    const auto color = [](std::span<const std::byte> blueFirst, size_t at) {
+        return RGB(static_cast<BYTE>(blueFirst[at + 2]), static_cast<BYTE>(blueFirst[at + 1]),
+                   static_cast<BYTE>(blueFirst[at]));
+    };
+    for (int y = 0; y < height; ++y) {
+        const auto row = rows.subspan(rowBytes * static_cast<size_t>(height - 1 - y), rowBytes);
+        for (int x = 0; x < width; ++x) {
+            if (depth == 24) {
+                bitmap->At(x, y) = color(row, static_cast<size_t>(x) * 3);
+                continue;
+            }
+            const size_t bit = static_cast<size_t>(x) * depth;
+            const unsigned index = static_cast<unsigned>(row[bit / 8]) >> (8 - depth - bit % 8) &
+                                   ((1u << depth) - 1);
+            bitmap->At(x, y) = index < paletteSize ? color(palette, index * 4) : kBlack;
+        }
+    }
+    return bitmap;
+}
+
 HBITMAP InsertBitmap(std::shared_ptr<Bitmap> bitmap) {
     auto object = std::make_shared<BitmapObject>();
     object->bitmap = std::move(bitmap);
@@ -671,6 +728,19 @@ HBITMAP CreateCompatibleBitmap(HDC handle, int width, int height) {
     }
     return embedded::InsertBitmap(
         std::make_shared<embedded::Bitmap>(width, height, context->surface->bitsPerPixel));
+}
+
+HBITMAP LoadBitmapW(HINSTANCE instance, LPCWSTR name) {
+    static CallSite call("LoadBitmapW");
+    const auto bitmap =
+        call.Fails() ? nullptr
+                     : embedded::ReadBitmap(embedded::Machine::Current().resources().Find(
+                           instance, embedded::kBitmapResource, embedded::ResourceNumber(name)));
+    if (!bitmap) {
+        SetLastError(ERROR_RESOURCE_NAME_NOT_FOUND);
+        return nullptr;
+    }
+    return embedded::InsertBitmap(bitmap);
 }
 
 int GetObjectW(HANDLE handle, int bytes, LPVOID object) {
@@ -988,7 +1058,7 @@ int DrawTextW(HDC handle, LPCWSTR text, int length, RECT* rect, UINT format) {
         if ((format & DT_CENTER) != 0) {
             x += (rect->right - rect->left - embedded::TextWidth(pixels, line.text)) / 2;
         }
-        embedded::DrawLine(*context, line, x, y, *rect);
+        embedded::DrawTextLine(*context, line, x, y, *rect);
         y += lineHeight;
     }
     return y - rect->top;

@@ -86,9 +86,21 @@ using namespace embedded;
 
 // ---- Global memory ----
 
+namespace {
+
+// The handle of a movable block is two bytes off its address, so that code which takes one for
+// the other reads rubbish in its first test. Fixed blocks are aligned by 16.
+constexpr uintptr_t kMovable = 2;
+
+void* WithoutTag(HGLOBAL memory) {
+    return reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(memory) & ~kMovable);
+}
+
+}  // namespace
+
 HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
     static CallSite call("GlobalAlloc");
-    if ((flags & ~GMEM_ZEROINIT) != 0) {
+    if ((flags & ~(GMEM_ZEROINIT | GMEM_MOVEABLE)) != 0) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
@@ -98,12 +110,39 @@ HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
         return nullptr;
     }
     Machine::Current().globalBlocks.fetch_add(1, std::memory_order_relaxed);
-    return block;
+    return (flags & GMEM_MOVEABLE) != 0 ? static_cast<char*>(block) + kMovable : block;
+}
+
+LPVOID GlobalLock(HGLOBAL memory) {
+    static CallSite call("GlobalLock");
+    if (call.Fails() || memory == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return WithoutTag(memory);
+}
+
+BOOL GlobalUnlock(HGLOBAL) {
+    SetLastError(NO_ERROR);
+    return FALSE;
+}
+
+HLOCAL LocalAlloc(UINT flags, SIZE_T bytes) {
+    static CallSite call("LocalAlloc");
+    if (call.Fails() || flags != LPTR) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    return GlobalAlloc(GMEM_ZEROINIT, bytes);
+}
+
+HLOCAL LocalFree(HLOCAL memory) {
+    return GlobalFree(memory);
 }
 
 HGLOBAL GlobalFree(HGLOBAL memory) {
     if (memory != nullptr) {
-        FreeBlock(memory);
+        FreeBlock(WithoutTag(memory));
         Machine::Current().globalBlocks.fetch_sub(1, std::memory_order_relaxed);
     }
     return nullptr;
@@ -114,7 +153,7 @@ SIZE_T GlobalSize(HGLOBAL memory) {
         SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
-    BlockHeader* header = HeaderOf(memory);
+    BlockHeader* header = HeaderOf(WithoutTag(memory));
     const SIZE_T bytes = header->bytes;
     ASAN_POISON_MEMORY_REGION(header, sizeof(BlockHeader));
     return bytes;

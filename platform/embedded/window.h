@@ -69,8 +69,17 @@ constexpr DWORD DS_CONTROL = 0x0400;
 constexpr WCHAR kDialogClass[] = TEXT("#32770");
 
 std::shared_ptr<Window> FindWindowOf(HWND window);
-// A class that every process has. Its windows need no registration to be made.
-void AddSystemClass(LPCWSTR name, WNDPROC procedure, int extraBytes, HBRUSH background);
+// A resource named by its number; 0 for one that goes by a text, which the machine does not know.
+WORD ResourceNumber(LPCWSTR name);
+
+// A class that every process has without registering it.
+struct SystemClass {
+    LPCWSTR name;
+    WNDPROC procedure;
+    int extraBytes = 0;
+};
+std::vector<SystemClass> ControlClasses();
+SystemClass DialogClass();
 
 // Two pixels of raised or sunken edge inside `rect`, as buttons and fields have.
 void DrawEdge(HDC context, RECT rect, bool isRaised);

@@ -411,7 +411,17 @@ constexpr WPARAM kLeftButton = 1;
 
 }  // namespace
 
-Windows::Windows(Machine& machine) : state_(std::make_unique<State>()), machine_(machine) {}
+Windows::Windows(Machine&) : state_(std::make_unique<State>()) {
+    std::vector<SystemClass> builtIn = ControlClasses();
+    builtIn.push_back(DialogClass());
+    for (const SystemClass& systemClass : builtIn) {
+        state_->classes.push_back({.style = CS_DBLCLKS | CS_GLOBALCLASS,
+                                   .procedure = systemClass.procedure,
+                                   .extraBytes = systemClass.extraBytes,
+                                   .name = systemClass.name,
+                                   .isSystem = true});
+    }
+}
 
 Windows::~Windows() = default;
 
@@ -622,13 +632,9 @@ void DrawControlText(const Window& window, HDC context, const std::u16string& te
     }
 }
 
-void AddSystemClass(LPCWSTR name, WNDPROC procedure, int extraBytes, HBRUSH background) {
-    State().classes.push_back({.style = CS_DBLCLKS | CS_GLOBALCLASS,
-                               .procedure = procedure,
-                               .extraBytes = extraBytes,
-                               .background = background,
-                               .name = name,
-                               .isSystem = true});
+WORD ResourceNumber(LPCWSTR name) {
+    const auto number = reinterpret_cast<uintptr_t>(name);
+    return number <= 0xFFFF ? static_cast<WORD>(number) : 0;
 }
 
 }  // namespace embedded

@@ -35,6 +35,7 @@ struct HelpRequest {
 };
 
 struct Window;
+struct PropertySheetHost;
 
 class Windows {
   public:
@@ -94,8 +95,9 @@ class Windows {
     // Null when none is active, or it is gone.
     HWND active() const;
 
-    // ---- For the machine's dialogs and controls ----
+    // ---- For the machine's dialogs, controls and property sheets ----
 
+    std::shared_ptr<PropertySheetHost> sheetHost;
     std::shared_ptr<Window> Find(HWND window) const;
 
   private:
@@ -103,7 +105,6 @@ class Windows {
 
     struct State;
     std::unique_ptr<State> state_;
-    Machine& machine_;
 };
 
 }  // namespace embedded
