@@ -68,6 +68,7 @@ class Sheet : public PropertySheet {
     PROPSHEETUI_INFO information_ = {};
     std::vector<std::unique_ptr<Page>> pages_;
     unsigned shown_ = 0;
+    SIZE pageArea_ = kSmallestPage;
     std::u16string title_;
     HWND window_ = nullptr;
     bool changed_ = false;
@@ -224,7 +225,7 @@ LONG Sheet::Run(HWND owner, LPARAM parameter, DWORD* result) {
 }
 
 bool Sheet::Open(HWND owner) {
-    SIZE size = kSmallestPage;
+    SIZE& size = pageArea_;
     bool hasHelp = false;
     for (const auto& page : pages_) {
         size = {std::max(size.cx, page->size.cx), std::max(size.cy, page->size.cy)};
@@ -282,7 +283,9 @@ bool Sheet::Show(unsigned tab) {
         if (page.window == nullptr) {
             return false;
         }
-        MoveWindow(page.window, kMargin + 4, kMargin + kTabHeight + 4, page.size.cx, page.size.cy,
+        // Every page fills the sheet, as large as the largest; controls that a template puts past
+        // its own edge show then.
+        MoveWindow(page.window, kMargin + 4, kMargin + kTabHeight + 4, pageArea_.cx, pageArea_.cy,
                    FALSE);
     }
     shown_ = tab;
