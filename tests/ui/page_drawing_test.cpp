@@ -1,0 +1,184 @@
+#include "ui/page_drawing.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <span>
+
+#include "core/module_state.h"
+#include "platform/embedded/modules.h"
+#include "platform/embedded/windows.h"
+#include "tests/picture.h"
+
+extern "C" const std::byte ksfaxui_resources[];
+extern "C" const std::byte ksfaxui_resources_end[];
+
+namespace ksfax {
+namespace {
+
+constexpr COLORREF kFace = RGB(212, 208, 200);
+constexpr COLORREF kTarget = RGB(0, 128, 0);
+constexpr COLORREF kMagenta = RGB(255, 0, 255);
+constexpr COLORREF kWhite = RGB(255, 255, 255);
+constexpr int kWidth = 284;
+constexpr int kHeight = 84;
+
+// A target of 284 x 84 green pixels.
+class PageDrawing : public testing::Test {
+  protected:
+    PageDrawing() {
+        machine.modules().Install(
+            {.path = u"C:\\KSFAXUI.DLL",
+             .exports = {},
+             .resources = std::span(ksfaxui_resources, ksfaxui_resources_end)});
+        before_ = ownModule;
+        ownModule = LoadLibraryW(TEXT("C:\\KSFAXUI.DLL"));
+        target = CreateCompatibleDC(nullptr);
+        bitmap_ = CreateBitmap(kWidth, kHeight, 1, 32, nullptr);
+        bitmapBefore_ = SelectObject(target, bitmap_);
+        Clear();
+        loaded_ = machine.OpenNow();
+    }
+    ~PageDrawing() override {
+        EXPECT_EQ(machine.OpenNow(), loaded_);
+        SelectObject(target, bitmapBefore_);
+        DeleteObject(bitmap_);
+        DeleteDC(target);
+        FreeLibrary(ownModule);
+        ownModule = before_;
+        EXPECT_EQ(machine.OpenNow(), embedded::Leaks{});
+    }
+
+    void Clear() {
+        const HBRUSH brush = CreateSolidBrush(kTarget);
+        const RECT all{0, 0, kWidth, kHeight};
+        FillRect(target, &all, brush);
+        DeleteObject(brush);
+    }
+    void DrawItem(UINT id, short orientation, UINT type = ODT_BUTTON) {
+        Clear();
+        JobSettings settings{};
+        settings.devMode.dmOrientation = orientation;
+        DRAWITEMSTRUCT item{};
+        item.CtlType = type;
+        item.CtlID = id;
+        item.hDC = target;
+        item.rcItem = {2, 3, kWidth - 2, kHeight - 1};
+        DrawPageItem(nullptr, &item, settings);
+    }
+    const embedded::Bitmap& Pixels() const { return *machine.graphics().BitmapOf(bitmap_); }
+    std::set<uint32_t> Colors() const {
+        return {Pixels().pixels.begin(), Pixels().pixels.end()};
+    }
+
+    mutable embedded::Machine machine;
+    HDC target;
+
+  private:
+    HMODULE before_;
+    HBITMAP bitmap_;
+    HGDIOBJ bitmapBefore_;
+    embedded::Leaks loaded_;
+};
+
+TEST_F(PageDrawing, ShowsTheSheetInItsOrientationOnTheDialogsColour) {
+    const auto pictureIs = [&](int number) {
+        const HBITMAP picture =
+            LoadBitmapW(ownModule, MAKEINTRESOURCEW(static_cast<WORD>(number)));
+        const embedded::Bitmap expected = *machine.graphics().BitmapOf(picture);
+        DeleteObject(picture);
+        EXPECT_EQ(expected.width, 80);
+        EXPECT_EQ(expected.height, 80);
+        unsigned wrong = 0;
+        for (int y = 0; y < 80; ++y) {
+            for (int x = 0; x < 80; ++x) {
+                const uint32_t pixel = expected.At(x, y);
+                wrong += Pixels().At(2 + x, 3 + y) != (pixel == kMagenta ? kFace : pixel);
+            }
+        }
+        return wrong == 0;
+    };
+    DrawItem(166, DMORIENT_PORTRAIT);
+    EXPECT_TRUE(pictureIs(13052));
+    EXPECT_FALSE(pictureIs(13053));
+    EXPECT_EQ(Pixels().At(1, 3), kTarget);
+    EXPECT_EQ(Pixels().At(200, 3), kFace);
+    DrawItem(166, DMORIENT_LANDSCAPE);
+    EXPECT_TRUE(pictureIs(13053));
+    for (const short neither : {0, 3, -1}) {
+        DrawItem(166, neither);
+        EXPECT_EQ(Colors(), (std::set<uint32_t>{kFace, kTarget})) << neither;
+    }
+}
+
+TEST_F(PageDrawing, ShowsTheLogoWithoutItsGrey) {
+    DrawItem(533, 0);
+    EXPECT_EQ(Pixels().At(2, 3), kFace);
+    EXPECT_TRUE(Colors().contains(kWhite));
+    EXPECT_FALSE(Colors().contains(RGB(192, 192, 192)));
+}
+
+TEST_F(PageDrawing, FillsOtherButtonsWithSmallIdsAlone) {
+    DrawItem(9999, DMORIENT_PORTRAIT);
+    EXPECT_EQ(Colors(), (std::set<uint32_t>{kFace, kTarget}));
+    DrawItem(10000, DMORIENT_PORTRAIT);
+    EXPECT_EQ(Colors(), (std::set<uint32_t>{kTarget}));
+    constexpr UINT kMenuItem = 1;
+    DrawItem(166, DMORIENT_PORTRAIT, kMenuItem);
+    EXPECT_EQ(Colors(), (std::set<uint32_t>{kTarget}));
+    machine.faults.FailCall("LoadBitmapW");
+    DrawItem(166, DMORIENT_PORTRAIT);
+    machine.faults.Clear();
+    EXPECT_EQ(Colors(), (std::set<uint32_t>{kFace, kTarget}));
+}
+
+TEST_F(PageDrawing, LeavesTheKeyColourOutAndTheBitmapAsItWas) {
+    constexpr COLORREF kRed = RGB(255, 0, 0);
+    const HBITMAP bitmap = CreateBitmap(4, 3, 1, 32, nullptr);
+    const HDC context = CreateCompatibleDC(nullptr);
+    const HGDIOBJ before = SelectObject(context, bitmap);
+    for (const POINT at : {POINT{0, 0}, {1, 1}, {2, 2}, {3, 0}}) {
+        SetPixel(context, at.x, at.y, kMagenta);
+    }
+    SetPixel(context, 2, 0, kRed);
+    SetPixel(context, 3, 2, kWhite);
+    SelectObject(context, before);
+    DeleteDC(context);
+    const embedded::Bitmap whole = *machine.graphics().BitmapOf(bitmap);
+
+    DrawTransparentBitmap(target, bitmap, 1, 1, kMagenta);
+    embedded::Bitmap corner(6, 5);
+    for (int y = 0; y < corner.height; ++y) {
+        for (int x = 0; x < corner.width; ++x) {
+            corner.At(x, y) = Pixels().At(x, y);
+        }
+    }
+    EXPECT_EQ(tests::AsText(corner, {{kTarget, 'g'}, {0, '.'}, {kRed, 'R'}, {kWhite, 'W'}}), R"(
+gggggg
+gg.Rgg
+g.g..g
+g..gWg
+gggggg
+)");
+    EXPECT_EQ(*machine.graphics().BitmapOf(bitmap), whole);
+    EXPECT_TRUE(DeleteObject(bitmap)) << "no longer selected anywhere";
+}
+
+// Whatever cannot be made, what was made before it is given back.
+TEST_F(PageDrawing, GivesEverythingBackWhicheverCallFails) {
+    const embedded::Leaks before = machine.OpenNow();
+    for (const char* name : {"CreateCompatibleDC", "CreateCompatibleBitmap", "CreateBitmap",
+                             "GetObjectW", "BitBlt", "LoadBitmapW", "CreateSolidBrush"}) {
+        for (unsigned nth = 1; nth < 12; ++nth) {
+            machine.faults.FailCall(name, nth);
+            DrawItem(166, DMORIENT_PORTRAIT);
+            const bool struck = machine.faults.struck();
+            machine.faults.Clear();
+            EXPECT_EQ(machine.OpenNow(), before) << name << " " << nth;
+            EXPECT_TRUE(struck || nth > 1) << name << " is never called";
+        }
+    }
+}
+
+}  // namespace
+}  // namespace ksfax
