@@ -83,7 +83,7 @@ void WritePaperSizes(const Papers& papers, const PrivateJobSettings& part, POINT
 
 DWORD AnswerPapers(HANDLE printer, WORD index, void* output, const PrinterDescription& description,
                    const PrivateJobSettings& part) {
-    // Applications look papers up in the forms database next: without it the list is of no use.
+    // A job names its paper by a form: without the forms database no paper can be offered.
     DWORD formCount = 0;
     if (!EnumerateForms(printer, &formCount)) {
         return GDI_ERROR;

@@ -98,7 +98,8 @@ bool WritePrinterNumber(HANDLE printer, const WCHAR* name, DWORD value) {
                            sizeof(value)) == ERROR_SUCCESS;
 }
 
-platform::GlobalBlock ReadPrinterBlock(HANDLE printer, DWORD* length, BlockKind kind) {
+platform::GlobalBlock ReadPrinterBlock(HANDLE printer, DWORD* length, BlockKind kind,
+                                       DWORD* delivered) {
     if (length != nullptr) {
         *length = 0;
     }
@@ -117,6 +118,9 @@ platform::GlobalBlock ReadPrinterBlock(HANDLE printer, DWORD* length, BlockKind 
     }
     if (length != nullptr) {
         *length = size;
+    }
+    if (delivered != nullptr) {
+        *delivered = std::min(needed, size);
     }
     return block;
 }
@@ -223,8 +227,11 @@ bool IsTrayFormTable(const WCHAR* table, size_t bytes) {
 
 const WCHAR* ReadTrayFormTable(HANDLE printer) {
     DWORD length = 0;
-    platform::GlobalBlock block = ReadPrinterBlock(printer, &length, BlockKind::TrayForms);
-    if (!block || !IsTrayFormTable(static_cast<const WCHAR*>(block.get()), length)) {
+    DWORD delivered = 0;
+    platform::GlobalBlock block =
+        ReadPrinterBlock(printer, &length, BlockKind::TrayForms, &delivered);
+    if (!block || delivered != length ||
+        !IsTrayFormTable(static_cast<const WCHAR*>(block.get()), length)) {
         return nullptr;
     }
     return static_cast<const WCHAR*>(block.release()) + 1;

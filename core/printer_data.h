@@ -29,7 +29,9 @@ enum class BlockKind {
 // size in bytes, in *length too unless length is null; a shorter data value is filled up with
 // zero. Empty, with *length 0, when the size value is missing, not 4 bytes, 0 or above 16 MiB,
 // when the data value is missing or longer than the size value says, or when memory runs out.
-[[nodiscard]] platform::GlobalBlock ReadPrinterBlock(HANDLE printer, DWORD* length, BlockKind kind);
+// `delivered`, where asked for, is how many of the bytes the data value really has.
+[[nodiscard]] platform::GlobalBlock ReadPrinterBlock(HANDLE printer, DWORD* length, BlockKind kind,
+                                                     DWORD* delivered = nullptr);
 
 // Stores `length` bytes as the block of `kind`: the size value first, and the data value only
 // after that succeeded. True when both were written.
@@ -57,16 +59,16 @@ enum DeviceFlag : uint32_t {
 // 108 bytes, little-endian, no padding. Older drivers stored fewer bytes: a reader takes the
 // bytes there are, at most 108, and the rest are zero.
 struct PrinterDataRecord {
-    uint16_t version;                                 //   0  260
-    uint16_t size;                                    //   2  bytes in this record, 108
-    uint32_t deviceFlags;                             //   4  DeviceFlag bits
-    uint32_t memoryBytes;                             //   8  device memory, bytes
-    uint32_t jobTimeout;                              //  12  seconds
-    uint32_t waitTimeout;                             //  16  seconds
-    uint16_t languageIndex;                           //  20  of the description's default language
-    uint8_t reserved[18];                             //  22  zero
-    uint16_t descriptionChecksum;                     //  40  of the description the selections fit
-    uint16_t installableCount;                        //  42  entries used below, at most 64
+    uint16_t version;              //   0  260
+    uint16_t size;                 //   2  bytes in this record, 108
+    uint32_t deviceFlags;          //   4  DeviceFlag bits
+    uint32_t memoryBytes;          //   8  device memory, bytes
+    uint32_t jobTimeout;           //  12  seconds
+    uint32_t waitTimeout;          //  16  seconds
+    uint16_t languageIndex;        //  20  of the description's default language
+    uint8_t reserved[18];          //  22  zero
+    uint16_t descriptionChecksum;  //  40  of the description the selections fit
+    uint16_t installableCount;     //  42  entries used below; a stored record may say anything
     uint8_t installableSelections[kInstallableRoom];  //  44  option per installable feature
 };
 static_assert(std::is_trivially_copyable_v<PrinterDataRecord>);
@@ -84,9 +86,8 @@ static_assert(offsetof(PrinterDataRecord, installableSelections) == 44);
 
 // The stored record, or the default one when none is stored, in 108 bytes of global memory. When
 // the stored selections were made for another description file they are made anew here, but not
-// stored. `installableCount` may be above 64 in a damaged record: readers of the selections take
-// entry i only below both 64 and that count, and the feature's default otherwise. Empty when
-// memory runs out.
+// stored. A damaged record may hold any `installableCount`: readers go by the description's own
+// count, at most 64. Empty when memory runs out.
 [[nodiscard]] platform::GlobalBlock GetPrinterDataRecord(HANDLE printer,
                                                          const PrinterDescription& description);
 
@@ -111,7 +112,8 @@ struct TrayFormEntry {
 
 // The stored table in the layout above, checked from end to end: a pointer to its first entry,
 // just behind the length, that FreeTrayFormTable takes back. Null when there is none, when it is
-// in the older layout (its first field is not its length) or when it is malformed anywhere.
+// in the older layout (its first field is not its length) or when it is malformed anywhere; data
+// shorter than its size value is malformed too, since an entry may be torn.
 [[nodiscard]] const WCHAR* ReadTrayFormTable(HANDLE printer);
 void FreeTrayFormTable(const WCHAR* entries);
 

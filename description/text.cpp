@@ -94,7 +94,7 @@ void CopyWideFixed(WCHAR* target, size_t count, const WCHAR* source) {
         return;
     }
     const size_t length = source != nullptr ? LengthOf(source, count - 1) : 0;
-    std::memcpy(target, source, length * sizeof(WCHAR));
+    std::copy_n(source, length, target);
     std::memset(target + length, 0, (count - length) * sizeof(WCHAR));
 }
 

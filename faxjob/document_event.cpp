@@ -5,13 +5,11 @@
 #include "platform/owned.h"
 
 #include "faxjob/fax_job_data.h"
+#include "jobsettings/job_settings.h"
 
 namespace ksfax {
 
 namespace {
-
-constexpr uint32_t kPrivateSignature = 0x56495250;  // 'P' 'R' 'I' 'V'
-constexpr size_t kPrivateSignatureOffset = 4;       // from the end of the public part
 
 constexpr int kFewestMaximumReceivers = 50;
 constexpr int kMostMaximumReceivers = 999;
@@ -27,7 +25,7 @@ void ConfirmJobSettings(const DOCEVENT_CREATEDCPRE* created, DEVMODEW** confirme
     }
     const auto* record = reinterpret_cast<const BYTE*>(created->pdm);
     uint32_t signature;
-    std::memcpy(&signature, record + created->pdm->dmSize + kPrivateSignatureOffset,
+    std::memcpy(&signature, record + created->pdm->dmSize + offsetof(PrivateJobSettings, signature),
                 sizeof signature);
     if (signature == kPrivateSignature) {
         *confirmed = created->pdm;

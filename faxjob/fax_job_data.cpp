@@ -93,33 +93,21 @@ bool CopyJobFile(LPCWSTR source, LPCWSTR target, DWORD attributes) {
     return copied;
 }
 
-// Copies `source` to a file of the job's own and names it under `key`. A key that would name no
-// file is deleted rather than left as it was: the previous job's cover must not go out with
-// this fax.
-void AddCopy(const JobPath& folder, const JobPath& source, LPCWSTR key) {
-    const JobPath copy = ReserveJobFile(folder);
+// When the switch under `switchKey` is on, copies the file that `source()` names to a file of the
+// job's own and names that under `key`. A key that would name no file is deleted rather than left
+// as it was: the previous job's cover must not go out with this fax.
+template <typename Source>
+void AddCopy(const JobPath& folder, LPCWSTR switchKey, Source source, LPCWSTR key) {
+    JobPath copy;
+    if (ReadNumber(kCoverSection, switchKey) != 0) {
+        copy = ReserveJobFile(folder);
+    }
     if (copy.empty()) {
         DeleteDataKey(key);
         return;
     }
-    (void)CopyJobFile(source.text(), copy.text(), FILE_ATTRIBUTE_NORMAL);
+    (void)CopyJobFile(source().text(), copy.text(), FILE_ATTRIBUTE_NORMAL);
     WriteDataKey(key, copy.text());
-}
-
-void AddCoverBitmap(const JobPath& folder) {
-    if (ReadNumber(kCoverSection, kCoverSwitchKey) == 0) {
-        DeleteDataKey(kCoverCopyKey);
-        return;
-    }
-    AddCopy(folder, ReadPath(kCoverSection, kCoverFileKey), kCoverCopyKey);
-}
-
-void AddMemo(const JobPath& folder) {
-    if (ReadNumber(kCoverSection, kMemoSwitchKey) == 0) {
-        DeleteDataKey(kMemoCopyKey);
-        return;
-    }
-    AddCopy(folder, InFolder(folder, kMemoFile), kMemoCopyKey);
 }
 
 // Renames Dial01.ini, Dial02.ini ... to <stem>_01.ini, <stem>_02.ini ... up to the first that is
@@ -214,16 +202,17 @@ struct PublishedJob {
 };
 
 // Any process of the logon session can make a block of this name, of any size and content: no
-// more is read than the view holds and the record has room for.
+// more of the path is read than the view holds and the record has room for. The head always
+// fits, since views are whole pages.
 PublishedJob ReadPublishedJob(const void* view) {
     PublishedJob job;
+    const auto* bytes = static_cast<const BYTE*>(view);
+    std::memcpy(&job.creator, bytes, sizeof job.creator);
     MEMORY_BASIC_INFORMATION region = {};
     if (VirtualQuery(view, &region, sizeof region) == 0 ||
         region.RegionSize < kPublishedPathOffset) {
         return job;
     }
-    const auto* bytes = static_cast<const BYTE*>(view);
-    std::memcpy(&job.creator, bytes, sizeof job.creator);
     const size_t room = (region.RegionSize - kPublishedPathOffset) / sizeof(WCHAR);
     std::memcpy(job.snapshot, bytes + kPublishedPathOffset,
                 std::min<size_t>(room, MAX_PATH) * sizeof(WCHAR));
@@ -234,8 +223,11 @@ PublishedJob ReadPublishedJob(const void* view) {
 
 void PrepareFaxJobFiles(HANDLE printer) {
     const JobPath folder = ReadPath(kDataSection, kFolderKey);
-    AddCoverBitmap(folder);
-    AddMemo(folder);
+    AddCopy(
+        folder, kCoverSwitchKey, [] { return ReadPath(kCoverSection, kCoverFileKey); },
+        kCoverCopyKey);
+    AddCopy(
+        folder, kMemoSwitchKey, [&] { return InFolder(folder, kMemoFile); }, kMemoCopyKey);
     AddDialList(folder);
     const JobPath snapshot = TakeSnapshot(folder);
     if (!snapshot.empty()) {
@@ -255,7 +247,11 @@ void FinishFaxJob(HANDLE printer) {
     if (view) {
         const PublishedJob job = ReadPublishedJob(view.get());
         creator.reset(job.creator);
-        WideToAnsi(record.snapshotPath, job.snapshot, sizeof record.snapshotPath);
+        // The companion module takes the first 259 bytes of a longer path, as a double-byte one
+        // can be, and would find no file by fewer.
+        char path[3 * MAX_PATH + 1];
+        WideToAnsi(path, job.snapshot);
+        std::memcpy(record.snapshotPath, path, strnlen(path, sizeof record.snapshotPath - 1));
     }
     (void)CallDialModule(kCoverOperation, record);
     // With both handles closed the block is gone.

@@ -189,9 +189,14 @@ platform::GlobalBlock ConvertOlderTrayForms(const WCHAR* older, DWORD bytes, DWO
 
 bool UpgradeTrayFormTable(HANDLE printer) {
     DWORD bytes = 0;
-    const platform::GlobalBlock stored = ReadPrinterBlock(printer, &bytes, BlockKind::TrayForms);
+    DWORD delivered = 0;
+    const platform::GlobalBlock stored =
+        ReadPrinterBlock(printer, &bytes, BlockKind::TrayForms, &delivered);
     if (!stored) {
         return true;
+    }
+    if (delivered != bytes) {
+        return false;  // torn: what is there may be somebody's, so it stays
     }
     const auto* table = static_cast<const WCHAR*>(stored.get());
     if (bytes >= sizeof(WORD) && static_cast<WORD>(table[0]) == bytes) {

@@ -68,11 +68,18 @@ bool ConvertToEarlierShape(const DEVMODEW* input, DEVMODEW* output, LONG* bytes)
     if (!HasRoom(output, bytes, needed)) {
         return false;
     }
-    output->dmSpecVersion = kEarlierSpecVersion;
-    output->dmSize = kEarlierPublicSize;
-    output->dmDriverVersion = kEarlierDriverVersion;
-    output->dmDriverExtra = kEarlierPrivateSize;
-    if (ConvertJobSettings(input, output) <= 0) {
+    // Made aside, because the two may be the same record and the sizes of the output would then
+    // stand in the input before it is read.
+    alignas(DEVMODEW) BYTE bytesAside[needed];
+    auto* aside = reinterpret_cast<DEVMODEW*>(bytesAside);
+    std::memcpy(bytesAside, output, needed);
+    aside->dmSpecVersion = kEarlierSpecVersion;
+    aside->dmSize = kEarlierPublicSize;
+    aside->dmDriverVersion = kEarlierDriverVersion;
+    aside->dmDriverExtra = kEarlierPrivateSize;
+    const bool converted = ConvertJobSettings(input, aside) > 0;
+    std::memcpy(output, bytesAside, needed);
+    if (!converted) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }

@@ -73,8 +73,8 @@ struct ValuePair {
 
 // 2388 bytes, little-endian, no padding; offsets from the start of the private part. Bytes in
 // `reserved` fields are zero in records that we make and travel unchanged through a merge. The
-// `fixed` fields hold one value that the rendering side expects. "Out" fields and the rest of
-// the second half, but for faxResolution, are made anew by DeriveJobBlock.
+// `fixed` fields hold one value that the rendering side expects. Of the second half DeriveJobBlock
+// makes the "Out" fields anew; the others are as the record brought them.
 // clang-format off
 struct PrivateJobSettings {
     // What the user and the applications set.
@@ -118,7 +118,7 @@ struct PrivateJobSettings {
     LOGFONTW textFont;             //  276
     uint32_t textColor;            //  368  RGB
     uint32_t textBackColor;        //  372  RGB
-    uint16_t duplexFlags;          //  376  0x100 duplex requested, 0x200 but not as duplexOut
+    uint16_t duplexFlags;          //  376  0x100 duplex requested, 0x200 keep it out of duplexOut
     uint8_t layoutFlags;           //  378  bit 0 not a metric locale, bit 1 pass layoutValue on
     uint8_t quickPrintSetup;       //  379  the description's DefaultQuickPrintSetup
     uint8_t counterEnabled;        //  380  not 0: enables the counter block
@@ -367,6 +367,31 @@ static_assert(offsetof(JobSettings, privateBytes) == kPublicSize);
 static_assert(offsetof(DEVMODEW, dmFields) == kDevModeHeaderSize);
 
 // clang-format off
+#define KSFAX_PIN_PUBLIC(field, offset, width)           \
+    static_assert(offsetof(DEVMODEW, field) == (offset) && \
+                  sizeof(DEVMODEW::field) == (width))
+KSFAX_PIN_PUBLIC(dmDeviceName, 0, 64);
+KSFAX_PIN_PUBLIC(dmSpecVersion, 64, 2);
+KSFAX_PIN_PUBLIC(dmDriverVersion, 66, 2);
+KSFAX_PIN_PUBLIC(dmSize, 68, 2);
+KSFAX_PIN_PUBLIC(dmDriverExtra, 70, 2);
+KSFAX_PIN_PUBLIC(dmFields, 72, 4);
+KSFAX_PIN_PUBLIC(dmOrientation, 76, 2);
+KSFAX_PIN_PUBLIC(dmPaperSize, 78, 2);
+KSFAX_PIN_PUBLIC(dmPaperLength, 80, 2);
+KSFAX_PIN_PUBLIC(dmPaperWidth, 82, 2);
+KSFAX_PIN_PUBLIC(dmScale, 84, 2);
+KSFAX_PIN_PUBLIC(dmCopies, 86, 2);
+KSFAX_PIN_PUBLIC(dmDefaultSource, 88, 2);
+KSFAX_PIN_PUBLIC(dmPrintQuality, 90, 2);
+KSFAX_PIN_PUBLIC(dmColor, 92, 2);
+KSFAX_PIN_PUBLIC(dmDuplex, 94, 2);
+KSFAX_PIN_PUBLIC(dmYResolution, 96, 2);
+KSFAX_PIN_PUBLIC(dmTTOption, 98, 2);
+KSFAX_PIN_PUBLIC(dmCollate, 100, 2);
+KSFAX_PIN_PUBLIC(dmFormName, 102, 64);
+#undef KSFAX_PIN_PUBLIC
+
 #define KSFAX_PIN(field, offset, width)                            \
     static_assert(offsetof(PrivateJobSettings, field) == (offset) && \
                   sizeof(PrivateJobSettings::field) == (width))

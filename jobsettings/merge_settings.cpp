@@ -46,7 +46,7 @@ void TakePaper(DEVMODEW* target, const DEVMODEW& copy) {
     }
 }
 
-// The quality is looked at whether or not its bit says so: older applications set the value alone.
+// The quality is looked at whether or not its bit says so: an application may set the value alone.
 void TakeResolution(DEVMODEW* target, const DEVMODEW& copy, const PrinterDescription& description) {
     target->dmFields |= copy.dmFields & (DM_PRINTQUALITY | DM_YRESOLUTION);
     const bool offered = copy.dmPrintQuality > 0 &&

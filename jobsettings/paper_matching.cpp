@@ -22,8 +22,8 @@ uint16_t PrivateWord(const DEVMODEW* record, size_t offset) {
     return value;
 }
 
-// By way of hundredths of an inch, each step truncated, as earlier drivers reckoned: their
-// records must still match.
+// By way of hundredths of an inch, each step truncated: a straight conversion would come out a
+// point higher for some sizes, and a record would then miss its paper.
 DWORD PointsFromTenths(uint16_t tenthsOfMillimetre) {
     const DWORD hundredthsOfInch = tenthsOfMillimetre * 100u / 254u;
     return (hundredthsOfInch * 72u / 100u) << 8;
@@ -125,12 +125,14 @@ platform::GlobalBlock EnumerateForms(HANDLE printer, DWORD* count) {
         GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
         return {};
     }
-    platform::GlobalBlock forms(GlobalAlloc(GMEM_FIXED, needed));
+    const DWORD size = needed;
+    platform::GlobalBlock forms(GlobalAlloc(GMEM_FIXED, size));
     if (!forms ||
-        !EnumFormsW(printer, 1, static_cast<LPBYTE>(forms.get()), needed, &needed, &found)) {
+        !EnumFormsW(printer, 1, static_cast<LPBYTE>(forms.get()), size, &needed, &found)) {
         return {};
     }
-    if (found == 0) {
+    // A count that the block cannot hold would be read past its end.
+    if (found == 0 || found > size / sizeof(FORM_INFO_1W)) {
         return {};
     }
     *count = found;

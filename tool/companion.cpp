@@ -45,7 +45,10 @@ void WriteText(const std::u16string& section, const std::u16string& key,
     // The profile service takes one pair of quotes off a value it reads; one pair more keeps them.
     const bool quoted = text.starts_with(u'"') || text.starts_with(u'\'');
     const std::u16string value = quoted ? u'"' + text + u'"' : text;
-    WritePrivateProfileStringW(section.c_str(), key.c_str(), value.c_str(), file.c_str());
+    if (!WritePrivateProfileStringW(section.c_str(), key.c_str(), value.c_str(), file.c_str())) {
+        throw UserError(embedded::Utf8(file) +
+                        " cannot be written on the machine; make the file writable or remove it");
+    }
 }
 
 void RemoveSection(const std::u16string& section, const std::u16string& file) {
@@ -132,7 +135,13 @@ INT_PTR Companion::DialDlg(void* bytes) {
     }
     installed->dialogShown = true;
     installed->maximumReceivers = record.maximumReceivers;
-    return installed->FillDialog();
+    try {
+        return installed->FillDialog();
+    } catch (const std::exception& error) {
+        // Nothing may unwind through the driver; the command that made the companion tells it.
+        installed->failure = error.what();
+        return 0;
+    }
 }
 
 bool Companion::FillDialog() {
@@ -163,9 +172,8 @@ bool Companion::FillDialog() {
             WriteReceivers(some, file);
         }
         // A part that an interrupted job left would be taken for one of this list.
-        std::error_code error;
         while (std::filesystem::remove(
-            machine_.files().HostPath(folder + u"\\Dial" + TwoDigits(part) + u".ini"), error)) {
+            machine_.files().HostPath(folder + u"\\Dial" + TwoDigits(part) + u".ini"))) {
             ++part;
         }
     }
@@ -178,9 +186,15 @@ bool Companion::FillDialog() {
     }
     if (choices_.withMemo) {
         WriteText(kCoverSection, ksfax::kMemoSwitchKey, u"1", kFaxJobFile);
-        std::ofstream(machine_.files().HostPath(folder + u"\\" + ksfax::kMemoFile),
-                      std::ios::binary)
-            << choices_.memo;
+        const std::filesystem::path memo =
+            machine_.files().HostPath(folder + u"\\" + ksfax::kMemoFile);
+        std::ofstream stream(memo, std::ios::binary);
+        stream << choices_.memo;
+        stream.close();
+        if (!stream) {
+            throw UserError(memo.string() +
+                            " cannot be written; make the file writable or remove it");
+        }
     }
     return true;
 }
@@ -195,14 +209,21 @@ INT_PTR Companion::MakeBmp(void* bytes) {
     try {
         installed->MakeCoverPage(embedded::FromAnsi(ansi));
     } catch (const std::exception& error) {
-        // Nothing may unwind through the driver; the command that made the companion tells it.
-        installed->coverFailure = error.what();
+        if (installed->failure.empty()) {
+            installed->failure = error.what();
+        }
     }
-    return installed->coverFailure.empty();
+    return installed->failure.empty();
 }
 
 void Companion::MakeCoverPage(const std::u16string& snapshot) {
-    if (ReadText(ksfax::kDriverSection, ksfax::kCancelledKey, snapshot) != u"0") {
+    const std::u16string cancelled =
+        ReadText(ksfax::kDriverSection, ksfax::kCancelledKey, snapshot);
+    if (cancelled.empty()) {
+        throw UserError("the job's index " + embedded::Utf8(snapshot) +
+                        " cannot be read; choose a folder with a shorter path");
+    }
+    if (cancelled != u"0") {
         return;  // a cancelled job is sent to nobody
     }
     CoverPage page;

@@ -43,7 +43,7 @@ class Companion {
     unsigned maximumReceivers = 0;  // as the driver gave it
     std::string dialogRefusal;      // why the dialog could not be confirmed; empty: it could
     std::filesystem::path coverPage;  // on the host; empty: none was made
-    std::string coverFailure;
+    std::string failure;  // what the dialog or the cover page failed of; empty: of nothing
 
   private:
     static INT_PTR DialDlg(void* record);

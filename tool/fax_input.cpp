@@ -9,6 +9,7 @@
 
 #include "platform/embedded/files.h"
 #include "platform/embedded/text.h"
+#include "platform/windows_api.h"
 #include "tool/failure.h"
 
 namespace tool {
@@ -272,17 +273,29 @@ void CheckCoverBitmap(const std::filesystem::path& file) {
     }
 }
 
+std::filesystem::path WholePath(const std::filesystem::path& file) {
+    const std::filesystem::path whole = std::filesystem::absolute(file).lexically_normal();
+    return whole.has_filename() ? whole : whole.parent_path();
+}
+
 std::u16string PathForIni(const std::filesystem::path& file, size_t most) {
     const embedded::FileSystem& files = embedded::Machine::Current().files();
-    const std::filesystem::path whole = std::filesystem::absolute(file).lexically_normal();
+    const std::filesystem::path whole = WholePath(file);
     const std::u16string path = files.MachinePath(whole);
-    if (path.size() > most) {
-        throw UserError(file.string() + ": the path has " + std::to_string(path.size()) +
+    // A path travels to the companion module in bytes of the code page, two for some characters.
+    const size_t length = std::max(path.size(), embedded::ToAnsi(path).size());
+    if (length > most) {
+        throw UserError(file.string() + ": the path has " + std::to_string(length) +
                         " characters on the machine, at most " + std::to_string(most) +
                         " are possible; choose a shorter one");
     }
-    const bool strange = std::ranges::any_of(path, IsControl) || files.HostPath(path) != whole ||
-                         path.ends_with(u' ');
+    const std::filesystem::path found = files.HostPath(path);
+    if (found != whole && lstrcmpiW(files.MachinePath(found).c_str(), path.c_str()) == 0) {
+        throw UserError(file.string() + ": the machine takes it for " + found.string() +
+                        ", which differs in letter case alone; choose that or another name");
+    }
+    const bool strange =
+        std::ranges::any_of(path, IsControl) || found != whole || path.ends_with(u' ');
     if (strange || !InCodePage(path)) {
         throw UserError(file.string() + ": the path has characters that " +
                         (strange ? "a machine path cannot hold" : CodePageName() + " lacks") +

@@ -34,8 +34,11 @@ std::string ReadMemo(const std::filesystem::path& file);
 // Refuses what is no bitmap that the cover page can show.
 void CheckCoverBitmap(const std::filesystem::path& file);
 
-// The machine's path of a host file that an INI value shall name: at most `most` characters, all
-// in the code page, and nothing in it that the profile service would strip or misread.
+// The absolute path of a file or folder, plain and without a separator at its end.
+std::filesystem::path WholePath(const std::filesystem::path& file);
+
+// The machine's path of a host file that an INI value shall name: at most `most` characters, and
+// bytes of the code page, all in it, and nothing that the profile service would strip or misread.
 std::u16string PathForIni(const std::filesystem::path& file, size_t most);
 
 // The whole of a file.

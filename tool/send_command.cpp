@@ -27,7 +27,8 @@ namespace tool {
 
 namespace {
 
-// GetTempFileNameW refuses a folder longer than this, and without it a job has no files.
+// GetTempFileNameW refuses a folder longer than this, and without it a job has no files. The name
+// that it adds, 12 bytes with the separator, still fits the companion module's 259.
 constexpr size_t kLongestFaxFolder = 246;
 constexpr size_t kLongestCoverPath = 259;
 constexpr size_t kMostReceivers = 999;
@@ -119,6 +120,7 @@ struct FaxReport {
     std::optional<unsigned> maxReceivers;
     size_t receivers = 0;
     std::string refusal;
+    std::string failure;  // empty: none
     std::filesystem::path folder, iniFile, snapshot, coverBitmap, memo, temp;
     std::vector<std::filesystem::path> dialFiles;
     SharedMemory mapping;
@@ -270,8 +272,10 @@ FaxReport SendFax(MachineRun& run, HANDLE printer, DialogChoices choices,
     DrvDocumentEvent(printer, nullptr, DOCUMENTEVENT_ENDDOC, 0, nullptr, 0, nullptr);
     report.mapping.gone = LookAtMapping(machine, printer).size == 0;
     report.coverPage = companion.coverPage;
-    if (!companion.coverFailure.empty()) {
-        throw UserError(companion.coverFailure);
+    report.failure = companion.failure;
+    if (report.failure.empty() && !report.cancelled && report.coverPage.empty()) {
+        report.failure = folder.string() +
+                         ": no cover page was made; see that files can be made in this folder";
     }
     return report;
 }
@@ -341,6 +345,34 @@ void TellReport(const FaxReport& report) {
     }
 }
 
+// The folder of the job's files; one that was made for this job goes again unless it is kept.
+class FaxFolder {
+  public:
+    // Empty: a new one of its own.
+    explicit FaxFolder(const std::filesystem::path& out)
+        : path_(out.empty() ? NewFolder() : WholePath(out)),
+          isNew_(out.empty() || !std::filesystem::exists(path_)) {
+        MakeFaxFolder(path_);
+    }
+    ~FaxFolder() {
+        if (isNew_) {
+            std::error_code ignored;
+            std::filesystem::remove(path_, ignored);
+        }
+    }
+    FaxFolder(const FaxFolder&) = delete;
+    FaxFolder& operator=(const FaxFolder&) = delete;
+
+    std::filesystem::path Keep() {
+        isNew_ = false;
+        return path_;
+    }
+
+  private:
+    std::filesystem::path path_;
+    bool isNew_;
+};
+
 int RunSend(const SendOptions& options) {
     {
         // The whole request is read once on a machine that is thrown away, so that nothing is
@@ -351,21 +383,28 @@ int RunSend(const SendOptions& options) {
             (void)PathForIni(options.out, kLongestFaxFolder);
         }
     }
-    const std::filesystem::path folder =
-        options.out.empty() ? NewFolder()
-                            : std::filesystem::absolute(options.out).lexically_normal();
-    MakeFaxFolder(folder);
+    FaxFolder made(options.out);
     MachineRun run(options.machine);
+    DialogChoices choices = ReadChoices(options);
     const OpenPrinter printer(run.machine());
-    FaxReport report = SendFax(run, printer.handle(), ReadChoices(options), options, folder);
+    const std::filesystem::path folder = made.Keep();
+    FaxReport report = SendFax(run, printer.handle(), std::move(choices), options, folder);
+    run.Save();
+    if (!report.failure.empty()) {
+        throw UserError(report.failure);
+    }
     if (!run.isKept()) {
         // The machine goes; what it shared with the companion module stays with the job.
         const std::filesystem::path kept = folder / "KSFAXJOB.INI";
+        std::error_code error;
         std::filesystem::copy_file(report.iniFile, kept,
-                                   std::filesystem::copy_options::overwrite_existing);
+                                   std::filesystem::copy_options::overwrite_existing, error);
+        if (error) {
+            throw UserError(kept.string() + " cannot be written: " + error.message() +
+                            "; remove it or choose another folder with --out");
+        }
         report.iniFile = kept;
     }
-    run.Save();
     if (options.json) {
         PrintReport(report);
     } else {

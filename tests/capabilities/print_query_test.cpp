@@ -52,7 +52,7 @@ constexpr Message kMessages[] = {
     {40043, u"The fax printer does not have the resolution "},
     {40047, u"The print settings of this document cannot be read. "},
     {40048, u"This paper size cannot be fed by hand. "},
-    {40049, u"The fax printer does not have the paper size "},
+    {40049, u"This document names no paper size that the fax "},
     {40054, u"Some of the chosen options do not work together, "},
     {40055, u"The description file of the fax printer cannot be read. "},
     {40056, u"There is not enough memory to check this document. "},

@@ -350,6 +350,10 @@ TEST_F(PrinterDataTest, WalksTheTrayFormTable) {
         EXPECT_EQ(NextTrayFormEntry(end, &entry), end);
         EXPECT_EQ(entry.value, 1);
     }
+    // The zeros that fill a shorter data value up must not pass for its missing end.
+    Store(u"TrayFormTable", BytesOf(table.substr(0, table.size() - 1)));
+    EXPECT_EQ(ReadTrayFormTable(printer.get()), nullptr);
+
     Store(u"TrayFormTable", BytesOf(table.substr(1)));
     EXPECT_EQ(ReadTrayFormTable(printer.get()), nullptr);
     EXPECT_EQ(fax.machine.globalBlocks, before);

@@ -223,6 +223,14 @@ TEST_F(Converting, MakesTheEarlierShape) {
     expected.resize(310, 0xEE);
     EXPECT_EQ(Differences(output, expected), "");
 
+    // In place: the private part is found where the record had it, not at its new place.
+    RecordBytes inPlace = Filled(220, 2388, 0xAA);
+    std::fill_n(inPlace.begin() + 220, 112, BYTE{0x55});
+    bytes = 2608;
+    EXPECT_TRUE(Convert(&inPlace, &inPlace, &bytes, CDM_CONVERT351));
+    EXPECT_TRUE(std::all_of(inPlace.begin() + 188, inPlace.begin() + 300,
+                            [](BYTE byte) { return byte == 0x55; }));
+
     RecordBytes unknown = Filled(200, 0, 0xAA, 0);
     bytes = 301;
     EXPECT_FALSE(Convert(&unknown, &output, &bytes, CDM_CONVERT351));

@@ -246,9 +246,49 @@ TEST(Send, KeepsTheMachineFromRunToRun) {
     EXPECT_FALSE(std::filesystem::exists(folder / "none"));
 
     WriteText(folder / "m/machine.json", "{\"spooler\": 3}");
+    const auto jobs = [&] {
+        return std::distance(std::filesystem::directory_iterator(folder / "tmp"), {});
+    };
+    const auto before = jobs();
     const Outcome damaged = RunKsfax(folder, with({"A=1"}));
     EXPECT_EQ(damaged.code, 1);
     EXPECT_NE(damaged.err.find("machine.json is damaged"), std::string::npos) << damaged.err;
+    EXPECT_EQ(jobs(), before) << "a folder for no job is left";
+}
+
+TEST(Send, NeverSendsWhatAnEarlierJobLeft) {
+    // A folder stands where the memo or a part of the list has to be written.
+    for (const char* name : {"KSMEMO.TXT", "Dial02.ini"}) {
+        TestFolder folder;
+        std::filesystem::create_directories(folder / "job" / name);
+        WriteText(folder / "list.csv", List(101));
+        const Outcome run = RunKsfax(folder, {"send", "--receivers", "list.csv", "--memo", kMemo,
+                                              "--out", "job"});
+        EXPECT_EQ(run.code, 1) << run.out;
+        EXPECT_NE(run.err.find(name), std::string::npos) << run.err;
+        EXPECT_EQ(std::ranges::count(run.err, '\n'), 1) << run.err;
+    }
+}
+
+TEST(Send, TakesTheFolderAsShellsWriteIt) {
+    TestFolder folder;
+    EXPECT_EQ(RunKsfax(folder, {"send", "--to", "A=1", "--out", "job/"}).code, 0);
+    EXPECT_EQ(RunKsfax(folder, {"send", "--to", "A=1", "--out", "./job/."}).code, 0);
+    const Outcome other = RunKsfax(folder, {"send", "--to", "A=1", "--out", "JOB"});
+    EXPECT_EQ(other.code, 1);
+    EXPECT_NE(other.err.find("letter case"), std::string::npos) << other.err;
+    EXPECT_EQ(folder.Names(), "job tmp ");
+
+    // 125 double-byte characters are too many for the companion module's 259 bytes.
+    std::string deep;
+    for (int i = 0; i < 125; ++i) {
+        deep += "\xE6\x97\xA5" + std::string(i % 60 == 59 ? "/" : "");
+    }
+    const Outcome bytes =
+        RunKsfax(folder, {"send", "--to", "A=1", "--code-page", "932", "--out", deep});
+    EXPECT_EQ(bytes.code, 1);
+    EXPECT_NE(bytes.err.find("at most 246"), std::string::npos) << bytes.err;
+    EXPECT_EQ(folder.Names(), "job tmp ");
 }
 
 TEST(Send, WaitsForAnotherRunOnItsMachine) {
