@@ -3,12 +3,11 @@
 #include <cstring>
 #include <iostream>
 
-#include "core/spooler_queries.h"
-#include "jobsettings/job_settings.h"
 #include "platform/embedded/spooler.h"
 #include "platform/embedded/text.h"
+
 #include "tool/fax_input.h"
-#include "tool/ppd_file.h"
+#include "tool/fax_printer.h"
 #include "tool/program.h"
 #include "tool/settings_record.h"
 
@@ -19,45 +18,7 @@ namespace {
 using embedded::Utf8;
 using nlohmann::ordered_json;
 
-constexpr char16_t kPrinterName[] = u"Fax";
-constexpr char16_t kDriverName[] = u"KS Fax";
 constexpr DWORD kNoAnswer = 0xFFFFFFFF;
-
-// The machine's fax printer with this PPD as its driver's data file, open for use. A printer that
-// a kept machine has already stays as it is otherwise; a new one has the driver's defaults.
-class FaxPrinter {
-  public:
-    FaxPrinter(embedded::Machine& machine, const std::filesystem::path& ppd) {
-        const LoadedDescription description(ppd);  // fails clearly when there is none
-        machine.spooler().AddDriver({.name = kDriverName, .dataFile = PpdPath(ppd)});
-        embedded::Printer printer = machine.spooler()
-                                        .FindPrinter(kPrinterName)
-                                        .value_or(embedded::Printer{.name = kPrinterName,
-                                                                    .driverName = kDriverName});
-        printer.driverName = kDriverName;
-        if (printer.defaultSettings.empty()) {
-            ksfax::JobSettings defaults;
-            ksfax::BuildDefaultJobSettings(&defaults, kPrinterName, *description,
-                                           ksfax::IsMetricLocale());
-            const auto* bytes = reinterpret_cast<const std::byte*>(&defaults);
-            printer.defaultSettings.assign(bytes, bytes + sizeof defaults);
-        }
-        machine.spooler().AddPrinter(std::move(printer));
-        std::u16string name = kPrinterName;
-        if (!OpenPrinterW(name.data(), &handle_, nullptr)) {
-            throw UserError("the machine's printer cannot be opened, error " +
-                            std::to_string(GetLastError()));
-        }
-    }
-    ~FaxPrinter() { ClosePrinter(handle_); }
-    FaxPrinter(const FaxPrinter&) = delete;
-    FaxPrinter& operator=(const FaxPrinter&) = delete;
-
-    HANDLE handle() const { return handle_; }
-
-  private:
-    HANDLE handle_ = nullptr;
-};
 
 // ---- capabilities
 
@@ -139,8 +100,7 @@ ordered_json AskCapability(HANDLE printer, WORD index, DEVMODEW* record) {
     }
     answer["values"] = ordered_json::array();
     for (DWORD i = 0; i < result; ++i) {
-        answer["values"].push_back(
-            ReadEntry(capability.shape, &output[i * capability.entryBytes]));
+        answer["values"].push_back(ReadEntry(capability.shape, &output[i * capability.entryBytes]));
     }
     return answer;
 }
@@ -177,26 +137,11 @@ void TellCapability(const ordered_json& answer) {
 
 // ---- query
 
-// The number of the refusal whose text this is: those of the module are told apart by their
-// texts. The one for a paper that is not available has the paper's name in it.
-unsigned MessageNumber(HINSTANCE module, const std::u16string& text) {
-    constexpr unsigned kFirst = 40043;
-    constexpr unsigned kLast = 40058;
-    constexpr unsigned kWithPaper = 40057;
-    for (unsigned number = kFirst; number <= kLast; ++number) {
-        WCHAR message[256];
-        const int length = LoadStringW(module, number, message, std::size(message));
-        if (length > 0 && number != kWithPaper && text == std::u16string(message, size_t(length))) {
-            return number;
-        }
-    }
-    return kWithPaper;
-}
-
 int RunQuery(MachineRun& run, const std::string& ppd, const std::string& settings,
              const std::string& trayForms, bool json) {
     std::vector<std::byte> record = ReadSettingsRecord(settings);
-    const FaxPrinter printer(run.machine(), ppd);
+    AddFaxPrinter(run.machine(), ppd);
+    const OpenFaxPrinter printer;
     if (!trayForms.empty()) {
         const std::vector<std::byte> table = ReadFileBytes(trayForms);
         run.machine().spooler().SetPrinterData(kPrinterName, u"TrayFormSize",
@@ -204,26 +149,14 @@ int RunQuery(MachineRun& run, const std::string& ppd, const std::string& setting
         run.machine().spooler().SetPrinterData(kPrinterName, u"TrayFormTable",
                                                {.type = REG_BINARY, .data = table});
     }
-    WCHAR text[512] = {};
-    DEVQUERYPRINT_INFO query = {.cbSize = sizeof query,
-                                .Level = 1,
-                                .hPrinter = printer.handle(),
-                                .pDevMode = reinterpret_cast<DEVMODEW*>(record.data()),
-                                .pszErrorStr = text,
-                                .cchErrorStr = DWORD(std::size(text)),
-                                .cchNeeded = 0};
-    const bool canPrint = DevQueryPrintEx(&query) != FALSE;
-    const unsigned number = canPrint ? 0 : MessageNumber(run.instance(), text);
+    const PrintAnswer answer = AskWhetherCanPrint(run.instance(), printer.handle(),
+                                                  reinterpret_cast<DEVMODEW*>(record.data()));
     if (json) {
-        PrintJson({{"canPrint", canPrint},
-                   {"message", canPrint ? ordered_json() : ordered_json(number)},
-                   {"text", canPrint ? ordered_json() : ordered_json(Utf8(text))}});
-    } else if (canPrint) {
-        std::cout << "can print\n";
+        PrintJson(answer.Json());
     } else {
-        std::cout << number << ' ' << Utf8(text) << '\n';
+        std::cout << answer.Line() << '\n';
     }
-    return canPrint ? kDone : kRefused;
+    return answer.canPrint ? kDone : kRefused;
 }
 
 }  // namespace
@@ -253,7 +186,8 @@ void AddCapabilitiesCommand(CLI::App& program, int& exitCode) {
         if (options->noForms) {
             run.machine().spooler().RemoveAllForms();
         }
-        const FaxPrinter printer(run.machine(), options->ppd);
+        AddFaxPrinter(run.machine(), options->ppd);
+        const OpenFaxPrinter printer;
         ordered_json all = ordered_json::array();
         for (WORD index = 0; index < std::size(kCapabilities); ++index) {
             all.push_back(AskCapability(
@@ -288,8 +222,8 @@ void AddQueryCommand(CLI::App& program, int& exitCode) {
     options->machine.AddTo(*command);
     command->callback([options, &exitCode] {
         MachineRun run(options->machine);
-        exitCode = RunQuery(run, options->ppd, options->settings, options->trayForms,
-                            options->json);
+        exitCode =
+            RunQuery(run, options->ppd, options->settings, options->trayForms, options->json);
     });
 }
 

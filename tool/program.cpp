@@ -20,6 +20,8 @@ int RunProgram(int count, const char* const* arguments) {
     AddCapabilitiesCommand(program, exitCode);
     AddQueryCommand(program, exitCode);
     AddSendCommand(program, exitCode);
+    AddInstallCommand(program, exitCode);
+    AddUpgradeCommand(program, exitCode);
     AddStateCommand(program, exitCode);
     try {
         program.parse(count, arguments);

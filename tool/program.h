@@ -26,6 +26,8 @@ void AddCheckCommand(CLI::App& program, int& exitCode);
 void AddSettingsCommand(CLI::App& program, int& exitCode);
 void AddCapabilitiesCommand(CLI::App& program, int& exitCode);
 void AddQueryCommand(CLI::App& program, int& exitCode);
+void AddInstallCommand(CLI::App& program, int& exitCode);
+void AddUpgradeCommand(CLI::App& program, int& exitCode);
 void AddStateCommand(CLI::App& program, int& exitCode);
 
 // ---- Options of every command that runs a machine
