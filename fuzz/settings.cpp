@@ -23,6 +23,7 @@
 #include "platform/windows_api.h"
 
 #include "core/module_state.h"
+#include "description/load_description.h"
 #include "jobsettings/job_settings.h"
 
 extern "C" const std::byte ksfaxui_resources[];
@@ -93,25 +94,31 @@ class Home {
             HANDLE printer = nullptr;
             Require(OpenPrinterW(writable.data(), &printer, nullptr));
             printers.push_back(printer);
-            descriptions.push_back(AcquireDescription(printer, true));
+            // Not by way of the cache, which holds one and would be full for the whole run: every
+            // question to the other printer would then load anew.
+            const std::u16string path = Path(name);
+            descriptions.push_back(LoadPrinterDescription(path.c_str()));
             Require(descriptions.back() != nullptr);
         }
     }
 
     ~Home() {
         for (size_t i = 0; i < printers.size(); ++i) {
-            ReleaseDescription(descriptions[i]);
+            GlobalFree(descriptions[i]);
             ClosePrinter(printers[i]);
         }
         DllMain(module_, DLL_PROCESS_DETACH, nullptr);
     }
 
     std::vector<HANDLE> printers;
-    std::vector<const PrinterDescription*> descriptions;
+    std::vector<PrinterDescription*> descriptions;
 
   private:
+    static std::u16string Path(const std::u16string& name) {
+        return u"C:\\Drivers\\" + name + u".PPD";
+    }
     void Add(const std::u16string& name, const std::string& ppd) {
-        const std::u16string path = u"C:\\Drivers\\" + name + u".PPD";
+        const std::u16string path = Path(name);
         const std::filesystem::path host = machine_.files().HostPath(path);
         std::filesystem::create_directories(host.parent_path());
         std::ofstream(host, std::ios::binary) << ppd;
