@@ -1,7 +1,5 @@
-// ksfax send: one fax from its start to its end, by the driver's document events.
-
-#include <pwd.h>
-#include <unistd.h>
+// ksfax send: one fax from its start to its end, by the driver's document events; with a PPD the
+// whole road, from the printer and its settings to the spooler's question whether it can print.
 
 #include <algorithm>
 #include <cerrno>
@@ -10,18 +8,26 @@
 #include <ctime>
 #include <iomanip>
 #include <iostream>
+#include <pwd.h>
+#include <unistd.h>
 #include <vector>
 
-#include "faxjob/fax_job_data.h"
-#include "jobsettings/job_settings.h"
 #include "platform/embedded/files.h"
 #include "platform/embedded/mapping.h"
 #include "platform/embedded/spooler.h"
 #include "platform/embedded/text.h"
 #include "platform/windows_api.h"
+
+#include "core/module_state.h"
+#include "core/session.h"
+#include "faxjob/fax_job_data.h"
+#include "jobsettings/job_settings.h"
 #include "tool/companion.h"
 #include "tool/fax_input.h"
+#include "tool/fax_printer.h"
+#include "tool/ppd_file.h"
 #include "tool/program.h"
+#include "tool/settings_choice.h"
 
 namespace tool {
 
@@ -36,6 +42,8 @@ constexpr size_t kReceiversUnlessToldOtherwise = 50;
 
 struct SendOptions {
     MachineOptions machine;
+    std::string ppd;
+    SettingsOptions settings;
     std::vector<std::string> to;
     std::string receivers;
     std::string from;
@@ -114,7 +122,17 @@ struct SharedMemory {
     bool gone = false;
 };
 
+// What a PPD adds to the road.
+struct PrinterReport {
+    std::filesystem::path ppd;
+    bool isNew = false;  // installed for this fax
+    size_t newForms = 0;
+    PageShape pages = {};
+    PrintAnswer answer = {};
+};
+
 struct FaxReport {
+    std::optional<PrinterReport> printer;
     bool confirmed = false;  // the device context takes the record handed in
     bool cancelled = true;
     std::optional<unsigned> maxReceivers;
@@ -146,6 +164,10 @@ std::u16string ReadKey(const WCHAR* section, const WCHAR* key) {
 std::filesystem::path ReadPathKey(embedded::Machine& machine, const WCHAR* key) {
     const std::u16string path = ReadKey(ksfax::kDataSection, key);
     return path.empty() ? std::filesystem::path() : machine.files().HostPath(path);
+}
+
+void SendEvent(HANDLE printer, int event) {
+    DrvDocumentEvent(printer, nullptr, event, 0, nullptr, 0, nullptr);
 }
 
 bool ConfirmDeviceContext(HANDLE printer, ksfax::JobSettings& settings) {
@@ -188,28 +210,46 @@ std::vector<std::filesystem::path> FindDialFiles(embedded::Machine& machine) {
     }
 }
 
-// A handle of the machine's fax printer, which is added when there is none.
-class OpenPrinter {
-  public:
-    explicit OpenPrinter(embedded::Machine& machine) {
-        std::u16string name = u"Fax";
-        if (!machine.spooler().FindPrinter(name)) {
-            machine.spooler().AddPrinter({.name = name, .driverName = u"KS Fax"});
+// Sets the printer up: with a PPD as installed with it, without one just there to be opened.
+// Gives whether it was not installed with the PPD before.
+bool SetPrinterUp(embedded::Machine& machine, const SendOptions& options) {
+    if (options.ppd.empty()) {
+        if (!machine.spooler().FindPrinter(kPrinterName)) {
+            machine.spooler().AddPrinter({.name = kPrinterName, .driverName = kDriverName});
         }
-        if (!OpenPrinterW(name.data(), &handle_, nullptr)) {
-            throw UserError("the machine's printer \"Fax\" cannot be opened, error " +
-                            std::to_string(GetLastError()));
-        }
+        return false;
     }
-    ~OpenPrinter() { ClosePrinter(handle_); }
-    OpenPrinter(const OpenPrinter&) = delete;
-    OpenPrinter& operator=(const OpenPrinter&) = delete;
+    const std::filesystem::path installed = InstalledPpd(machine);
+    if (installed.empty()) {
+        InstallFaxPrinter(machine, options.ppd);
+        return true;
+    }
+    if (installed != machine.files().HostPath(PpdPath(options.ppd))) {
+        const std::string& folder = options.machine.folder;
+        throw UserError(folder + ": the machine's printer is installed with " +
+                        ShownPath(installed) + "; give that PPD, or first ksfax install " +
+                        options.ppd + " --machine " + folder);
+    }
+    return false;
+}
 
-    HANDLE handle() const { return handle_; }
-
-  private:
-    HANDLE handle_ = nullptr;
-};
+// The user looks at the printer's settings and confirms them: a session, the choices made in it,
+// and the record that the application goes on with.
+ksfax::JobSettings SettleSettings(embedded::Machine& machine, HANDLE printer,
+                                  const SendOptions& options, PrinterReport& report) {
+    const size_t forms = machine.spooler().forms().size();
+    const ksfax::OpenSession session(ksfax::OpenPrinterSession(printer, nullptr));
+    if (!session) {
+        throw UserError(options.ppd + ": the driver opens no session on the printer, error " +
+                        std::to_string(GetLastError()));
+    }
+    report.newForms = machine.spooler().forms().size() - forms;
+    const ksfax::PrinterDescription& description = *session.get()->description;
+    const ksfax::JobSettings settings =
+        ChooseSettings(*session.get(), FindSettings(description, options.ppd, options.settings));
+    report.pages = ShapeOfPages(settings, description);
+    return settings;
+}
 
 // The maximum number of receivers as an administrator would have set it, for one job.
 class MaximumReceivers {
@@ -241,21 +281,25 @@ class MaximumReceivers {
     bool passing_ = false;
 };
 
-FaxReport SendFax(MachineRun& run, HANDLE printer, DialogChoices choices,
+FaxReport SendFax(MachineRun& run, HANDLE printer, bool isNew, DialogChoices choices,
                   const SendOptions& options, const std::filesystem::path& folder) {
     embedded::Machine& machine = run.machine();
     FaxReport report;
     report.folder = folder;
+    ksfax::JobSettings settings = BareSettings();
+    if (!options.ppd.empty()) {
+        report.printer.emplace(PrinterReport{.ppd = WholePath(options.ppd), .isNew = isNew});
+        settings = SettleSettings(machine, printer, options, *report.printer);
+    }
     report.receivers = choices.receivers.size();
     const MaximumReceivers maximum(options.maxReceivers, choices.receivers.size());
     WritePrivateProfileStringW(ksfax::kDataSection, ksfax::kFolderKey,
                                machine.files().MachinePath(folder).c_str(), ksfax::kFaxJobFile);
     Companion companion(machine, std::move(choices));
 
-    ksfax::JobSettings settings = BareSettings();
     report.confirmed = ConfirmDeviceContext(printer, settings);
 
-    DrvDocumentEvent(printer, nullptr, DOCUMENTEVENT_STARTDOC, 0, nullptr, 0, nullptr);
+    SendEvent(printer, DOCUMENTEVENT_STARTDOC);
     report.cancelled = ReadKey(ksfax::kDriverSection, ksfax::kCancelledKey) != u"0";
     if (companion.dialogShown) {
         report.maxReceivers = companion.maximumReceivers;
@@ -269,15 +313,25 @@ FaxReport SendFax(MachineRun& run, HANDLE printer, DialogChoices choices,
     report.dialFiles = FindDialFiles(machine);
     report.mapping = LookAtMapping(machine, printer);
 
-    DrvDocumentEvent(printer, nullptr, DOCUMENTEVENT_ENDDOC, 0, nullptr, 0, nullptr);
+    // The application's one page; the rendering module would draw it.
+    SendEvent(printer, DOCUMENTEVENT_STARTPAGE);
+    SendEvent(printer, DOCUMENTEVENT_ENDPAGE);
+    SendEvent(printer, DOCUMENTEVENT_ENDDOC);
     report.mapping.gone = LookAtMapping(machine, printer).size == 0;
     report.coverPage = companion.coverPage;
+    if (report.printer) {
+        report.printer->answer = AskWhetherCanPrint(run.instance(), printer, &settings.devMode);
+    }
     report.failure = companion.failure;
     if (report.failure.empty() && !report.cancelled && report.coverPage.empty()) {
-        report.failure = folder.string() +
-                         ": no cover page was made; see that files can be made in this folder";
+        report.failure =
+            folder.string() + ": no cover page was made; see that files can be made in this folder";
     }
     return report;
+}
+
+const char* Orientation(const PageShape& pages) {
+    return pages.isLandscape ? "landscape" : "portrait";
 }
 
 void PrintReport(const FaxReport& report) {
@@ -285,19 +339,30 @@ void PrintReport(const FaxReport& report) {
     for (const std::filesystem::path& file : report.dialFiles) {
         dialFiles.push_back(JsonPath(file));
     }
-    PrintJson({{"cancelled", report.cancelled},
-               {"maxReceivers", report.maxReceivers ? nlohmann::ordered_json(*report.maxReceivers)
-                                                    : nlohmann::ordered_json()},
-               {"iniFile", JsonPath(report.iniFile)},
-               {"snapshot", JsonPath(report.snapshot)},
-               {"coverBitmap", JsonPath(report.coverBitmap)},
-               {"memo", JsonPath(report.memo)},
-               {"temp", JsonPath(report.temp)},
-               {"dialFiles", dialFiles},
-               {"mappingName", report.mapping.name},
-               {"mappingSize", report.mapping.size},
-               {"mappingGone", report.mapping.gone},
-               {"coverPage", JsonPath(report.coverPage)}});
+    nlohmann::ordered_json json = {
+        {"cancelled", report.cancelled},
+        {"maxReceivers", report.maxReceivers ? nlohmann::ordered_json(*report.maxReceivers)
+                                             : nlohmann::ordered_json()},
+        {"iniFile", JsonPath(report.iniFile)},
+        {"snapshot", JsonPath(report.snapshot)},
+        {"coverBitmap", JsonPath(report.coverBitmap)},
+        {"memo", JsonPath(report.memo)},
+        {"temp", JsonPath(report.temp)},
+        {"dialFiles", dialFiles},
+        {"mappingName", report.mapping.name},
+        {"mappingSize", report.mapping.size},
+        {"mappingGone", report.mapping.gone},
+        {"coverPage", JsonPath(report.coverPage)}};
+    if (report.printer) {
+        const PageShape& pages = report.printer->pages;
+        json["settings"] = {{"paper", pages.paper},
+                            {"paperCode", pages.paperCode},
+                            {"orientation", Orientation(pages)},
+                            {"resolution", {pages.dpiAcross, pages.dpiDown}},
+                            {"dots", {pages.dotsAcross, pages.dotsDown}}};
+        json["query"] = report.printer->answer.Json();
+    }
+    PrintJson(json);
 }
 
 void TellFile(const char* what, const std::filesystem::path& file, const std::string& note) {
@@ -308,10 +373,28 @@ void TellFile(const char* what, const std::filesystem::path& file, const std::st
     const uintmax_t bytes = std::filesystem::file_size(file, error);
     std::cout << "    " << std::left << std::setw(14) << what << std::setw(18)
               << file.filename().string() << std::right << std::setw(10)
-              << (error ? "missing" : Grouped(bytes)) << (error ? "" : " bytes  ") << note << '\n';
+              << (error ? "missing" : Grouped(bytes)) << (error ? "" : " bytes")
+              << (error || note.empty() ? "" : "  ") << note << '\n';
+}
+
+void TellPrinter(const PrinterReport& printer) {
+    const PageShape& pages = printer.pages;
+    std::cout << "Printer\n    " << (printer.isNew ? "installed with " : "was installed with ")
+              << ShownPath(printer.ppd)
+              << (printer.isNew ? "; the driver stored its device record\n" : "\n");
+    std::cout << "Settings\n    a session was opened";
+    if (printer.newForms != 0) {
+        std::cout << "; it added " << printer.newForms
+                  << (printer.newForms == 1 ? " paper" : " papers") << " to the printer forms";
+    }
+    std::cout << "\n    " << pages.paper << ' ' << Orientation(pages) << ", " << pages.dpiAcross
+              << " x " << pages.dpiDown << " dots per inch\n";
 }
 
 void TellReport(const FaxReport& report) {
+    if (report.printer) {
+        TellPrinter(*report.printer);
+    }
     std::cout << "Device context\n    the driver "
               << (report.confirmed ? "confirmed" : "did not confirm")
               << " the application's job settings\n";
@@ -335,10 +418,17 @@ void TellReport(const FaxReport& report) {
         std::cout << "    published as shared memory \"" << report.mapping.name << "\", "
                   << report.mapping.size << " bytes\n";
     }
+    if (report.printer && report.printer->pages.dotsAcross != 0) {
+        std::cout << "Page\n    " << report.printer->pages.dotsAcross << " x "
+                  << report.printer->pages.dotsDown << " dots, for the rendering module to draw\n";
+    }
     std::cout << "End of document\n";
     TellFile("cover page", report.coverPage, "");
     std::cout << "    the shared memory is " << (report.mapping.gone ? "gone" : "still there")
               << '\n';
+    if (report.printer) {
+        std::cout << "Print query\n    " << report.printer->answer.Line() << '\n';
+    }
     std::cout << "Job files: " << ShownPath(report.folder) << '\n';
     if (!report.coverPage.empty()) {
         std::cout << "Cover page: " << ShownPath(report.coverPage) << '\n';
@@ -379,6 +469,10 @@ int RunSend(const SendOptions& options) {
         // written for one that is refused.
         const embedded::Machine scratch(MachineRun::Setup(options.machine));
         (void)ReadChoices(options);
+        if (!options.ppd.empty()) {
+            const LoadedDescription description(options.ppd);
+            (void)FindSettings(*description, options.ppd, options.settings);
+        }
         if (!options.out.empty()) {
             (void)PathForIni(options.out, kLongestFaxFolder);
         }
@@ -386,9 +480,12 @@ int RunSend(const SendOptions& options) {
     FaxFolder made(options.out);
     MachineRun run(options.machine);
     DialogChoices choices = ReadChoices(options);
-    const OpenPrinter printer(run.machine());
+    const bool isNew = SetPrinterUp(run.machine(), options);
+    // With every right, as the administrator that the machine's user is: what the session adds to
+    // the forms is then recorded with the printer.
+    const OpenFaxPrinter printer(true);
     const std::filesystem::path folder = made.Keep();
-    FaxReport report = SendFax(run, printer.handle(), std::move(choices), options, folder);
+    FaxReport report = SendFax(run, printer.handle(), isNew, std::move(choices), options, folder);
     run.Save();
     if (!report.failure.empty()) {
         throw UserError(report.failure);
@@ -411,10 +508,14 @@ int RunSend(const SendOptions& options) {
         TellReport(report);
     }
     if (!report.refusal.empty()) {
-        std::cerr << "ksfax: " << report.refusal
-                  << "; shorten the list or raise --max-receivers\n";
+        std::cerr << "ksfax: " << report.refusal << "; shorten the list or raise --max-receivers\n";
     }
-    return report.cancelled ? kRefused : kDone;
+    const bool canPrint = !report.printer || report.printer->answer.canPrint;
+    if (!canPrint) {
+        std::cerr << "ksfax: the printer refuses the job: " << report.printer->answer.Line()
+                  << '\n';
+    }
+    return report.cancelled || !canPrint ? kRefused : kDone;
 }
 
 }  // namespace
@@ -422,6 +523,21 @@ int RunSend(const SendOptions& options) {
 void AddSendCommand(CLI::App& program, int& exitCode) {
     auto options = std::make_shared<SendOptions>();
     CLI::App* send = program.add_subcommand("send", "Send one fax from its start to its end");
+    CLI::Option* ppd =
+        send->add_option("--ppd", options->ppd,
+                         "Go the whole road on a printer with this PPD, from its settings to the "
+                         "question whether it can print")
+            ->type_name("FILE");
+    send->add_option("--paper", options->settings.paper,
+                     "The paper, by the PPD's name (default: the printer's)")
+        ->type_name("NAME")
+        ->needs(ppd);
+    send->add_flag("--landscape", options->settings.landscape, "Turn the page")->needs(ppd);
+    send->add_option("--resolution", options->settings.resolution,
+                     "Dots per inch, 200x200 or 200x100 (default: the printer's)")
+        ->type_name("DPI")
+        ->check(CLI::IsMember({"200x200", "200x100"}))
+        ->needs(ppd);
     send->add_option("--to", options->to, "A receiver; any number of times")
         ->type_name("NAME=NUMBER")
         ->allow_extra_args(false);

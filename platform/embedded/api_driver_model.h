@@ -7,6 +7,8 @@
 // ---- Document events ----
 constexpr int DOCUMENTEVENT_CREATEDCPRE = 1;
 constexpr int DOCUMENTEVENT_STARTDOC = 5;
+constexpr int DOCUMENTEVENT_STARTPAGE = 6;
+constexpr int DOCUMENTEVENT_ENDPAGE = 7;
 constexpr int DOCUMENTEVENT_ENDDOC = 8;
 constexpr int DOCUMENTEVENT_SUCCESS = 1;
 

@@ -322,5 +322,104 @@ TEST(Program, TellsItsVersionAndItsCommands) {
     EXPECT_EQ(RunKsfax(folder, {"paint"}).code, 2);
 }
 
+class SendWithPpd : public testing::Test {
+  protected:
+    SendWithPpd() { WriteText(folder / "a.ppd", ppd); }
+
+    Outcome Run(std::vector<std::string> more) {
+        more.insert(more.begin(), {"send", "--ppd", "a.ppd", "--to", "A=1", "--out", "job"});
+        return RunKsfax(folder, more);
+    }
+    // The PPD with each text in it replaced.
+    void Change(const std::vector<std::pair<std::string, std::string>>& changes) {
+        std::string changed = ppd;
+        for (const auto& [from, to] : changes) {
+            changed.replace(changed.find(from), from.size(), to);
+        }
+        WriteText(folder / "a.ppd", changed);
+    }
+
+    const std::string ppd = FileText(SOURCE_FOLDER "/examples/KSFAX.PPD");
+    TestFolder folder;
+};
+
+TEST_F(SendWithPpd, GoesTheWholeRoad) {
+    const Outcome first = Run({"--machine", "m", "--country", "49", "--json"});
+    ASSERT_EQ(first.code, 0) << first.err;
+    EXPECT_EQ(
+        first.Json()["settings"],
+        nlohmann::json::parse(
+            R"({"paper": "A4", "paperCode": 9, "orientation": "portrait", "resolution": [200, 200],
+            "dots": [1654, 2339]})"));
+    EXPECT_EQ(first.Json()["query"],
+              nlohmann::json::parse(R"({"canPrint": true, "message": null, "text": null})"));
+    EXPECT_EQ(first.Json()["mappingGone"], true);
+
+    const Outcome second = Run({"--machine", "m", "--paper", "b5 JIS 182 x 257 mm", "--landscape",
+                                "--resolution", "200x100", "--json"});
+    ASSERT_EQ(second.code, 0) << second.err;
+    EXPECT_EQ(second.Json()["settings"],
+              nlohmann::json::parse(
+                  R"({"paper": "JISB5", "paperCode": 13, "orientation": "landscape",
+            "resolution": [200, 100], "dots": [2024, 717]})"));
+
+    // What the road leaves with the printer.
+    const nlohmann::json state = RunKsfax(folder, {"state", "--machine", "m", "--json"}).Json();
+    const nlohmann::json& data = state["printers"][0]["data"];
+    EXPECT_EQ(data["Forms?"], 2);
+    EXPECT_EQ(data["UserName"], "User");
+    EXPECT_EQ(data["ComputerName"], "FAXPC");
+    EXPECT_EQ(data["PrinterData"]["installableSelections"], nlohmann::json({0, 1, 0}));
+    EXPECT_EQ(std::ranges::count_if(state["forms"],
+                                    [](const auto& form) { return form["kind"] == "printer"; }),
+              10);
+
+    WriteText(folder / "b.ppd", ppd);
+    const Outcome other =
+        RunKsfax(folder, {"send", "--ppd", "b.ppd", "--to", "A=1", "--machine", "m"});
+    EXPECT_EQ(other.code, 1);
+    EXPECT_NE(other.err.find("/a.ppd"), std::string::npos) << other.err;
+    EXPECT_NE(other.err.find("ksfax install b.ppd"), std::string::npos) << other.err;
+}
+
+TEST_F(SendWithPpd, TellsWhatThePpdOffers) {
+    Change({{"*Resolution 200x100dpi", "*Resolution 300dpi"}});
+    const struct {
+        const char* what;
+        std::vector<std::string> arguments;
+        int code;
+        const char* says;
+    } rows[] = {
+        {"an unknown paper", {"--paper", "A3"}, 1, "Letter, Legal, Executive, A4,"},
+        {"a resolution that it lacks", {"--resolution", "200x100"}, 1, "200x200, 300x300"},
+        {"a resolution that faxes lack", {"--resolution", "300x300"}, 2, "200x100"},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::string> arguments = row.arguments;
+        arguments.insert(arguments.end(), {"--machine", "m"});
+        const Outcome run = Run(arguments);
+        EXPECT_EQ(run.code, row.code) << row.what;
+        EXPECT_NE(run.err.find(row.says), std::string::npos) << row.what << ": " << run.err;
+        EXPECT_FALSE(std::filesystem::exists(folder / "m")) << row.what;
+        EXPECT_FALSE(std::filesystem::exists(folder / "job")) << row.what;
+    }
+    EXPECT_EQ(RunKsfax(folder, {"send", "--paper", "A4", "--to", "A=1"}).code, 2);
+    EXPECT_EQ(Run({"--resolution", "200x200"}).code, 0);
+}
+
+TEST_F(SendWithPpd, EndsWithTheRefusalOfTheJob) {
+    // Thick paper does not go into the lower cassette.
+    Change({{"*DefaultInputSlot: AutoSelect", "*DefaultInputSlot: Lower"},
+            {"*DefaultMediaType: Plain", "*DefaultMediaType: Thick"}});
+    const Outcome run = Run({"--json"});
+    EXPECT_EQ(run.code, 3);
+    EXPECT_EQ(run.Json()["cancelled"], false);
+    EXPECT_EQ(run.Json()["query"]["canPrint"], false);
+    EXPECT_EQ(run.Json()["query"]["message"], 40054);
+    EXPECT_NE(run.err.find("40054 " + run.Json()["query"]["text"].get<std::string>()),
+              std::string::npos)
+        << run.err;
+}
+
 }  // namespace
 }  // namespace tool
