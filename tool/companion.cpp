@@ -40,19 +40,26 @@ std::u16string ReadText(const std::u16string& section, const std::u16string& key
     return {text, length};
 }
 
+[[noreturn]] void ThrowUnwritable(const std::u16string& file) {
+    throw UserError(embedded::Utf8(file) +
+                    " cannot be written on the machine; make the file writable or remove it");
+}
+
 void WriteText(const std::u16string& section, const std::u16string& key,
                const std::u16string& text, const std::u16string& file) {
     // The profile service takes one pair of quotes off a value it reads; one pair more keeps them.
     const bool quoted = text.starts_with(u'"') || text.starts_with(u'\'');
     const std::u16string value = quoted ? u'"' + text + u'"' : text;
     if (!WritePrivateProfileStringW(section.c_str(), key.c_str(), value.c_str(), file.c_str())) {
-        throw UserError(embedded::Utf8(file) +
-                        " cannot be written on the machine; make the file writable or remove it");
+        ThrowUnwritable(file);
     }
 }
 
 void RemoveSection(const std::u16string& section, const std::u16string& file) {
-    WritePrivateProfileStringW(section.c_str(), nullptr, nullptr, file.c_str());
+    if (!WritePrivateProfileStringW(section.c_str(), nullptr, nullptr, file.c_str()) &&
+        GetLastError() != ERROR_FILE_NOT_FOUND) {
+        ThrowUnwritable(file);
+    }
 }
 
 void WriteReceivers(std::span<const Receiver> receivers, const std::u16string& file) {
@@ -85,16 +92,18 @@ std::vector<Receiver> ReadReceivers(const std::u16string& snapshot) {
         return receivers;
     }
     std::u16string base = ReadText(kDataSection, ksfax::kDialPatternKey, snapshot);
-    if (!base.ends_with(kPatternEnd)) {
-        return receivers;
+    if (base.ends_with(kPatternEnd)) {
+        base.resize(base.size() - kPatternEnd.size());
     }
-    base.resize(base.size() - kPatternEnd.size());
     for (size_t part = 1; receivers.size() < count; ++part) {
         const std::u16string file = base + u"_" + TwoDigits(part) + u".ini";
         const size_t partCount = GetPrivateProfileIntW(kListSection, ksfax::kReceiverCountKey, 0,
                                                        file.c_str());
         if (partCount == 0) {
-            break;
+            throw UserError("of the job's " + std::to_string(count) + " receivers " +
+                            std::to_string(count - receivers.size()) + " are lost: " +
+                            embedded::Utf8(file) +
+                            " cannot be read; see that the folder's files can be renamed");
         }
         AppendReceivers(receivers, std::min<size_t>(partCount, kShortListLimit), file);
     }
@@ -136,7 +145,8 @@ INT_PTR Companion::DialDlg(void* bytes) {
     installed->dialogShown = true;
     installed->maximumReceivers = record.maximumReceivers;
     try {
-        return installed->FillDialog();
+        installed->isConfirmed = installed->FillDialog();
+        return installed->isConfirmed;
     } catch (const std::exception& error) {
         // Nothing may unwind through the driver; the command that made the companion tells it.
         installed->failure = error.what();
@@ -201,7 +211,8 @@ bool Companion::FillDialog() {
 
 INT_PTR Companion::MakeBmp(void* bytes) {
     ksfax::DialModuleRecord record;
-    if (!ReadRecord(bytes, record)) {
+    // Without a dialog that was confirmed the driver holds what an earlier job left.
+    if (!ReadRecord(bytes, record) || !installed->isConfirmed) {
         return 0;
     }
     const char* path = record.snapshotPath;
@@ -209,9 +220,7 @@ INT_PTR Companion::MakeBmp(void* bytes) {
     try {
         installed->MakeCoverPage(embedded::FromAnsi(ansi));
     } catch (const std::exception& error) {
-        if (installed->failure.empty()) {
-            installed->failure = error.what();
-        }
+        installed->failure = error.what();
     }
     return installed->failure.empty();
 }
@@ -221,7 +230,7 @@ void Companion::MakeCoverPage(const std::u16string& snapshot) {
         ReadText(ksfax::kDriverSection, ksfax::kCancelledKey, snapshot);
     if (cancelled.empty()) {
         throw UserError("the job's index " + embedded::Utf8(snapshot) +
-                        " cannot be read; choose a folder with a shorter path");
+                        " could not be written; see that its disk has room");
     }
     if (cancelled != u"0") {
         return;  // a cancelled job is sent to nobody

@@ -40,6 +40,7 @@ class Companion {
 
     // What came of it.
     bool dialogShown = false;
+    bool isConfirmed = false;
     unsigned maximumReceivers = 0;  // as the driver gave it
     std::string dialogRefusal;      // why the dialog could not be confirmed; empty: it could
     std::filesystem::path coverPage;  // on the host; empty: none was made

@@ -9,7 +9,6 @@
 
 #include "platform/embedded/files.h"
 #include "platform/embedded/text.h"
-#include "platform/windows_api.h"
 #include "tool/failure.h"
 
 namespace tool {
@@ -65,6 +64,16 @@ std::optional<std::string> Flaw(std::string_view text, std::string_view what, si
     return std::nullopt;
 }
 
+// Digits, and what people and modems write among them.
+bool IsDialable(char c) {
+    return (c >= '0' && c <= '9') || std::strchr("+-()./ *#,!@pPwWtTxX", c) != nullptr;
+}
+
+bool IsNumber(std::string_view text) {
+    return std::ranges::all_of(text, IsDialable) &&
+           std::ranges::any_of(text, [](char c) { return c >= '0' && c <= '9'; });
+}
+
 // Fills `receiver`, or gives what is wrong.
 std::optional<std::string> MakeReceiver(std::string_view name, std::string_view number,
                                         Receiver& receiver) {
@@ -76,11 +85,12 @@ std::optional<std::string> MakeReceiver(std::string_view name, std::string_view 
     if (auto flaw = Flaw(number, "number", kLongestNumber)) {
         return flaw;
     }
-    if (std::ranges::none_of(number, [](char c) { return c >= '0' && c <= '9'; })) {
+    if (!IsNumber(number)) {
         return number.empty() ? "the receiver \"" + std::string(name) +
                                     "\" has no number; add the fax number"
-                              : "the number \"" + std::string(number) +
-                                    "\" has no digit; give the fax number";
+                              : "\"" + std::string(number) +
+                                    "\" is no fax number; give digits, with + - ( ) . / * # "
+                                    "and spaces among them";
     }
     receiver = {embedded::Utf16(name), embedded::Utf16(number)};
     return std::nullopt;
@@ -118,7 +128,11 @@ std::vector<CsvRow> ParseRows(std::string_view text, char separator) {
             endValue();
         } else if (c == '\n') {
             endValue();
-            if (row.values.size() > 1 || !Trimmed(row.values[0]).empty()) {
+            // Spreadsheets end rows with the separators of cells that hold nothing.
+            while (!row.values.empty() && Trimmed(row.values.back()).empty()) {
+                row.values.pop_back();
+            }
+            if (!row.values.empty()) {
                 rows.push_back(std::move(row));
             }
             row = {++line, {}};
@@ -127,16 +141,6 @@ std::vector<CsvRow> ParseRows(std::string_view text, char separator) {
         }
     }
     return rows;
-}
-
-char SeparatorOf(std::string_view text) {
-    const std::string_view firstLine = text.substr(0, text.find('\n'));
-    for (const char separator : {',', ';', '\t'}) {
-        if (firstLine.find(separator) != std::string_view::npos) {
-            return separator;
-        }
-    }
-    return ',';
 }
 
 struct Columns {
@@ -160,6 +164,24 @@ Columns ReadHeading(const CsvRow& row) {
     return {};
 }
 
+// The separator that parts the first row into a name and a number, whatever stands in the name;
+// else the first that parts it at all, the comma last, which numbers and names may hold.
+char SeparatorOf(std::string_view text) {
+    char parts = ',';
+    for (const char separator : {',', '\t', ';'}) {
+        const std::vector<CsvRow> rows = ParseRows(text, separator);
+        if (rows.empty() || rows[0].values.size() < 2) {
+            continue;
+        }
+        parts = separator;
+        if (ReadHeading(rows[0]).named ||
+            (rows[0].values.size() == 2 && IsNumber(Trimmed(rows[0].values[1])))) {
+            return separator;
+        }
+    }
+    return parts;
+}
+
 }  // namespace
 
 std::vector<std::byte> ReadFileBytes(const std::filesystem::path& file) {
@@ -167,9 +189,19 @@ std::vector<std::byte> ReadFileBytes(const std::filesystem::path& file) {
     if (std::filesystem::is_directory(file, error)) {
         throw UserError(file.string() + " is a folder; give the name of a file");
     }
+    // What is no file may give its bytes only once, or never end.
+    if (std::filesystem::exists(file, error) && !std::filesystem::is_regular_file(file, error)) {
+        throw UserError(file.string() + " is no ordinary file; save what it gives to one first");
+    }
     std::ifstream stream(file, std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream.is_open() || stream.bad()) {
+    std::string bytes;
+    bool isRead = stream.is_open();
+    try {
+        bytes.assign(std::istreambuf_iterator<char>(stream), {});
+    } catch (const std::ios_base::failure&) {
+        isRead = false;
+    }
+    if (!isRead) {
         throw UserError(file.string() + " cannot be read: " + std::strerror(errno) +
                         "; check the name and its permissions");
     }
@@ -290,7 +322,9 @@ std::u16string PathForIni(const std::filesystem::path& file, size_t most) {
                         " are possible; choose a shorter one");
     }
     const std::filesystem::path found = files.HostPath(path);
-    if (found != whole && lstrcmpiW(files.MachinePath(found).c_str(), path.c_str()) == 0) {
+    if (found != whole && IsUtf8(whole.string()) &&
+        embedded::EqualIgnoringCase(embedded::Utf16(found.string()),
+                                    embedded::Utf16(whole.string()))) {
         throw UserError(file.string() + ": the machine takes it for " + found.string() +
                         ", which differs in letter case alone; choose that or another name");
     }

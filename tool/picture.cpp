@@ -246,7 +246,11 @@ void WriteBilevelPng(const Picture& picture, const std::filesystem::path& file) 
         throw UserError(file.string() + ": cannot be written: " + std::strerror(errno));
     }
     std::vector<uint8_t> row(size_t(picture.width + 7) / 8);
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_structp png = png_create_write_struct(
+        PNG_LIBPNG_VER_STRING, nullptr, [](png_structp made, png_const_charp) {
+            png_longjmp(made, 1);  // told below in our own words
+        },
+        nullptr);
     png_infop info = png == nullptr ? nullptr : png_create_info_struct(png);
     const bool written =
         info != nullptr && WriteRows(png, info, stream, picture, row.data());

@@ -470,6 +470,18 @@ TEST_F(DocumentEvent, GoesOnWhereFilesCannotBeMadeOrRenamed) {
     EXPECT_EQ(machine.OpenNow(), embedded::Leaks());
 }
 
+TEST_F(DocumentEvent, CallsForACoverPageOfNoPathWhenTheBlockCannotBeSeen) {
+    WriteIni("[FAXDATA]\r\nDIR=C:\\Fax\r\n");
+    Start();
+    machine.faults.FailCall("MapViewOfFile");
+    EXPECT_EQ(End(), 1);
+    EXPECT_EQ(companion.coverCalls, 1);
+    EXPECT_EQ(std::string(companion.coverRecord.snapshotPath), "");
+    EXPECT_TRUE(BlockExists());
+    End();
+    EXPECT_EQ(machine.OpenNow(), embedded::Leaks());
+}
+
 // A block that somebody else made under the job's name.
 class ForeignBlock : public DocumentEvent {
   protected:

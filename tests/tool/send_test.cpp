@@ -144,7 +144,7 @@ TEST(Send, RefusesBadInputBeforeAnythingIsWritten) {
         {"no receiver", {}, 2, "--to"},
         {"no number", {"--to", "Anna"}, 2, "NAME=NUMBER"},
         {"an empty number", {"--to", "Anna="}, 2, "no number"},
-        {"no digit", {"--to", "Anna=fax"}, 2, "no digit"},
+        {"no digit", {"--to", "Anna=fax"}, 2, "is no fax number"},
         {"a line break in a name", {"--to", "A\nNum=9=1"}, 2, "line break"},
         {"a control character in a number", {"--to", "A=1\x7F"}, 2, "control character"},
         {"a name of 101 characters", {"--to", std::string(101, 'a') + "=1"}, 2, "at most 100"},
@@ -199,6 +199,9 @@ TEST(Send, ReadsListsAsOtherProgramsWriteThem) {
         {"columns by name", "Number;Company;NAME\n1;X;Anna\n", "Anna", "1"},
         {"quotes and a comma", "\"Berg, \"\"Anna\"\"\",\" 1 \"\n", "Berg, \"Anna\"", "1"},
         {"tabs", "Anna\t1\n", "Anna", "1"},
+        {"a comma in a name", "Berg, Anna;+47 22", "Berg, Anna", "+47 22"},
+        {"one in quotes", "\"Berg, Anna\"\t+47 22", "Berg, Anna", "+47 22"},
+        {"cells that hold nothing", ";;\nAnna;1;;\n;\n", "Anna", "1"},
         {"quotes around the whole name", "\"\"\"Anna\"\"\",1\n", "\"\"Anna\"\"", "1"},
     };
     for (const auto& row : rows) {
