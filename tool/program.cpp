@@ -23,6 +23,16 @@ int RunProgram(int count, const char* const* arguments) {
     AddInstallCommand(program, exitCode);
     AddUpgradeCommand(program, exitCode);
     AddStateCommand(program, exitCode);
+    // The value of a variable that is not set must not pass for an option that is not given.
+    const CLI::Validator notEmpty(
+        [](const std::string& text) { return text.empty() ? "the value is empty" : ""; }, "");
+    for (CLI::App* command : program.get_subcommands({})) {
+        for (CLI::Option* option : command->get_options()) {
+            if (option->get_type_name() != "NAME" && option->get_items_expected_min() > 0) {
+                option->check(notEmpty);
+            }
+        }
+    }
     try {
         program.parse(count, arguments);
     } catch (const CLI::Success& help) {

@@ -33,9 +33,8 @@ namespace tool {
 
 namespace {
 
-// GetTempFileNameW refuses a folder longer than this, and without it a job has no files. The name
-// that it adds, 12 bytes with the separator, still fits the companion module's 259.
-constexpr size_t kLongestFaxFolder = 246;
+// Of the 259 characters of a path the longest of a job's files, \KesXXXX_01.ini, takes 15.
+constexpr size_t kLongestFaxFolder = 244;
 constexpr size_t kLongestCoverPath = 259;
 constexpr size_t kMostReceivers = 999;
 constexpr size_t kReceiversUnlessToldOtherwise = 50;
@@ -96,8 +95,19 @@ DialogChoices ReadChoices(const SendOptions& options) {
     return choices;
 }
 
+// Where a job's files go when no folder is named; mkdtemp fills the Xs.
+std::filesystem::path NewFolderPattern() {
+    std::error_code error;
+    const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
+    if (error) {
+        throw UserError("the folder for temporary files that TMPDIR names cannot be used: " +
+                        error.message() + "; give the fax data folder with --out");
+    }
+    return temporary / "ksfax-job-XXXXXX";
+}
+
 std::filesystem::path NewFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "ksfax-job-XXXXXX").string();
+    std::string name = NewFolderPattern().string();
     if (mkdtemp(name.data()) == nullptr) {
         throw UserError(name + ": the fax data folder cannot be made: " + std::strerror(errno) +
                         "; give one with --out");
@@ -251,6 +261,14 @@ ksfax::JobSettings SettleSettings(embedded::Machine& machine, HANDLE printer,
     return settings;
 }
 
+void WriteKey(const WCHAR* section, const WCHAR* key, const std::u16string& value) {
+    // Unwritten, the driver would go by what an earlier job left.
+    if (!WritePrivateProfileStringW(section, key, value.c_str(), ksfax::kFaxJobFile)) {
+        throw UserError("the machine's C:\\Windows\\KSFAXJOB.INI cannot be written, error " +
+                        std::to_string(GetLastError()) + "; make the file writable or remove it");
+    }
+}
+
 // The maximum number of receivers as an administrator would have set it, for one job.
 class MaximumReceivers {
   public:
@@ -275,8 +293,7 @@ class MaximumReceivers {
 
   private:
     static void Write(const std::string& value) {
-        WritePrivateProfileStringW(ksfax::kDriverSection, ksfax::kMaximumReceiversKey,
-                                   embedded::Utf16(value).c_str(), ksfax::kFaxJobFile);
+        WriteKey(ksfax::kDriverSection, ksfax::kMaximumReceiversKey, embedded::Utf16(value));
     }
     bool passing_ = false;
 };
@@ -293,14 +310,14 @@ FaxReport SendFax(MachineRun& run, HANDLE printer, bool isNew, DialogChoices cho
     }
     report.receivers = choices.receivers.size();
     const MaximumReceivers maximum(options.maxReceivers, choices.receivers.size());
-    WritePrivateProfileStringW(ksfax::kDataSection, ksfax::kFolderKey,
-                               machine.files().MachinePath(folder).c_str(), ksfax::kFaxJobFile);
+    WriteKey(ksfax::kDataSection, ksfax::kFolderKey, machine.files().MachinePath(folder));
     Companion companion(machine, std::move(choices));
 
     report.confirmed = ConfirmDeviceContext(printer, settings);
 
     SendEvent(printer, DOCUMENTEVENT_STARTDOC);
-    report.cancelled = ReadKey(ksfax::kDriverSection, ksfax::kCancelledKey) != u"0";
+    report.cancelled = !companion.isConfirmed ||
+                       ReadKey(ksfax::kDriverSection, ksfax::kCancelledKey) != u"0";
     if (companion.dialogShown) {
         report.maxReceivers = companion.maximumReceivers;
     }
@@ -435,33 +452,47 @@ void TellReport(const FaxReport& report) {
     }
 }
 
-// The folder of the job's files; one that was made for this job goes again unless it is kept.
+// The folder of the job's files; what was made for this job goes again unless it is kept.
 class FaxFolder {
   public:
     // Empty: a new one of its own.
     explicit FaxFolder(const std::filesystem::path& out)
-        : path_(out.empty() ? NewFolder() : WholePath(out)),
-          isNew_(out.empty() || !std::filesystem::exists(path_)) {
+        : path_(out.empty() ? NewFolder() : WholePath(out)) {
+        if (out.empty()) {
+            firstMade_ = path_;
+        }
+        for (std::filesystem::path above = path_; !std::filesystem::exists(above);
+             above = above.parent_path()) {
+            firstMade_ = above;
+        }
         MakeFaxFolder(path_);
     }
     ~FaxFolder() {
-        if (isNew_) {
-            std::error_code ignored;
-            std::filesystem::remove(path_, ignored);
+        std::error_code error;
+        for (std::filesystem::path made = path_;
+             !firstMade_.empty() && std::filesystem::remove(made, error) && made != firstMade_;
+             made = made.parent_path()) {
         }
     }
     FaxFolder(const FaxFolder&) = delete;
     FaxFolder& operator=(const FaxFolder&) = delete;
 
-    std::filesystem::path Keep() {
-        isNew_ = false;
-        return path_;
-    }
+    const std::filesystem::path& path() const { return path_; }
+    void Keep() { firstMade_.clear(); }
 
   private:
     std::filesystem::path path_;
-    bool isNew_;
+    std::filesystem::path firstMade_;  // of the folders above and itself; empty: none
 };
+
+// On the machine in use.
+void CheckFaxFolder(const std::filesystem::path& folder) {
+    (void)PathForIni(folder, kLongestFaxFolder);
+    if (std::filesystem::is_directory(folder / "KSFAXJOB.INI")) {
+        throw UserError((folder / "KSFAXJOB.INI").string() +
+                        " is a folder; remove it or choose another folder with --out");
+    }
+}
 
 int RunSend(const SendOptions& options) {
     {
@@ -473,18 +504,19 @@ int RunSend(const SendOptions& options) {
             const LoadedDescription description(options.ppd);
             (void)FindSettings(*description, options.ppd, options.settings);
         }
-        if (!options.out.empty()) {
-            (void)PathForIni(options.out, kLongestFaxFolder);
-        }
+        CheckFaxFolder(options.out.empty() ? NewFolderPattern() : WholePath(options.out));
     }
     FaxFolder made(options.out);
+    const std::filesystem::path& folder = made.path();
     MachineRun run(options.machine);
+    // A folder of the machine's own drive has another path on it.
+    CheckFaxFolder(folder);
     DialogChoices choices = ReadChoices(options);
     const bool isNew = SetPrinterUp(run.machine(), options);
     // With every right, as the administrator that the machine's user is: what the session adds to
     // the forms is then recorded with the printer.
     const OpenFaxPrinter printer(true);
-    const std::filesystem::path folder = made.Keep();
+    made.Keep();
     FaxReport report = SendFax(run, printer.handle(), isNew, std::move(choices), options, folder);
     run.Save();
     if (!report.failure.empty()) {
@@ -508,7 +540,8 @@ int RunSend(const SendOptions& options) {
         TellReport(report);
     }
     if (!report.refusal.empty()) {
-        std::cerr << "ksfax: " << report.refusal << "; shorten the list or raise --max-receivers\n";
+        std::cerr << "ksfax: " << report.refusal << "; shorten the list"
+                  << (report.receivers <= kMostReceivers ? " or raise --max-receivers\n" : "\n");
     }
     const bool canPrint = !report.printer || report.printer->answer.canPrint;
     if (!canPrint) {

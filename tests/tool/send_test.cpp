@@ -156,13 +156,15 @@ TEST(Send, RefusesBadInputBeforeAnythingIsWritten) {
         {"a cover that is text", {"--to", "A=1", "--cover", "bad.csv"}, 1, "no bitmap"},
         {"a missing cover", {"--to", "A=1", "--cover", "none.bmp"}, 1, "none.bmp"},
         {"a memo that is a folder", {"--to", "A=1", "--memo", "tmp"}, 1, "is a folder"},
+        {"a memo that is no ordinary file", {"--to", "A=1", "--memo", "/dev/null"}, 1, "/dev/null"},
+        {"an empty value", {"--to", "A=1", "--memo", ""}, 2, "is empty"},
         {"a memo with zero bytes", {"--to", "A=1", "--memo", kCover}, 1, "no text"},
         {"a memo not in the code page", {"--to", "A=1", "--memo", "jp.txt"}, 1, "jp.txt:2:"},
         {"an output folder below a file", {"--to", "A=1", "--out", "bad.csv/x"}, 1, "bad.csv/x"},
         {"an output folder of 300 characters",
          {"--to", "A=1", "--out", std::string(150, 'a') + "/" + std::string(150, 'b')},
          1,
-         "at most 246"},
+         "at most 244"},
         {"an unknown option", {"--to", "A=1", "--nonsense"}, 2, "nonsense"},
         {"an unknown code page", {"--to", "A=1", "--code-page", "850"}, 2, "850"},
     };
@@ -273,6 +275,25 @@ TEST(Send, NeverSendsWhatAnEarlierJobLeft) {
     }
 }
 
+TEST(Send, TellsWhenTheJobFileCannotBeWritten) {
+    TestFolder folder;
+    ASSERT_EQ(RunKsfax(folder, {"send", "--to", "A=1", "--machine", "m", "--out", "one"}).code, 0);
+    // A folder in its place: even the superuser cannot write that.
+    const auto ini = folder / "m/drive_c/Windows/KSFAXJOB.INI";
+    std::filesystem::remove(ini);
+    std::filesystem::create_directory(ini);
+    for (const char* cancel : {"", "--cancel"}) {
+        std::vector<std::string> words = {"send", "--to", "B=2", "--machine", "m", "--out", "two"};
+        if (*cancel != 0) {
+            words.push_back(cancel);
+        }
+        const Outcome run = RunKsfax(folder, words);
+        EXPECT_EQ(run.code, 1) << run.out;
+        EXPECT_NE(run.err.find("KSFAXJOB.INI cannot be written"), std::string::npos) << run.err;
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(folder / "two"));
+}
+
 TEST(Send, TakesTheFolderAsShellsWriteIt) {
     TestFolder folder;
     EXPECT_EQ(RunKsfax(folder, {"send", "--to", "A=1", "--out", "job/"}).code, 0);
@@ -290,7 +311,7 @@ TEST(Send, TakesTheFolderAsShellsWriteIt) {
     const Outcome bytes =
         RunKsfax(folder, {"send", "--to", "A=1", "--code-page", "932", "--out", deep});
     EXPECT_EQ(bytes.code, 1);
-    EXPECT_NE(bytes.err.find("at most 246"), std::string::npos) << bytes.err;
+    EXPECT_NE(bytes.err.find("at most 244"), std::string::npos) << bytes.err;
     EXPECT_EQ(folder.Names(), "job tmp ");
 }
 
