@@ -97,13 +97,7 @@ DialogChoices ReadChoices(const SendOptions& options) {
 
 // Where a job's files go when no folder is named; mkdtemp fills the Xs.
 std::filesystem::path NewFolderPattern() {
-    std::error_code error;
-    const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
-    if (error) {
-        throw UserError("the folder for temporary files that TMPDIR names cannot be used: " +
-                        error.message() + "; give the fax data folder with --out");
-    }
-    return temporary / "ksfax-job-XXXXXX";
+    return std::filesystem::temp_directory_path() / "ksfax-job-XXXXXX";
 }
 
 std::filesystem::path NewFolder() {

@@ -1,7 +1,10 @@
 #include "platform/embedded/machine.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
+#include <stdexcept>
 
 #include "platform/embedded/api_kernel.h"
 #include "platform/embedded/files.h"
@@ -24,10 +27,12 @@ std::atomic<Machine*> current = nullptr;
 thread_local DWORD lastError = ERROR_SUCCESS;
 
 std::filesystem::path MakeTemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "ksfax-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-        throw std::filesystem::filesystem_error("cannot make a folder for drive C:", name,
-                                                std::error_code(errno, std::generic_category()));
+    std::error_code error;
+    std::string name = (std::filesystem::temp_directory_path(error) / "ksfax-XXXXXX").string();
+    if (error || mkdtemp(name.data()) == nullptr) {
+        throw std::runtime_error("the folder for temporary files cannot be used: " +
+                                 (error ? error.message() : std::strerror(errno)) +
+                                 "; let TMPDIR name one that can");
     }
     return name;
 }
