@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -155,8 +156,8 @@ std::string Conversions(const EntryPoints& driver) {
     WCHAR known[] = TEXT("Answering Fax");
     WCHAR unknown[] = TEXT("No Such Fax");
     std::string text;
-    const auto ask = [&](const std::string& what, WCHAR* printer, DEVMODEW* input,
-                         DEVMODEW* record, LONG* size, DWORD mode) {
+    const auto ask = [&](const std::string& what, WCHAR* printer, DEVMODEW* input, DEVMODEW* record,
+                         LONG* size, DWORD mode) {
         SetLastError(NO_ERROR);
         const BOOL done = driver.convertDevMode(printer, input, record, size, mode);
         const DWORD error = done ? NO_ERROR : GetLastError();
@@ -184,15 +185,15 @@ std::string Conversions(const EntryPoints& driver) {
     for (NamedJob& row : Jobs(driver)) {
         Output earlier(512);
         size = 512;
-        ask(row.what + " to the earlier driver's", known, row.job.record(),
-            earlier.record(), &size, CDM_CONVERT351);
+        ask(row.what + " to the earlier driver's", known, row.job.record(), earlier.record(), &size,
+            CDM_CONVERT351);
         text += earlier.Written() + "\n";
         for (const auto& [publicSize, privateSize] :
              {std::pair<WORD, WORD>{220, 2388}, {220, 0}, {212, 50}, {188, 112}, {200, 0}}) {
             Job target = BlankJob(publicSize, privateSize, 0, 0x0104);
             size = publicSize + privateSize;
-            ask(row.what + " to " + std::to_string(size) + " bytes", known,
-                row.job.record(), target.record(), &size, CDM_CONVERT);
+            ask(row.what + " to " + std::to_string(size) + " bytes", known, row.job.record(),
+                target.record(), &size, CDM_CONVERT);
             text += Hex(target.bytes.data(), target.bytes.size()) + "\n";
         }
     }
@@ -222,28 +223,90 @@ std::string PrintQueries(const EntryPoints& driver, HANDLE printer) {
     return text;
 }
 
-std::string StoredState(const EntryPoints& driver, HANDLE printer) {
-    WCHAR name[] = TEXT("Answering Fax");
+// What is stored with the printer and in the registry.
+std::string Stored(HANDLE printer) {
     std::string text;
-    for (const INT event : {PRINTER_EVENT_CACHE_REFRESH, PRINTER_EVENT_INITIALIZE, 99}) {
-        const BOOL done = driver.printerEvent(name, event, 0, 0);
-        text += "printer event " + std::to_string(event) + ": " + std::to_string(done) + "\n";
-    }
-    for (std::basic_string<WCHAR> value : {TEXT("PrinterData"), TEXT("PrinterDataSize"),
-                                           TEXT("TrayFormTable"), TEXT("TrayFormSize"),
-                                           TEXT("Forms?")}) {
+    for (std::basic_string<WCHAR> value :
+         {TEXT("PrinterData"), TEXT("PrinterDataSize"), TEXT("TrayFormTable"), TEXT("TrayFormSize"),
+          TEXT("Forms?"), TEXT("UserName"), TEXT("ComputerName")}) {
         BYTE bytes[2048] = {};
         DWORD type = 0;
         DWORD size = 0;
         const DWORD error =
             GetPrinterDataW(printer, value.data(), &type, bytes, sizeof bytes, &size);
-        text += std::string(value.begin(), value.end()) + ": error " + std::to_string(error);
+        text += "  " + std::string(value.begin(), value.end()) + ": error " + std::to_string(error);
         if (error == ERROR_SUCCESS) {
             text += ", type " + std::to_string(type) + ", " + std::to_string(size) + " bytes" +
                     Hex(bytes, size);
         }
         text += "\n";
     }
+    for (const std::basic_string<WCHAR> name :
+         {TEXT("SOFTWARE\\kestova"), TEXT("SOFTWARE\\kestova\\ksplproc"),
+          TEXT("Software\\Microsoft\\Windows\\Help")}) {
+        HKEY key = nullptr;
+        const LSTATUS error =
+            RegOpenKeyExW(HKEY_LOCAL_MACHINE, name.c_str(), 0, KEY_QUERY_VALUE, &key);
+        if (error == ERROR_SUCCESS) {
+            RegCloseKey(key);
+        }
+        text += "  key " + std::string(name.begin(), name.end()) + ": error " +
+                std::to_string(error) + "\n";
+    }
+    return text;
+}
+
+void StoreOldPrintProcessorKey() {
+    HKEY key = nullptr;
+    RegCreateKeyExW(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\kestova\\ksplproc"), 0, nullptr, 0,
+                    KEY_ALL_ACCESS, nullptr, &key, nullptr);
+    RegCloseKey(key);
+}
+
+void StoreNumber(HANDLE printer, std::basic_string<WCHAR> name, DWORD number) {
+    SetPrinterDataW(printer, name.data(), REG_DWORD, reinterpret_cast<BYTE*>(&number),
+                    sizeof number);
+}
+
+void StoreTrayForms(HANDLE printer, std::basic_string<WCHAR> table) {
+    std::basic_string<WCHAR> name = TEXT("TrayFormTable");
+    const DWORD bytes = static_cast<DWORD>(table.size() * sizeof(WCHAR));
+    StoreNumber(printer, TEXT("TrayFormSize"), bytes);
+    SetPrinterDataW(printer, name.data(), REG_BINARY, reinterpret_cast<BYTE*>(table.data()), bytes);
+}
+
+// The forms themselves are not asked for: Wine 8 says that it adds and deletes forms and does
+// neither, so only the embedded machine shows what becomes of them.
+std::string StoredState(const EntryPoints& driver, HANDLE printer) {
+    WCHAR name[] = TEXT("Answering Fax");
+    WCHAR unknown[] = TEXT("No Such Fax");
+    std::string text;
+    for (const INT event : {PRINTER_EVENT_CACHE_REFRESH, PRINTER_EVENT_INITIALIZE, 99}) {
+        StoreOldPrintProcessorKey();
+        const BOOL done = driver.printerEvent(name, event, 0, 0);
+        text += "printer event " + std::to_string(event) + ": " + std::to_string(done) + "\n" +
+                Stored(printer);
+    }
+    const auto upgrade = [&](const std::string& what, WCHAR* printerName, DWORD level) {
+        DRIVER_UPGRADE_INFO_1W information = {};
+        information.pPrinterName = printerName;
+        SetLastError(NO_ERROR);
+        const BOOL done = driver.upgradePrinter(level, reinterpret_cast<BYTE*>(&information));
+        // Only wrong arguments and a printer that does not open promise a last error.
+        const DWORD error = level != 1 || printerName != name ? GetLastError() : NO_ERROR;
+        text += "upgrade " + what + ": " + std::to_string(done) + ", error " +
+                std::to_string(error) + "\n" + Stored(printer);
+    };
+    upgrade("at level 2", name, 2);
+    upgrade("of an unknown printer", unknown, 1);
+    upgrade("without a tray-form table", name, 1);
+    StoreNumber(printer, TEXT("Forms?"), 2);
+    const WCHAR older[] = TEXT("Upper\0A4\0A4\0Lower\0Letter\0\0");
+    StoreTrayForms(printer, {older, std::size(older)});
+    upgrade("with an older tray-form table", name, 1);
+    upgrade("with a current tray-form table", name, 1);
+    StoreTrayForms(printer, {older, std::size(older) - 2});
+    upgrade("with a tray-form table cut short", name, 1);
     return text;
 }
 

@@ -23,6 +23,7 @@ struct EntryPoints {
     decltype(&DrvConvertDevMode) convertDevMode;
     decltype(&DevQueryPrintEx) queryPrint;
     decltype(&DrvPrinterEvent) printerEvent;
+    decltype(&DrvUpgradePrinter) upgradePrinter;
 };
 
 // The printer's own default record, a public part alone. Set in both homes: Windows makes one up

@@ -63,9 +63,11 @@ TEST(DriverAnswers, AreTheSameOnTheEmbeddedMachine) {
         .convertDevMode = Printer().EntryPoint<decltype(&DrvConvertDevMode)>("DrvConvertDevMode"),
         .queryPrint = Printer().EntryPoint<decltype(&DevQueryPrintEx)>("DevQueryPrintEx"),
         .printerEvent = Printer().EntryPoint<decltype(&DrvPrinterEvent)>("DrvPrinterEvent"),
+        .upgradePrinter = Printer().EntryPoint<decltype(&DrvUpgradePrinter)>("DrvUpgradePrinter"),
     };
     ASSERT_TRUE(driver.deviceCapabilities != nullptr && driver.convertDevMode != nullptr &&
-                driver.queryPrint != nullptr && driver.printerEvent != nullptr);
+                driver.queryPrint != nullptr && driver.printerEvent != nullptr &&
+                driver.upgradePrinter != nullptr);
     for (const answers::Part& part : answers::All(driver, Printer().handle())) {
         SCOPED_TRACE(part.file);
         ExpectSameLines(part.text, ReadBytes(kHostAnswers / part.file));

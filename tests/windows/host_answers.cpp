@@ -51,6 +51,7 @@ int main(int argc, char** argv) {
         .convertDevMode = DrvConvertDevMode,
         .queryPrint = DevQueryPrintEx,
         .printerEvent = DrvPrinterEvent,
+        .upgradePrinter = DrvUpgradePrinter,
     };
     for (const answers::Part& part : answers::All(driver, printer)) {
         std::ofstream(target / part.file) << part.text;
