@@ -304,7 +304,7 @@ TEST_F(UpgradeTest, GivesEverythingBackWhateverFails) {
     EXPECT_GE(failures, 6u);
 }
 
-TEST(DrvUpgradePrinterThreads, RunsWhileOthersUseDescriptions) {
+TEST(DrvUpgradePrinterThreads, RunsWhileOthersAskCapabilities) {
     FaxMachine fax;
     fax.AddPrinter(u"Other", u"C:\\Ppd\\OTHER.PPD", kFaxPpd);
     std::atomic<unsigned> wrong = 0;
@@ -317,7 +317,10 @@ TEST(DrvUpgradePrinterThreads, RunsWhileOthersUseDescriptions) {
     };
     const auto use = [&](std::u16string name) {
         const platform::PrinterHandle printer = fax.Open(name);
-        for (int i = 0; i < 100; ++i) {
+        for (int i = 0; i < 50; ++i) {
+            WORD papers[8] = {};
+            wrong +=
+                DrvDeviceCapabilities(printer.get(), name.data(), DC_PAPERS, papers, nullptr) != 4;
             const DescriptionUse description(AcquireDescription(printer.get(), true));
             wrong += !description || !GetPrinterDataRecord(printer.get(), *description.get());
         }
