@@ -18,7 +18,6 @@
 #include "platform/embedded/text.h"
 #include "platform/windows_api.h"
 
-#include "core/module_state.h"
 #include "core/session.h"
 #include "faxjob/fax_job_data.h"
 #include "jobsettings/job_settings.h"
