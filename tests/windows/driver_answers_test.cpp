@@ -1,12 +1,13 @@
 // The shipped DLL on Windows, with a real printer installed, gives the answers that the driver
 // gives on the embedded machine.
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <vector>
+
+#include <gtest/gtest.h>
 
 #include "tests/windows/driver_answers.h"
 #include "tests/windows/installed_printer.h"
@@ -78,8 +79,7 @@ TEST(DescriptionCacheFile, IsTheSameOnTheEmbeddedMachineButForThePathsLetterCase
     ASSERT_EQ(Printer().error(), "");
     WCHAR name[64];
     lstrcpyW(name, answers::kPrinterName);
-    const auto convert =
-        Printer().EntryPoint<decltype(&DrvConvertDevMode)>("DrvConvertDevMode");
+    const auto convert = Printer().EntryPoint<decltype(&DrvConvertDevMode)>("DrvConvertDevMode");
     std::vector<BYTE> record(2608);
     LONG size = static_cast<LONG>(record.size());
     ASSERT_TRUE(convert(name, nullptr, reinterpret_cast<DEVMODEW*>(record.data()), &size,
@@ -100,6 +100,78 @@ TEST(DescriptionCacheFile, IsTheSameOnTheEmbeddedMachineButForThePathsLetterCase
     }
     const auto [left, right] = std::mismatch(here.begin(), here.end(), there.begin());
     EXPECT_EQ(left, here.end()) << "the first difference is at byte " << left - here.begin();
+}
+
+// ---- Sessions ----
+
+std::string StoredBytes(HANDLE printer, std::wstring name) {
+    BYTE bytes[256] = {};
+    DWORD type = 0;
+    DWORD size = 0;
+    const DWORD error = GetPrinterDataW(printer, name.data(), &type, bytes, sizeof bytes, &size);
+    return error == ERROR_SUCCESS ? std::string(bytes, bytes + size) : "(none)";
+}
+
+void StoreBytes(HANDLE printer, std::wstring name, DWORD type, std::string bytes) {
+    EXPECT_EQ(SetPrinterDataW(printer, name.data(), type, reinterpret_cast<BYTE*>(bytes.data()),
+                              static_cast<DWORD>(bytes.size())),
+              DWORD{ERROR_SUCCESS});
+}
+
+// By the system's own call, which loads the driver and shows nothing. Which forms it adds cannot
+// be seen here: Wine 8 says that it adds forms and does not. It also keeps a printer's default
+// record without its form name, so of that record the paper and the shape are looked at.
+TEST(Session, OpensThroughDocumentPropertiesWithoutAPrompt) {
+    ASSERT_EQ(Printer().error(), "");
+    if (Printer().EntryPoint<FARPROC>("DrvDocumentPropertySheets") == nullptr) {
+        GTEST_SKIP() << "Windows opens a session through the property sheets, which this DLL lacks";
+    }
+    WCHAR name[] = TEXT("Session Fax");
+    const InstalledPrinter printer(answers::kDriverName, name, answers::PrinterDefaults(), {});
+    ASSERT_EQ(printer.error(), "");
+    const HANDLE handle = printer.handle();
+    StoreBytes(handle, TEXT("UserName"), REG_BINARY, std::string("Somebody else", 14));
+
+    ASSERT_EQ(DocumentPropertiesW(nullptr, handle, name, nullptr, nullptr, 0), 2608);
+    std::vector<BYTE> first(2608);
+    auto* record = reinterpret_cast<DEVMODEW*>(first.data());
+    ASSERT_EQ(DocumentPropertiesW(nullptr, handle, name, record, nullptr, DM_OUT_BUFFER), IDOK);
+    EXPECT_EQ(record->dmSize, 220);
+    EXPECT_EQ(record->dmDriverExtra, 2388);
+    EXPECT_EQ(record->dmPaperSize, DMPAPER_LETTER);
+    EXPECT_STREQ(record->dmFormName, TEXT("Letter"));
+
+    // What it put in order: the names of who opened it, the forms, the printer's default record.
+    char user[256];
+    DWORD length = sizeof user;
+    ASSERT_TRUE(GetUserNameA(user, &length));
+    EXPECT_EQ(StoredBytes(handle, TEXT("UserName")), std::string(user, length));
+    char computer[16];
+    length = sizeof computer;
+    ASSERT_TRUE(GetComputerNameA(computer, &length));
+    EXPECT_EQ(StoredBytes(handle, TEXT("ComputerName")), std::string(computer, length + 1));
+    EXPECT_EQ(StoredBytes(handle, TEXT("Forms?")), std::string("\2\0\0", 4));
+    DWORD needed = 0;
+    GetPrinterW(handle, 8, nullptr, 0, &needed);
+    std::vector<BYTE> information(needed);
+    ASSERT_TRUE(GetPrinterW(handle, 8, information.data(), needed, &needed));
+    const DEVMODEW* kept = reinterpret_cast<PRINTER_INFO_8W*>(information.data())->pDevMode;
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(kept->dmDriverVersion, 0x0104);
+    EXPECT_EQ(kept->dmDriverExtra, 2388);
+    EXPECT_EQ(kept->dmPaperSize, DMPAPER_LETTER);
+
+    // The record that was in the printer is this driver's now, so the caller's choices count.
+    record->dmPaperSize = DMPAPER_A4;
+    record->dmOrientation = DMORIENT_LANDSCAPE;
+    std::vector<BYTE> second(2608);
+    auto* merged = reinterpret_cast<DEVMODEW*>(second.data());
+    ASSERT_EQ(
+        DocumentPropertiesW(nullptr, handle, name, merged, record, DM_OUT_BUFFER | DM_IN_BUFFER),
+        IDOK);
+    EXPECT_EQ(merged->dmPaperSize, DMPAPER_A4);
+    EXPECT_EQ(merged->dmOrientation, DMORIENT_LANDSCAPE);
+    EXPECT_STREQ(merged->dmFormName, TEXT("A4"));
 }
 
 }  // namespace

@@ -54,6 +54,9 @@ bool InstalledPrinter::InstallDriver(const std::wstring& name, const fs::path& d
     // The spooler takes the files from here and keeps them in a folder of the driver's version.
     const fs::path from = directory;
     folder_ = from / TEXT("3");
+    if (dataFile.empty()) {
+        return true;
+    }
     const fs::path dll = ProgramFolder() / TEXT("KSFAXUI.DLL");
     // No page is rendered: any module passes for the rendering one.
     std::wstring rendering = (from / TEXT("KSFAXR.DLL")).wstring();

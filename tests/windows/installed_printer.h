@@ -1,8 +1,8 @@
 #pragma once
 
 // A printer of this driver, installed on the Windows that the tests run on, with the shipped DLL
-// loaded from where the spooler put it. Made once per process: Windows does not replace the files
-// of a driver in use.
+// loaded from where the spooler put it. A driver is installed once per process: Windows does not
+// replace the files of one in use.
 
 #include <filesystem>
 #include <string>
@@ -13,7 +13,9 @@
 class InstalledPrinter {
   public:
     // Installs the DLL beside the running program and `dataFile`, with whatever cache file of an
-    // earlier run removed, and gives the printer the default record's fields and paper. handle() and module() are null when something failed; error() tells.
+    // earlier run removed, and gives the printer the default record's fields and paper. An empty
+    // `dataFile`: another printer of a driver that is installed. handle() and module() are null
+    // when something failed; error() tells.
     InstalledPrinter(const std::wstring& driverName, const std::wstring& printerName,
                      const DEVMODEW& defaults, const std::filesystem::path& dataFile);
     ~InstalledPrinter();
