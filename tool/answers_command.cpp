@@ -6,8 +6,10 @@
 #include "platform/embedded/spooler.h"
 #include "platform/embedded/text.h"
 
+#include "core/printer_data.h"
 #include "tool/fax_input.h"
 #include "tool/fax_printer.h"
+#include "tool/ppd_file.h"
 #include "tool/program.h"
 #include "tool/settings_record.h"
 
@@ -137,21 +139,43 @@ void TellCapability(const ordered_json& answer) {
 
 // ---- query
 
-int RunQuery(MachineRun& run, const std::string& ppd, const std::string& settings,
-             const std::string& trayForms, bool json) {
-    std::vector<std::byte> record = ReadSettingsRecord(settings);
-    AddFaxPrinter(run.machine(), ppd);
+struct QueryOptions {
+    MachineOptions machine;
+    std::string ppd, settings, trayForms;
+    bool json = false;
+};
+
+void StoreTrayForms(MachineRun& run, HANDLE printer, const std::string& file,
+                    const std::vector<std::byte>& table) {
+    embedded::Spooler& spooler = run.machine().spooler();
+    spooler.SetPrinterData(kPrinterName, u"TrayFormSize",
+                           embedded::StoredNumber(DWORD(table.size())));
+    spooler.SetPrinterData(kPrinterName, u"TrayFormTable", {.type = REG_BINARY, .data = table});
+    if (!ksfax::TrayFormTable(ksfax::ReadTrayFormTable(printer))) {
+        std::cerr << "ksfax: the driver takes the tray-form table " << file
+                  << " for absent: it must begin with its length, " << table.size()
+                  << " bytes, in 16 bits, and then have three texts and a number for each tray and "
+                     "a 0 at the end\n";
+    }
+}
+
+int RunQuery(const QueryOptions& options) {
+    std::vector<std::byte> record = ReadSettingsRecord(options.settings);
+    std::vector<std::byte> table;
+    if (!options.trayForms.empty()) {
+        table = ReadFileBytes(options.trayForms);
+    }
+    RequireDescription(options.machine, options.ppd);
+    MachineRun run(options.machine);
+    AddFaxPrinter(run.machine(), options.ppd);
     const OpenFaxPrinter printer;
-    if (!trayForms.empty()) {
-        const std::vector<std::byte> table = ReadFileBytes(trayForms);
-        run.machine().spooler().SetPrinterData(kPrinterName, u"TrayFormSize",
-                                               embedded::StoredNumber(DWORD(table.size())));
-        run.machine().spooler().SetPrinterData(kPrinterName, u"TrayFormTable",
-                                               {.type = REG_BINARY, .data = table});
+    if (!options.trayForms.empty()) {
+        StoreTrayForms(run, printer.handle(), options.trayForms, table);
     }
     const PrintAnswer answer = AskWhetherCanPrint(run.instance(), printer.handle(),
                                                   reinterpret_cast<DEVMODEW*>(record.data()));
-    if (json) {
+    run.Save();
+    if (options.json) {
         PrintJson(answer.Json());
     } else {
         std::cout << answer.Line() << '\n';
@@ -174,7 +198,7 @@ void AddCapabilitiesCommand(CLI::App& program, int& exitCode) {
     command->add_option("PPD", options->ppd, "The PPD file")->required()->type_name("");
     command->add_option("--settings", options->settings, "The caller's job settings record")
         ->type_name("RECORD");
-    command->add_flag("--no-forms", options->noForms, "Empty the forms database");
+    command->add_flag("--no-forms", options->noForms, "Ask as if the forms database were empty");
     command->add_flag("--json", options->json, "Print an array of objects");
     options->machine.AddTo(*command);
     command->callback([options, &exitCode] {
@@ -182,12 +206,15 @@ void AddCapabilitiesCommand(CLI::App& program, int& exitCode) {
         if (!options->settings.empty()) {
             record = ReadSettingsRecord(options->settings);
         }
+        RequireDescription(options->machine, options->ppd);
         MachineRun run(options->machine);
+        AddFaxPrinter(run.machine(), options->ppd);
+        const OpenFaxPrinter printer;
+        // A kept machine keeps its forms: to be without them is this run's question alone.
+        run.Save();
         if (options->noForms) {
             run.machine().spooler().RemoveAllForms();
         }
-        AddFaxPrinter(run.machine(), options->ppd);
-        const OpenFaxPrinter printer;
         ordered_json all = ordered_json::array();
         for (WORD index = 0; index < std::size(kCapabilities); ++index) {
             all.push_back(AskCapability(
@@ -199,17 +226,17 @@ void AddCapabilitiesCommand(CLI::App& program, int& exitCode) {
         } else {
             std::ranges::for_each(all, TellCapability);
         }
+        // Every query there is begins with the caller's record; this one has no other way to fail.
+        if (!record.empty() && all[DC_FIELDS]["result"] == kNoAnswer) {
+            std::cerr << "ksfax: nothing is answered: " << NotRecognised(options->settings, record)
+                      << '\n';
+        }
         exitCode = kDone;
     });
 }
 
 void AddQueryCommand(CLI::App& program, int& exitCode) {
-    struct Options {
-        MachineOptions machine;
-        std::string ppd, settings, trayForms;
-        bool json = false;
-    };
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<QueryOptions>();
     CLI::App* command = program.add_subcommand(
         "query", "Ask whether a job with given settings can print on the printer");
     command->add_option("PPD", options->ppd, "The PPD file")->required()->type_name("");
@@ -220,11 +247,7 @@ void AddQueryCommand(CLI::App& program, int& exitCode) {
         ->type_name("FILE");
     command->add_flag("--json", options->json, "Print one JSON object");
     options->machine.AddTo(*command);
-    command->callback([options, &exitCode] {
-        MachineRun run(options->machine);
-        exitCode =
-            RunQuery(run, options->ppd, options->settings, options->trayForms, options->json);
-    });
+    command->callback([options, &exitCode] { exitCode = RunQuery(*options); });
 }
 
 }  // namespace tool

@@ -29,12 +29,7 @@ void AddCommonOptions(CLI::App& command, Options& options) {
 }
 
 int RunInstall(const Options& options) {
-    {
-        // Read once on a machine that is thrown away: a PPD that the driver cannot take leaves
-        // the kept one as it is.
-        const embedded::Machine scratch(MachineRun::Setup(options.machine));
-        const LoadedDescription description(options.ppd);
-    }
+    RequireDescription(options.machine, options.ppd);
     MachineRun run(options.machine);
     const std::filesystem::path before = InstalledPpd(run.machine());
     const ordered_json old = MachineJson(run.machine());

@@ -52,6 +52,13 @@ LoadedDescription::LoadedDescription(const std::filesystem::path& ppd) {
     }
 }
 
+void RequireDescription(const MachineOptions& options, const std::filesystem::path& ppd) {
+    if (!options.folder.empty()) {
+        const embedded::Machine scratch(MachineRun::Setup(options));
+        const LoadedDescription description(ppd);
+    }
+}
+
 std::string FromPpd(std::string_view text) {
     return embedded::Utf8(embedded::FromAnsi(text));
 }

@@ -37,6 +37,10 @@ class LoadedDescription {
     std::filesystem::path cacheFile_;
 };
 
+// Throws what a LoadedDescription would, before a kept machine is made or changed for a PPD that the
+// driver cannot take: it is loaded on a machine that is thrown away. Nothing without a kept one.
+void RequireDescription(const MachineOptions& options, const std::filesystem::path& ppd);
+
 // Text of the PPD, which is in the machine's ANSI code page, as UTF-8; null is empty.
 std::string FromPpd(const char* text);
 std::string FromPpd(std::string_view text);

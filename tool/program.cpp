@@ -64,6 +64,16 @@ void PrintJson(const nlohmann::ordered_json& value) {
     std::cout << value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
 
+std::string Hexadecimal(std::span<const std::byte> bytes) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const std::byte byte : bytes) {
+        text += kDigits[unsigned(byte) >> 4];
+        text += kDigits[unsigned(byte) & 15];
+    }
+    return text;
+}
+
 std::string Grouped(uint64_t number) {
     std::string text = std::to_string(number);
     for (size_t at = text.size(); at > 3;) {

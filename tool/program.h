@@ -8,6 +8,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "platform/embedded/machine.h"
@@ -72,6 +73,8 @@ class MachineRun {
 std::string ShownPath(const std::filesystem::path& path);
 nlohmann::ordered_json JsonPath(const std::filesystem::path& path);  // null for an empty path
 void PrintJson(const nlohmann::ordered_json& value);
+// Two lower-case digits a byte.
+std::string Hexadecimal(std::span<const std::byte> bytes);
 // "38,462"
 std::string Grouped(uint64_t number);
 

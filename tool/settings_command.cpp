@@ -4,10 +4,13 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <optional>
+#include <type_traits>
+
+#include "platform/embedded/text.h"
 
 #include "core/spooler_queries.h"
 #include "jobsettings/job_settings.h"
-#include "platform/embedded/text.h"
 #include "tool/fax_input.h"
 #include "tool/ppd_file.h"
 #include "tool/program.h"
@@ -20,228 +23,232 @@ namespace {
 using nlohmann::ordered_json;
 using Record = std::vector<std::byte>;
 
-enum class Shape { Unsigned, Signed, Text, Bytes };
-
-struct Field {
-    const char* name;
-    size_t offset;  // in its half
-    size_t width;
-    Shape shape;
-    const char* unit;
-};
-
-#define KSFAX_PUBLIC(field, shape, unit) \
-    Field{#field, offsetof(DEVMODEW, field), sizeof(DEVMODEW::field), Shape::shape, unit}
-#define KSFAX_PRIVATE(field, shape, unit)                     \
-    Field{#field, offsetof(ksfax::PrivateJobSettings, field), \
-          sizeof(ksfax::PrivateJobSettings::field), Shape::shape, unit}
-
+// What the number or the bytes of a field mean; the names of job_settings_fields.def.
 // clang-format off
-constexpr Field kPublicFields[] = {
-    KSFAX_PUBLIC(dmDeviceName, Text, ""),
-    KSFAX_PUBLIC(dmSpecVersion, Unsigned, ""),
-    KSFAX_PUBLIC(dmDriverVersion, Unsigned, ""),
-    KSFAX_PUBLIC(dmSize, Unsigned, "bytes"),
-    KSFAX_PUBLIC(dmDriverExtra, Unsigned, "bytes"),
-    KSFAX_PUBLIC(dmFields, Unsigned, ""),
-    KSFAX_PUBLIC(dmOrientation, Signed, ""),
-    KSFAX_PUBLIC(dmPaperSize, Signed, ""),
-    KSFAX_PUBLIC(dmPaperLength, Signed, "tenths of a millimetre"),
-    KSFAX_PUBLIC(dmPaperWidth, Signed, "tenths of a millimetre"),
-    KSFAX_PUBLIC(dmScale, Signed, "percent"),
-    KSFAX_PUBLIC(dmCopies, Signed, ""),
-    KSFAX_PUBLIC(dmDefaultSource, Signed, ""),
-    KSFAX_PUBLIC(dmPrintQuality, Signed, "dots per inch"),
-    KSFAX_PUBLIC(dmColor, Signed, ""),
-    KSFAX_PUBLIC(dmDuplex, Signed, ""),
-    KSFAX_PUBLIC(dmYResolution, Signed, "dots per inch"),
-    KSFAX_PUBLIC(dmTTOption, Signed, ""),
-    KSFAX_PUBLIC(dmCollate, Signed, ""),
-    KSFAX_PUBLIC(dmFormName, Text, ""),
-    KSFAX_PUBLIC(dmLogPixels, Unsigned, ""),
-    KSFAX_PUBLIC(dmBitsPerPel, Unsigned, ""),
-    KSFAX_PUBLIC(dmPelsWidth, Unsigned, ""),
-    KSFAX_PUBLIC(dmPelsHeight, Unsigned, ""),
-    KSFAX_PUBLIC(dmDisplayFlags, Unsigned, ""),
-    KSFAX_PUBLIC(dmDisplayFrequency, Unsigned, ""),
-    KSFAX_PUBLIC(dmICMMethod, Unsigned, ""),
-    KSFAX_PUBLIC(dmICMIntent, Unsigned, ""),
-    KSFAX_PUBLIC(dmMediaType, Unsigned, ""),
-    KSFAX_PUBLIC(dmDitherType, Unsigned, ""),
-};
-
-// All but the reserved ones.
-constexpr Field kPrivateFields[] = {
-    KSFAX_PRIVATE(extensionOffset, Unsigned, ""),
-    KSFAX_PRIVATE(privateFlags, Unsigned, ""),
-    KSFAX_PRIVATE(descriptionChecksum, Unsigned, ""),
-    KSFAX_PRIVATE(featureCount, Unsigned, ""),
-    KSFAX_PRIVATE(featureSelections, Bytes, ""),
-    KSFAX_PRIVATE(sleepModeTime, Unsigned, ""),
-    KSFAX_PRIVATE(fixed186, Unsigned, ""),
-    KSFAX_PRIVATE(pagesPerSheet, Signed, ""),
-    KSFAX_PRIVATE(tonerSaveMode, Unsigned, ""),
-    KSFAX_PRIVATE(mediaType, Unsigned, ""),
-    KSFAX_PRIVATE(hrcMode, Unsigned, ""),
-    KSFAX_PRIVATE(pageProtectMode, Unsigned, ""),
-    KSFAX_PRIVATE(printerCaps, Unsigned, ""),
-    KSFAX_PRIVATE(halfResolution, Unsigned, "dots per inch"),
-    KSFAX_PRIVATE(collateControl, Unsigned, ""),
-    KSFAX_PRIVATE(showBiasVolt, Unsigned, ""),
-    KSFAX_PRIVATE(biasVolt, Unsigned, ""),
-    KSFAX_PRIVATE(scalePercent, Unsigned, ""),
-    KSFAX_PRIVATE(inchUnits, Unsigned, ""),
-    KSFAX_PRIVATE(customWidth, Unsigned, "tenths of a millimetre"),
-    KSFAX_PRIVATE(customLength, Unsigned, "tenths of a millimetre"),
-    KSFAX_PRIVATE(customPaperName, Text, ""),
-    KSFAX_PRIVATE(textOptions, Unsigned, ""),
-    KSFAX_PRIVATE(textFont, Bytes, "RGB"),
-    KSFAX_PRIVATE(textBackColor, Unsigned, "RGB"),
-    KSFAX_PRIVATE(duplexFlags, Unsigned, ""),
-    KSFAX_PRIVATE(layoutFlags, Unsigned, ""),
-    KSFAX_PRIVATE(quickPrintSetup, Unsigned, ""),
-    KSFAX_PRIVATE(counterEnabled, Unsigned, ""),
-    KSFAX_PRIVATE(compressionMode, Unsigned, ""),
-    KSFAX_PRIVATE(counterValue, Unsigned, ""),
-    KSFAX_PRIVATE(counterMode, Unsigned, ""),
-    KSFAX_PRIVATE(bandingAllowed, Unsigned, ""),
-    KSFAX_PRIVATE(rotationFlags, Unsigned, "degrees"),
-    KSFAX_PRIVATE(pageFlags, Unsigned, ""),
-    KSFAX_PRIVATE(source1, Unsigned, ""),
-    KSFAX_PRIVATE(source2, Unsigned, ""),
-    KSFAX_PRIVATE(outputBase, Unsigned, ""),
-    KSFAX_PRIVATE(reprintOptions, Unsigned, ""),
-    KSFAX_PRIVATE(defaultsMarker, Unsigned, ""),
-    KSFAX_PRIVATE(reprintFlags, Unsigned, ""),
-    KSFAX_PRIVATE(fixed454, Unsigned, ""),
-    KSFAX_PRIVATE(userText1, Bytes, ""),
-    KSFAX_PRIVATE(userText2, Bytes, ""),
-    KSFAX_PRIVATE(stapleMode, Unsigned, ""),
-    KSFAX_PRIVATE(initialPaperSize, Unsigned, ""),
-    KSFAX_PRIVATE(layoutValue, Unsigned, ""),
-    KSFAX_PRIVATE(deviceByte, Unsigned, ""),
-    KSFAX_PRIVATE(fixed1168, Unsigned, ""),
-    KSFAX_PRIVATE(halftoneInfo, Bytes, ""),
-    KSFAX_PRIVATE(jobText, Text, ""),
-    KSFAX_PRIVATE(blockSize, Unsigned, ""),
-    KSFAX_PRIVATE(duplexOut, Unsigned, ""),
-    KSFAX_PRIVATE(pagesPerSheetOut, Signed, ""),
-    KSFAX_PRIVATE(collateRequested, Unsigned, ""),
-    KSFAX_PRIVATE(collateOut, Unsigned, ""),
-    KSFAX_PRIVATE(fixed1470, Unsigned, ""),
-    KSFAX_PRIVATE(landscapeAngle, Unsigned, "degrees"),
-    KSFAX_PRIVATE(copyControl, Unsigned, ""),
-    KSFAX_PRIVATE(defaultsMarkerOut, Unsigned, ""),
-    KSFAX_PRIVATE(capsFlags, Unsigned, ""),
-    KSFAX_PRIVATE(textFontOut, Bytes, ""),
-    KSFAX_PRIVATE(textBackColorOut, Unsigned, "RGB"),
-    KSFAX_PRIVATE(counterReserved, Unsigned, ""),
-    KSFAX_PRIVATE(counterOn, Unsigned, ""),
-    KSFAX_PRIVATE(counterOut, Unsigned, ""),
-    KSFAX_PRIVATE(counterFlag, Unsigned, ""),
-    KSFAX_PRIVATE(rotationAngle, Unsigned, "degrees"),
-    KSFAX_PRIVATE(pagePaperSizeOut, Unsigned, ""),
-    KSFAX_PRIVATE(initialPaperSizeOut, Unsigned, ""),
-    KSFAX_PRIVATE(scaleOut, Unsigned, "percent"),
-    KSFAX_PRIVATE(faxResolution, Unsigned, "dots per inch"),
-};
-
-struct CodeName {
-    std::string_view field;
-    long code;
-    const char* name;
-};
-// The published names of coded values.
-constexpr CodeName kCodeNames[] = {
-    {"dmOrientation", 1, "DMORIENT_PORTRAIT"},
-    {"dmOrientation", 2, "DMORIENT_LANDSCAPE"},
-    {"dmPaperSize", 1, "DMPAPER_LETTER"},
-    {"dmPaperSize", 3, "DMPAPER_TABLOID"},
-    {"dmPaperSize", 4, "DMPAPER_LEDGER"},
-    {"dmPaperSize", 5, "DMPAPER_LEGAL"},
-    {"dmPaperSize", 7, "DMPAPER_EXECUTIVE"},
-    {"dmPaperSize", 8, "DMPAPER_A3"},
-    {"dmPaperSize", 9, "DMPAPER_A4"},
-    {"dmPaperSize", 11, "DMPAPER_A5"},
-    {"dmPaperSize", 12, "DMPAPER_B4"},
-    {"dmPaperSize", 13, "DMPAPER_B5"},
-    {"dmPaperSize", 14, "DMPAPER_FOLIO"},
-    {"dmPaperSize", 20, "DMPAPER_ENV_10"},
-    {"dmPaperSize", 27, "DMPAPER_ENV_DL"},
-    {"dmPaperSize", 28, "DMPAPER_ENV_C5"},
-    {"dmPaperSize", 34, "DMPAPER_ENV_B5"},
-    {"dmPaperSize", 37, "DMPAPER_ENV_MONARCH"},
-    {"dmPaperSize", 43, "DMPAPER_JAPANESE_POSTCARD"},
-    {"dmPaperSize", 70, "DMPAPER_A6"},
-    {"dmPaperSize", 256, "DMPAPER_USER"},
-    {"dmDefaultSource", 1, "DMBIN_UPPER"},
-    {"dmDefaultSource", 2, "DMBIN_LOWER"},
-    {"dmDefaultSource", 4, "DMBIN_MANUAL"},
-    {"dmDefaultSource", 6, "DMBIN_ENVMANUAL"},
-    {"dmDefaultSource", 7, "DMBIN_AUTO"},
-    {"dmDefaultSource", 15, "DMBIN_FORMSOURCE"},
-    {"dmColor", 1, "DMCOLOR_MONOCHROME"},
-    {"dmColor", 2, "DMCOLOR_COLOR"},
-    {"dmDuplex", 1, "DMDUP_SIMPLEX"},
-    {"dmCollate", 0, "DMCOLLATE_FALSE"},
-    {"dmCollate", 1, "DMCOLLATE_TRUE"},
-    {"dmTTOption", 1, "DMTT_BITMAP"},
-    {"dmTTOption", 2, "DMTT_DOWNLOAD"},
-    {"dmTTOption", 3, "DMTT_SUBDEV"},
-    {"faxResolution", 0, "200 x 200 dots per inch"},
-    {"faxResolution", 1, "200 x 100 dots per inch"},
+enum class Meaning {
+    Number, Hex, Text, Raw, Reserved, Bytes, Percent, Dpi, Degrees, Tenths, Rgb, Paper, Bin,
+    Orientation, Color, Duplex, TrueType, Collate, FaxResolution,
 };
 // clang-format on
 
-std::string BytesText(const std::byte* bytes, size_t count) {
-    const size_t whole = count;
-    while (count > 0 && bytes[count - 1] == std::byte{0}) {
-        --count;
-    }
-    if (count == 0) {
-        return "all zero";
-    }
-    std::string text;
-    for (size_t i = 0; i < count; ++i) {
-        char digits[4];
-        std::snprintf(digits, sizeof digits, "%02x ", unsigned(bytes[i]));
-        text += digits;
-    }
-    return text + (count < whole ? "and zeros" : "");
+struct Field {
+    const char* name;
+    size_t offset;  // in its part
+    size_t width;
+    Meaning meaning;
+    bool isPrivate;
+    bool isSigned;
+    bool isWide;  // text of WCHAR
+};
+
+template <typename Value>
+constexpr Field FieldOf(const char* name, size_t offset, Meaning meaning, bool isPrivate) {
+    return {name,
+            offset,
+            sizeof(Value),
+            meaning,
+            isPrivate,
+            std::is_signed_v<Value>,
+            std::is_same_v<std::remove_extent_t<Value>, WCHAR>};
 }
 
-std::string ValueText(const Field& field, const std::byte* bytes) {
-    if (field.shape == Shape::Text) {
-        std::u16string text(field.width / 2, u'\0');
-        std::memcpy(text.data(), bytes, field.width);
-        return '"' + embedded::Utf8(text.substr(0, text.find(u'\0'))) + '"';
+constexpr Field kFields[] = {
+#define KSFAX_PUBLIC_FIELD(field, offset, width, meaning) \
+    FieldOf<decltype(DEVMODEW::field)>(#field, offset, Meaning::meaning, false),
+#define KSFAX_PRIVATE_FIELD(field, offset, width, meaning) \
+    FieldOf<decltype(ksfax::PrivateJobSettings::field)>(#field, offset, Meaning::meaning, true),
+#include "jobsettings/job_settings_fields.def"
+};
+
+// A byte that belongs to no field could differ unseen.
+constexpr bool CoverTheRecord() {
+    size_t end = 0;
+    for (const Field& field : kFields) {
+        if (field.offset + (field.isPrivate ? ksfax::kPublicSize : 0) != end) {
+            return false;
+        }
+        end += field.width;
     }
-    if (field.shape == Shape::Bytes) {
-        return BytesText(bytes, field.width);
+    return end == sizeof(ksfax::JobSettings);
+}
+static_assert(CoverTheRecord());
+
+struct Unit {
+    Meaning meaning;
+    const char* name;
+};
+constexpr Unit kUnits[] = {
+    {Meaning::Bytes, "bytes"},
+    {Meaning::Percent, "percent"},
+    {Meaning::Dpi, "dots per inch"},
+    {Meaning::Degrees, "degrees"},
+    {Meaning::Tenths, "tenths of a millimetre"},
+    {Meaning::Rgb, "RGB"},
+};
+
+// The published names of coded values: the papers from code 1 on, and the others.
+// clang-format off
+constexpr const char* kPaperNames[] = {
+    "LETTER", "LETTERSMALL", "TABLOID", "LEDGER", "LEGAL", "STATEMENT", "EXECUTIVE", "A3", "A4",
+    "A4SMALL", "A5", "B4", "B5", "FOLIO", "QUARTO", "10X14", "11X17", "NOTE", "ENV_9", "ENV_10",
+    "ENV_11", "ENV_12", "ENV_14", "CSHEET", "DSHEET", "ESHEET", "ENV_DL", "ENV_C5", "ENV_C3",
+    "ENV_C4", "ENV_C6", "ENV_C65", "ENV_B4", "ENV_B5", "ENV_B6", "ENV_ITALY", "ENV_MONARCH",
+    "ENV_PERSONAL", "FANFOLD_US", "FANFOLD_STD_GERMAN", "FANFOLD_LGL_GERMAN", "ISO_B4",
+    "JAPANESE_POSTCARD", "9X11", "10X11", "15X11", "ENV_INVITE", "RESERVED_48", "RESERVED_49",
+    "LETTER_EXTRA", "LEGAL_EXTRA", "TABLOID_EXTRA", "A4_EXTRA", "LETTER_TRANSVERSE",
+    "A4_TRANSVERSE", "LETTER_EXTRA_TRANSVERSE", "A_PLUS", "B_PLUS", "LETTER_PLUS", "A4_PLUS",
+    "A5_TRANSVERSE", "B5_TRANSVERSE", "A3_EXTRA", "A5_EXTRA", "B5_EXTRA", "A2", "A3_TRANSVERSE",
+    "A3_EXTRA_TRANSVERSE", "DBL_JAPANESE_POSTCARD", "A6", "JENV_KAKU2", "JENV_KAKU3", "JENV_CHOU3",
+    "JENV_CHOU4", "LETTER_ROTATED", "A3_ROTATED", "A4_ROTATED", "A5_ROTATED", "B4_JIS_ROTATED",
+    "B5_JIS_ROTATED", "JAPANESE_POSTCARD_ROTATED", "DBL_JAPANESE_POSTCARD_ROTATED", "A6_ROTATED",
+    "JENV_KAKU2_ROTATED", "JENV_KAKU3_ROTATED", "JENV_CHOU3_ROTATED", "JENV_CHOU4_ROTATED",
+    "B6_JIS", "B6_JIS_ROTATED", "12X11", "JENV_YOU4", "JENV_YOU4_ROTATED", "P16K", "P32K",
+    "P32KBIG", "PENV_1", "PENV_2", "PENV_3", "PENV_4", "PENV_5", "PENV_6", "PENV_7", "PENV_8",
+    "PENV_9", "PENV_10", "P16K_ROTATED", "P32K_ROTATED", "P32KBIG_ROTATED", "PENV_1_ROTATED",
+    "PENV_2_ROTATED", "PENV_3_ROTATED", "PENV_4_ROTATED", "PENV_5_ROTATED", "PENV_6_ROTATED",
+    "PENV_7_ROTATED", "PENV_8_ROTATED", "PENV_9_ROTATED", "PENV_10_ROTATED",
+};
+static_assert(std::size(kPaperNames) == 118);
+
+struct CodeName {
+    Meaning meaning;
+    int code;
+    const char* name;
+};
+constexpr CodeName kCodeNames[] = {
+    {Meaning::Paper, 256, "DMPAPER_USER"},
+    {Meaning::Bin, 1, "DMBIN_UPPER"},
+    {Meaning::Bin, 2, "DMBIN_LOWER"},
+    {Meaning::Bin, 3, "DMBIN_MIDDLE"},
+    {Meaning::Bin, 4, "DMBIN_MANUAL"},
+    {Meaning::Bin, 5, "DMBIN_ENVELOPE"},
+    {Meaning::Bin, 6, "DMBIN_ENVMANUAL"},
+    {Meaning::Bin, 7, "DMBIN_AUTO"},
+    {Meaning::Bin, 8, "DMBIN_TRACTOR"},
+    {Meaning::Bin, 9, "DMBIN_SMALLFMT"},
+    {Meaning::Bin, 10, "DMBIN_LARGEFMT"},
+    {Meaning::Bin, 11, "DMBIN_LARGECAPACITY"},
+    {Meaning::Bin, 14, "DMBIN_CASSETTE"},
+    {Meaning::Bin, 15, "DMBIN_FORMSOURCE"},
+    {Meaning::Bin, 256, "DMBIN_USER"},
+    {Meaning::Dpi, -1, "DMRES_DRAFT"},
+    {Meaning::Dpi, -2, "DMRES_LOW"},
+    {Meaning::Dpi, -3, "DMRES_MEDIUM"},
+    {Meaning::Dpi, -4, "DMRES_HIGH"},
+    {Meaning::Orientation, 1, "DMORIENT_PORTRAIT"},
+    {Meaning::Orientation, 2, "DMORIENT_LANDSCAPE"},
+    {Meaning::Color, 1, "DMCOLOR_MONOCHROME"},
+    {Meaning::Color, 2, "DMCOLOR_COLOR"},
+    {Meaning::Duplex, 1, "DMDUP_SIMPLEX"},
+    {Meaning::Duplex, 2, "DMDUP_VERTICAL"},
+    {Meaning::Duplex, 3, "DMDUP_HORIZONTAL"},
+    {Meaning::TrueType, 1, "DMTT_BITMAP"},
+    {Meaning::TrueType, 2, "DMTT_DOWNLOAD"},
+    {Meaning::TrueType, 3, "DMTT_SUBDEV"},
+    {Meaning::TrueType, 4, "DMTT_DOWNLOAD_OUTLINE"},
+    {Meaning::Collate, 0, "DMCOLLATE_FALSE"},
+    {Meaning::Collate, 1, "DMCOLLATE_TRUE"},
+    {Meaning::FaxResolution, 0, "200 x 200 dots per inch"},
+    {Meaning::FaxResolution, 1, "200 x 100 dots per inch"},
+};
+// clang-format on
+
+// Null for a value without a name.
+ordered_json CodeNameOf(Meaning meaning, int64_t value) {
+    if (meaning == Meaning::Paper && value >= 1 && value <= int64_t(std::size(kPaperNames))) {
+        return std::string("DMPAPER_") + kPaperNames[value - 1];
     }
+    const auto* code = std::ranges::find_if(kCodeNames, [=](const CodeName& candidate) {
+        return candidate.meaning == meaning && candidate.code == value;
+    });
+    return code == std::end(kCodeNames) ? ordered_json() : ordered_json(code->name);
+}
+
+bool IsRaw(const Field& field) {
+    return field.meaning == Meaning::Raw || field.meaning == Meaning::Reserved;
+}
+
+std::string TextAt(const std::byte* bytes, const Field& field) {
+    if (!field.isWide) {
+        const std::string text(reinterpret_cast<const char*>(bytes), field.width);
+        return embedded::Utf8(embedded::FromAnsi(text.substr(0, text.find('\0'))));
+    }
+    std::u16string text(field.width / 2, u'\0');
+    std::memcpy(text.data(), bytes, field.width);
+    return embedded::Utf8(text.substr(0, text.find(u'\0')));
+}
+
+int64_t NumberAt(const std::byte* bytes, const Field& field) {
     uint32_t number = 0;
     std::memcpy(&number, bytes, field.width);
-    const long value = field.shape == Shape::Unsigned ? long(number)
-                       : field.width == 2             ? long(int16_t(number))
-                                                      : long(int32_t(number));
-    std::string text = std::to_string(value);
-    for (const CodeName& code : kCodeNames) {
-        if (code.code == value && code.field == field.name) {
-            text += std::string("  ") + code.name;
-        }
+    if (!field.isSigned) {
+        return number;
     }
-    if (field.width == 4 && value > 9) {
-        char hexadecimal[16];
-        std::snprintf(hexadecimal, sizeof hexadecimal, "  0x%X", number);
-        text += hexadecimal;
+    return field.width == 2 ? int64_t{int16_t(number)} : int64_t{int32_t(number)};
+}
+
+// {value, name, unit}: a number, a text, or bytes as hexadecimal digits; the published name of a
+// code; the unit of a value that has no name. Null for what there is not.
+ordered_json ValueAt(const std::byte* bytes, const Field& field) {
+    if (field.meaning == Meaning::Text) {
+        return {{"value", TextAt(bytes, field)}, {"name", nullptr}, {"unit", nullptr}};
     }
-    return *field.unit == '\0' ? text : text + "  " + field.unit;
+    if (IsRaw(field)) {
+        return {{"value", Hexadecimal({bytes, field.width})}, {"name", nullptr}, {"unit", nullptr}};
+    }
+    const int64_t number = NumberAt(bytes, field);
+    const ordered_json name = CodeNameOf(field.meaning, number);
+    const auto* unit = std::ranges::find(kUnits, field.meaning, &Unit::meaning);
+    const bool hasUnit = name.is_null() && unit != std::end(kUnits);
+    return {{"value", number},
+            {"name", name},
+            {"unit", hasUnit ? ordered_json(unit->name) : ordered_json()}};
 }
 
 struct ShownField {
-    std::string name;
-    std::string value;
+    const Field* field;
+    ordered_json value;
 };
+
+// "03 00 ff and zeros"
+std::string BytesText(const std::string& digits) {
+    const size_t last = digits.find_last_not_of('0');
+    if (last == std::string::npos) {
+        return "all zero";
+    }
+    std::string text;
+    for (size_t at = 0; at <= last; at += 2) {
+        text += digits.substr(at, 2) + ' ';
+    }
+    if (text.size() / 3 < digits.size() / 2) {
+        return text + "and zeros";
+    }
+    text.pop_back();
+    return text;
+}
+
+std::string ValueText(const ShownField& shown) {
+    const ordered_json& value = shown.value["value"];
+    const Meaning meaning = shown.field->meaning;
+    if (meaning == Meaning::Text) {
+        return '"' + value.get<std::string>() + '"';
+    }
+    if (value.is_string()) {
+        return BytesText(value.get<std::string>());
+    }
+    std::string text = value.dump();
+    if ((meaning == Meaning::Hex || meaning == Meaning::Rgb) && value > 9) {
+        char hexadecimal[16];
+        std::snprintf(hexadecimal, sizeof hexadecimal, "  0x%X", value.get<uint32_t>());
+        text += hexadecimal;
+    }
+    for (const char* key : {"name", "unit"}) {
+        if (!shown.value[key].is_null()) {
+            text += "  " + shown.value[key].get<std::string>();
+        }
+    }
+    return text;
+}
 
 // The fields that the record is long enough for: its public part is dmSize bytes, the private
 // part comes right behind.
@@ -249,29 +256,39 @@ std::vector<ShownField> Fields(const Record& record) {
     WORD sizes[2];
     std::memcpy(sizes, &record[offsetof(DEVMODEW, dmSize)], sizeof sizes);
     std::vector<ShownField> shown;
-    for (const Field& field : kPublicFields) {
-        if (field.offset + field.width <= sizes[0]) {
-            shown.push_back({field.name, ValueText(field, &record[field.offset])});
-        }
-    }
-    for (const Field& field : kPrivateFields) {
-        if (field.offset + field.width <= sizes[1]) {
-            shown.push_back({field.name, ValueText(field, &record[sizes[0] + field.offset])});
+    for (const Field& field : kFields) {
+        if (field.offset + field.width <= sizes[field.isPrivate]) {
+            const size_t start = field.isPrivate ? sizes[0] : 0;
+            shown.push_back({&field, ValueAt(&record[start + field.offset], field)});
         }
     }
     return shown;
 }
 
-// By name: what differs, or stands in `record` alone.
-ordered_json Differences(const Record& record, const Record& other) {
-    ordered_json differences = ordered_json::object();
+// Reserved bytes are worth a line only when they hold something.
+std::vector<ShownField> FieldsToShow(const Record& record) {
+    std::vector<ShownField> shown = Fields(record);
+    std::erase_if(shown, [](const ShownField& field) {
+        return field.field->meaning == Meaning::Reserved && ValueText(field) == "all zero";
+    });
+    return shown;
+}
+
+struct Difference {
+    ShownField here;
+    std::optional<ShownField> there;
+};
+
+// By field: what differs, or stands in `record` alone. Texts count up to their ends.
+std::vector<Difference> Differences(const Record& record, const Record& other) {
+    std::vector<Difference> differences;
     const std::vector<ShownField> theirs = Fields(other);
     for (const ShownField& field : Fields(record)) {
-        const auto same = std::ranges::find(theirs, field.name, &ShownField::name);
-        if (same == theirs.end() || same->value != field.value) {
-            differences[field.name] = {
-                {"here", field.value},
-                {"there", same == theirs.end() ? ordered_json() : ordered_json(same->value)}};
+        const auto same = std::ranges::find(theirs, field.field, &ShownField::field);
+        if (same == theirs.end()) {
+            differences.push_back({field, std::nullopt});
+        } else if (same->value != field.value) {
+            differences.push_back({field, *same});
         }
     }
     return differences;
@@ -295,62 +312,88 @@ void WriteRecord(const std::string& out, const Record& record) {
 }
 
 void TellSettings(const SettingsOptions& options, const Record& record,
-                  const ordered_json& differences) {
+                  const std::vector<Difference>& differences) {
     if (options.show) {
-        for (const ShownField& field : Fields(record)) {
-            std::cout << field.name
-                      << std::string(24 - std::min<size_t>(field.name.size(), 23), ' ')
-                      << field.value << '\n';
+        for (const ShownField& field : FieldsToShow(record)) {
+            const std::string name = field.field->name;
+            std::cout << name << std::string(24 - std::min<size_t>(name.size(), 23), ' ')
+                      << ValueText(field) << '\n';
         }
     }
-    for (const auto& [name, values] : differences.items()) {
-        std::cout << name << "  " << values["here"].get<std::string>() << "  (there: "
-                  << (values["there"].is_null() ? "none" : values["there"].get<std::string>())
+    for (const Difference& difference : differences) {
+        std::cout << difference.here.field->name << "  " << ValueText(difference.here)
+                  << "  (there: " << (difference.there ? ValueText(*difference.there) : "none")
                   << ")\n";
     }
 }
 
+ordered_json SettingsJson(const SettingsOptions& options, const Record& record,
+                          const std::string& failed, const std::vector<Difference>& differences) {
+    ordered_json json = {{"file", JsonPath(options.out)},
+                         {"bytes", record.size()},
+                         {"mergeFailed", JsonPath(failed)},
+                         {"fields", ordered_json::object()},
+                         {"differences", ordered_json::object()}};
+    for (const ShownField& field : FieldsToShow(record)) {
+        json["fields"][field.field->name] = field.value;
+    }
+    for (const Difference& difference : differences) {
+        json["differences"][difference.here.field->name] = {
+            {"here", difference.here.value},
+            {"there", difference.there ? difference.there->value : ordered_json()}};
+    }
+    return json;
+}
+
+// A slip of the shell's completion must not cost the user the PPD.
+void RefuseToOverwriteInput(const SettingsOptions& options) {
+    std::vector<std::string> inputs = options.merge;
+    inputs.insert(inputs.end(), {options.ppd, options.diff});
+    for (const std::string& input : inputs) {
+        std::error_code error;
+        if (std::filesystem::equivalent(options.out, input, error)) {
+            throw UsageError("--out " + options.out + " would overwrite " + input +
+                             ", which is read; choose another file");
+        }
+    }
+}
+
 int RunSettings(const SettingsOptions& options) {
+    RefuseToOverwriteInput(options);
     std::vector<Record> merged;
     for (const std::string& file : options.merge) {
         merged.push_back(ReadSettingsRecord(file));
     }
     const Record other = options.diff.empty() ? Record() : ReadSettingsRecord(options.diff);
+    RequireDescription(options.machine, options.ppd);
     MachineRun run(options.machine);
     const LoadedDescription description(options.ppd);
     ksfax::JobSettings settings;
-    ksfax::BuildDefaultJobSettings(&settings, embedded::Utf16(options.device).c_str(),
-                                   *description, ksfax::IsMetricLocale());
-    std::string failed;
+    ksfax::BuildDefaultJobSettings(&settings, embedded::Utf16(options.device).c_str(), *description,
+                                   ksfax::IsMetricLocale());
+    std::string failed, why;
     for (size_t i = 0; i < merged.size() && failed.empty(); ++i) {
-        if (!ksfax::MergeJobSettings(
-                &settings, reinterpret_cast<const DEVMODEW*>(merged[i].data()), *description)) {
+        if (!ksfax::MergeJobSettings(&settings, reinterpret_cast<const DEVMODEW*>(merged[i].data()),
+                                     *description)) {
             failed = options.merge[i];
+            why = NotRecognised(failed, merged[i]);
         }
     }
     const auto* bytes = reinterpret_cast<const std::byte*>(&settings);
     const Record record(bytes, bytes + sizeof settings);
+    run.Save();
     if (!options.out.empty()) {
         WriteRecord(options.out, record);
     }
-    const ordered_json differences =
-        options.diff.empty() ? ordered_json::object() : Differences(record, other);
+    const std::vector<Difference> differences =
+        options.diff.empty() ? std::vector<Difference>() : Differences(record, other);
     if (options.json) {
-        ordered_json fields = ordered_json::object();
-        for (const ShownField& field : Fields(record)) {
-            fields[field.name] = field.value;
-        }
-        PrintJson({{"file", JsonPath(options.out)},
-                   {"bytes", record.size()},
-                   {"mergeFailed", JsonPath(failed)},
-                   {"fields", fields},
-                   {"differences", differences}});
+        PrintJson(SettingsJson(options, record, failed, differences));
     } else {
         TellSettings(options, record, differences);
     }
     if (!failed.empty()) {
-        std::cerr << "ksfax: " << failed
-                  << " was not merged: it is no record that the driver recognises\n";
+        std::cerr << "ksfax: not merged: " << why << '\n';
         return kFailed;
     }
     return kDone;
@@ -372,6 +415,15 @@ std::vector<std::byte> ReadSettingsRecord(const std::filesystem::path& file) {
                         std::to_string(declared) + "; make one with ksfax settings");
     }
     return bytes;
+}
+
+std::string NotRecognised(const std::filesystem::path& file, const std::vector<std::byte>& record) {
+    WORD versions[3];  // dmSpecVersion, dmDriverVersion, dmSize
+    std::memcpy(versions, &record[offsetof(DEVMODEW, dmSpecVersion)], sizeof versions);
+    return file.string() + " is no record that the driver recognises: its dmSize is " +
+           std::to_string(versions[2]) + " and its dmSpecVersion " + std::to_string(versions[0]) +
+           ", but it takes a dmSize of 188, 212 or 220, or another with a dmSpecVersion above 0; "
+           "make a good one with ksfax settings PPD --out FILE";
 }
 
 void AddSettingsCommand(CLI::App& program, int& exitCode) {

@@ -48,16 +48,6 @@ ordered_json DeviceRecordJson(const std::vector<std::byte>& data) {
             {"installableSelections", selections}};
 }
 
-std::string Hexadecimal(const std::vector<std::byte>& data) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (const std::byte byte : data) {
-        text += kDigits[unsigned(byte) >> 4];
-        text += kDigits[unsigned(byte) & 15];
-    }
-    return text;
-}
-
 ordered_json ValueJson(const embedded::StoredValue& value) {
     if (value.type == REG_DWORD && value.data.size() == sizeof(DWORD)) {
         DWORD number = 0;
