@@ -75,8 +75,15 @@ static_assert(std::is_trivially_copyable_v<PrinterDataRecord>);
 static_assert(std::is_standard_layout_v<PrinterDataRecord>);
 static_assert(sizeof(PrinterDataRecord) == 108);
 static_assert(offsetof(PrinterDataRecord, version) == 0);
+static_assert(offsetof(PrinterDataRecord, size) == 2);
+static_assert(offsetof(PrinterDataRecord, deviceFlags) == 4);
+static_assert(offsetof(PrinterDataRecord, memoryBytes) == 8);
+static_assert(offsetof(PrinterDataRecord, jobTimeout) == 12);
+static_assert(offsetof(PrinterDataRecord, waitTimeout) == 16);
 static_assert(offsetof(PrinterDataRecord, languageIndex) == 20);
+static_assert(offsetof(PrinterDataRecord, reserved) == 22);
 static_assert(offsetof(PrinterDataRecord, descriptionChecksum) == 40);
+static_assert(offsetof(PrinterDataRecord, installableCount) == 42);
 static_assert(offsetof(PrinterDataRecord, installableSelections) == 44);
 
 // What the description, the administrator's values "FreeMem" (kilobytes, at least 100) and

@@ -22,8 +22,8 @@ uint16_t PrivateWord(const DEVMODEW* record, size_t offset) {
     return value;
 }
 
-// By way of hundredths of an inch, each step truncated: a straight conversion would come out a
-// point higher for some sizes, and a record would then miss its paper.
+// By way of hundredths of an inch. Each step truncates, as the readers of the form's size expect; a
+// straight conversion comes out a point higher for some sizes.
 DWORD PointsFromTenths(uint16_t tenthsOfMillimetre) {
     const DWORD hundredthsOfInch = tenthsOfMillimetre * 100u / 254u;
     return (hundredthsOfInch * 72u / 100u) << 8;

@@ -200,6 +200,7 @@ TEST_F(Query, ChecksTheOptions) {
     EXPECT_EQ(Ask(JobOfColour(1, {U16(90, 200)})), 0u);
     EXPECT_EQ(Ask(JobOfColour(1, {U16(90, 400)})), 40054u);
     EXPECT_EQ(Ask(JobOfColour(255, {U16(90, 400)})), 0u);
+    EXPECT_EQ(Ask(JobOfColour(1, {U16(90, 400), U16(78, 5)})), 40049u);  // the paper comes first
     // Large memory, stored for this printer, forbids grey.
     const RecordBytes grey = JobOfColour(0);
     RecordBytes record(108);
@@ -213,20 +214,38 @@ TEST_F(Query, ChecksTheOptions) {
     EXPECT_EQ(Ask(grey), 0u);
 }
 
+// With 1200 dots per inch on offer the resolution has its bit only when the job brings it; without
+// it the selection stays the job's own, here 200dpi, which Black forbids.
+TEST_F(Query, SelectsAResolutionOnlyByItsBit) {
+    std::string ppd(kQueryPpd);
+    for (size_t at; (at = ppd.find("400dpi")) != std::string::npos;) {
+        ppd.replace(at, 3, "1200");
+    }
+    fax.AddPrinter(u"Query", u"C:\\Ppd\\FINE.PPD", ppd);
+    EXPECT_EQ(Ask(JobOfColour(1, {P8(122, 1), U16(90, 200)})), 40054u);
+    EXPECT_EQ(Ask(JobOfColour(1, {P8(122, 1), U16(90, 200), U32(72, 0x402)})), 0u);
+}
+
 TEST_F(Query, ChecksTheResolutionLast) {
     EXPECT_EQ(Ask(Job(9, {U16(90, 600)})), 0u);  // the merge made it the default
     // A default that a record cannot hold.
-    fax.AddPrinter(u"Query", u"C:\\Ppd\\HUGE.PPD", R"(*PPD-Adobe: "4.3"
+    const std::string ppd = R"(*PPD-Adobe: "4.3"
 *OpenUI *PageSize: PickOne
 *PageSize A4: ""
 *CloseUI: *PageSize
+*OpenUI *Colour: PickOne
+*Colour Grey: ""
+*CloseUI: *Colour
 *OpenUI *Resolution: PickOne
 *DefaultResolution: 40000dpi
 *Resolution 40000dpi: ""
 *CloseUI: *Resolution
-)");
+)";
+    fax.AddPrinter(u"Query", u"C:\\Ppd\\HUGE.PPD", ppd);
     EXPECT_EQ(Ask(Job(9)), 40043u);
     EXPECT_EQ(Ask(Job(5)), 40049u);
+    fax.AddPrinter(u"Query", u"C:\\Ppd\\CLASH.PPD", ppd + "*UIConstraints: *PageSize *Colour\n");
+    EXPECT_EQ(Ask(Job(9)), 40054u);
 }
 
 TEST_F(Query, SaysWhatFailed) {

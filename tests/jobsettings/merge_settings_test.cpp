@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "platform/embedded/windows.h"
 #include "platform/embedded/machine.h"
+#include "platform/embedded/windows.h"
 
 #include "jobsettings/job_settings.h"
 #include "tests/jobsettings/made_description.h"
@@ -51,6 +51,7 @@ TEST_F(Merging, TakesFromThePublicPartWhatTheDriverAccepts) {
         const char* what;
         std::vector<Field> input;
         std::vector<Field> expected;
+        std::vector<Field> target = {};  // what it had other than the fixture's
     };
     const Row rows[] = {
         {"nothing", {}, {}},
@@ -90,10 +91,31 @@ TEST_F(Merging, TakesFromThePublicPartWhatTheDriverAccepts) {
          {U32(72, 0x2403)}},
         {"duplex and collation", {U32(72, 0x9000), U16(94, 2), U16(100, 1)}, {}},
         {"colour", {U32(72, 0x800), U16(92, 2)}, {}},
+        {"no orientation, over landscape", {U32(72, 0x1), U16(76, 3)}, {U16(76, 1)}, {U16(76, 2)}},
+        {"the default resolution anew",
+         {U32(72, 0x400), U16(90, 600)},
+         {U16(90, 200)},
+         {U16(90, 400)}},
+        {"the bit of the resolution",
+         {U32(72, 0x400), U16(90, 400)},
+         {U32(72, 0x403), U16(90, 400)},
+         {U32(72, 0x3)}},
+        {"a resolution, over one without its bit", {U16(90, 400)}, {U16(90, 400)}, {U32(72, 0x3)}},
+        {"paper, over a form name",
+         {U32(72, 0x2), U16(78, 5)},
+         {U32(72, 0x403), U16(78, 5)},
+         {U32(72, 0x10401)}},
+        {"user-defined size, over a form name",
+         {U32(72, 0x8), U16(78, 256), U16(82, 1000)},
+         {U32(72, 0x403), U16(78, 256), U16(82, 1000), P16(234, 1000)},
+         {U32(72, 0x10401)}},
     };
+    const RecordBytes plain = target;
     for (const Row& row : rows) {
         RecordBytes input = CallersRecord(220, 0);
         Put(&input, row.input);
+        target = plain;
+        Put(&target, row.target);
         EXPECT_TRUE(Merge(input)) << row.what;
         EXPECT_EQ(Differences(merged_, TargetWith(row.expected)), "") << row.what;
     }
