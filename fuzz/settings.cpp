@@ -3,8 +3,13 @@
 //
 // Input: byte 0 the printer (bit 0), byte 1 the capability, byte 2 the conversion mode, byte 3
 // the room for text, bytes 4 to 7 the shape of a destination record (dmSize, dmDriverExtra), byte
-// 8 the byte count of the conversion, and from byte 16 on a job settings record. Records get
-// exactly the memory that they declare, so the sanitizers see every step beyond.
+// 8 the byte count of the conversion, bytes 9 to 15 what the printer has stored, and from byte 16
+// on a job settings record. What is stored comes from that record's bytes too: byte 9 says what
+// there is (bit 0 a default record, bit 1 a tray-form table, bit 2 a device record) and what of it
+// is put right (bit 3 the table's length, bit 4 the record's checksum), bytes 10 to 12 where each
+// begins, in steps of 8 bytes, bytes 13 and 14 how long the last two are, in steps of 4 bytes, byte
+// 15 how far their size values are from the truth. Records get exactly the memory that they
+// declare, so the sanitizers see every step beyond.
 
 #include <algorithm>
 #include <cstdint>
@@ -23,7 +28,9 @@
 #include "platform/windows_api.h"
 
 #include "core/module_state.h"
+#include "core/printer_data.h"
 #include "description/load_description.h"
+#include "description/printer_description.h"
 #include "jobsettings/job_settings.h"
 
 extern "C" const std::byte ksfaxui_resources[];
@@ -33,6 +40,8 @@ namespace {
 
 using namespace ksfax;
 
+constexpr size_t kHeadSize = 16;
+
 void Require(bool holds) {
     if (!holds) {
         std::abort();
@@ -40,7 +49,8 @@ void Require(bool holds) {
 }
 
 std::string OrdinaryPpd() {
-    return "*PPD-Adobe: \"4.3\"\n*PrinterCaps: \"36866\"\n*LandscapeOrientation: Minus90\n"
+    return "*PPD-Adobe: \"4.3\"\n*FileVersion: \"1.0\"\n"
+           "*PrinterCaps: \"36866\"\n*LandscapeOrientation: Minus90\n"
            "*OpenUI *PageSize: PickOne\n*DefaultPageSize: A4\n*PageSize A4: \"\"\n"
            "*PageSize Letter: \"\"\n*CloseUI: *PageSize\n*PaperDimension A4: \"595 842\"\n"
            "*OpenUI *Paper: PickOne\n*Paper A4: \"9\"\n*Paper Letter: \"1\"\n"
@@ -52,7 +62,7 @@ std::string OrdinaryPpd() {
 }
 
 std::string CrowdedPpd() {
-    std::string ppd = "*PPD-Adobe: \"4.3\"\n*OpenUI *PageSize: PickOne\n";
+    std::string ppd = "*PPD-Adobe: \"4.3\"\n*FileVersion: \"1.0\"\n*OpenUI *PageSize: PickOne\n";
     for (int i = 0; i < 300; ++i) {
         ppd += "*PageSize P" + std::to_string(i) + ": \"\"\n";
     }
@@ -77,6 +87,8 @@ std::string CrowdedPpd() {
     return ppd;
 }
 
+constexpr const char16_t* kPrinterNames[] = {u"Ordinary", u"Crowded"};
+
 class Home {
   public:
     Home() {
@@ -89,7 +101,7 @@ class Home {
         DllMain(module_, DLL_PROCESS_ATTACH, nullptr);
         Add(u"Ordinary", OrdinaryPpd());
         Add(u"Crowded", CrowdedPpd());
-        for (const char16_t* name : {u"Ordinary", u"Crowded"}) {
+        for (const char16_t* name : kPrinterNames) {
             std::u16string writable(name);
             HANDLE printer = nullptr;
             Require(OpenPrinterW(writable.data(), &printer, nullptr));
@@ -109,6 +121,8 @@ class Home {
         }
         DllMain(module_, DLL_PROCESS_DETACH, nullptr);
     }
+
+    embedded::Spooler& spooler() { return machine_.spooler(); }
 
     std::vector<HANDLE> printers;
     std::vector<PrinterDescription*> descriptions;
@@ -152,6 +166,57 @@ class Record {
     size_t size_;
     std::unique_ptr<uint8_t[]> bytes_;
 };
+
+using Bytes = std::vector<std::byte>;
+
+// The bytes of the input from the `step`-th step behind the head on, at most `most` of them.
+Bytes Slice(const uint8_t* data, size_t size, size_t step, size_t most) {
+    const size_t start = std::min(size, kHeadSize + step * 8);
+    const auto* first = reinterpret_cast<const std::byte*>(data + start);
+    return Bytes(first, first + std::min(most, size - start));
+}
+
+void PutWord(Bytes* bytes, size_t offset, size_t word) {
+    if (bytes->size() >= offset + 2) {
+        (*bytes)[offset] = std::byte(word);
+        (*bytes)[offset + 1] = std::byte(word >> 8);
+    }
+}
+
+void StoreBlock(embedded::Spooler& spooler, const char16_t* printer, const char16_t* sizeName,
+                const char16_t* dataName, const Bytes& block, int8_t lie) {
+    spooler.SetPrinterData(printer, sizeName,
+                           embedded::StoredNumber(static_cast<DWORD>(block.size() + lie)));
+    spooler.SetPrinterData(printer, dataName, {.type = REG_BINARY, .data = block});
+}
+
+void StoreWhatThePrinterHas(Home& home, const uint8_t* data, size_t size) {
+    const char16_t* name = kPrinterNames[data[0] & 1];
+    embedded::Printer printer = {.name = name, .driverName = name};
+    if ((data[9] & 1) != 0) {
+        const Bytes bytes = Slice(data, size, data[10], SIZE_MAX);
+        Record record(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+        const auto* first = reinterpret_cast<const std::byte*>(record.get());
+        printer.defaultSettings.assign(first, first + record.size());
+    }
+    home.spooler().AddPrinter(std::move(printer));  // in place of what it was
+    const auto lie = static_cast<int8_t>(data[15]);
+    if ((data[9] & 2) != 0) {
+        Bytes table = Slice(data, size, data[11], data[13] * size_t{4});
+        if ((data[9] & 8) != 0) {
+            PutWord(&table, 0, table.size());
+        }
+        StoreBlock(home.spooler(), name, u"TrayFormSize", u"TrayFormTable", table, lie);
+    }
+    if ((data[9] & 4) != 0) {
+        Bytes record = Slice(data, size, data[12], data[14] * size_t{4});
+        if ((data[9] & 16) != 0) {
+            PutWord(&record, offsetof(PrinterDataRecord, descriptionChecksum),
+                    home.descriptions[data[0] & 1]->Checksum);
+        }
+        StoreBlock(home.spooler(), name, u"PrinterDataSize", u"PrinterData", record, lie);
+    }
+}
 
 Record Destination(const uint8_t* head) {
     uint8_t header[kDevModeHeaderSize] = {};
@@ -219,13 +284,13 @@ void Ask(Home& home, const uint8_t* head, Record& record) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    constexpr size_t headSize = 16;
-    if (size < headSize) {
+    if (size < kHeadSize) {
         return 0;
     }
     static Home home;
+    StoreWhatThePrinterHas(home, data, size);
     for (const auto action : {0, 1, 2}) {
-        Record record(data + headSize, size - headSize);
+        Record record(data + kHeadSize, size - kHeadSize);
         if (action == 0) {
             MergeAndCopyOut(home, data, record);
         } else if (action == 1) {

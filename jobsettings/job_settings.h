@@ -366,10 +366,10 @@ static_assert(sizeof(JobSettings) == 2608);
 static_assert(offsetof(JobSettings, privateBytes) == kPublicSize);
 static_assert(offsetof(DEVMODEW, dmFields) == kDevModeHeaderSize);
 
-#define KSFAX_PUBLIC_FIELD(field, offset, width, meaning) \
+#define KSFAX_PUBLIC_FIELD(field, offset, width, meaning)                                          \
     static_assert(offsetof(DEVMODEW, field) == (offset) && sizeof(DEVMODEW::field) == (width));
-#define KSFAX_PRIVATE_FIELD(field, offset, width, meaning)           \
-    static_assert(offsetof(PrivateJobSettings, field) == (offset) && \
+#define KSFAX_PRIVATE_FIELD(field, offset, width, meaning)                                         \
+    static_assert(offsetof(PrivateJobSettings, field) == (offset) &&                               \
                   sizeof(PrivateJobSettings::field) == (width));
 #include "jobsettings/job_settings_fields.def"
 

@@ -53,9 +53,9 @@ constexpr Field FieldOf(const char* name, size_t offset, Meaning meaning, bool i
 }
 
 constexpr Field kFields[] = {
-#define KSFAX_PUBLIC_FIELD(field, offset, width, meaning) \
+#define KSFAX_PUBLIC_FIELD(field, offset, width, meaning)                                          \
     FieldOf<decltype(DEVMODEW::field)>(#field, offset, Meaning::meaning, false),
-#define KSFAX_PRIVATE_FIELD(field, offset, width, meaning) \
+#define KSFAX_PRIVATE_FIELD(field, offset, width, meaning)                                         \
     FieldOf<decltype(ksfax::PrivateJobSettings::field)>(#field, offset, Meaning::meaning, true),
 #include "jobsettings/job_settings_fields.def"
 };
