@@ -149,14 +149,14 @@ class Record {
   public:
     Record(const uint8_t* data, size_t size) {
         uint8_t header[kDevModeHeaderSize] = {};
-        std::memcpy(header, data, std::min(size, sizeof(header)));
+        std::copy_n(data, std::min(size, sizeof(header)), header);  // data may be null, size then 0
         DEVMODEW shape = {};
         std::memcpy(static_cast<void*>(&shape), header, sizeof(header));
         const size_t declared = size_t{shape.dmSize} + shape.dmDriverExtra;
         size_ = std::max(declared, kDevModeHeaderSize);
         bytes_.reset(new uint8_t[size_]());
         std::memcpy(bytes_.get(), header, sizeof(header));
-        std::memcpy(bytes_.get(), data, std::min(size, size_));
+        std::copy_n(data, std::min(size, size_), bytes_.get());
     }
 
     DEVMODEW* get() { return reinterpret_cast<DEVMODEW*>(bytes_.get()); }
