@@ -31,10 +31,6 @@ WCHAR* JoinInHeap(HANDLE heap, WideText text, WideText added) {
     return joined;
 }
 
-WCHAR* CopyIntoHeap(HANDLE heap, const WCHAR* text) {
-    return JoinInHeap(heap, text != nullptr ? WideText(text) : WideText(), WideText());
-}
-
 bool IsCurrentRecord(const DEVMODEW& record) {
     return record.dmSpecVersion == kSpecVersion && record.dmDriverVersion == kDriverVersion &&
            record.dmDriverExtra == kPrivateSize;
@@ -193,7 +189,14 @@ PrinterSession* OpenPrinterSession(HANDLE printer, const DEVMODEW* callerRecord)
 
 void ClosePrinterSession(PrinterSession* session) {
     ReleaseDescription(session->description);
+    // A host that calls with the old pointer once more shall not find a session there.
+    session->selfCheckHead = nullptr;
+    session->selfCheckTail = nullptr;
     HeapDestroy(session->heap);
+}
+
+WCHAR* CopyIntoHeap(HANDLE heap, const WCHAR* text) {
+    return JoinInHeap(heap, text != nullptr ? WideText(text) : WideText(), WideText());
 }
 
 bool IsPrinterSession(const PrinterSession* session) {

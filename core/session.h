@@ -16,6 +16,17 @@ struct PrinterDescription;
 
 constexpr size_t kPortNameRoom = 260;
 
+// One paper of the paper page's list.
+struct PaperListEntry {
+    uint16_t displayString;  // its name, in the resource module; 0 for a paper without one
+    uint32_t paperCode;      // DMPAPER_ code; 256 is the user-defined size
+};
+// The `displayString` behind the last paper, in an entry whose code is 0.
+constexpr uint16_t kPaperListEnd = 0xFFFF;
+
+// Pages that the document property sheet has from this driver.
+constexpr size_t kDocumentPages = 1;
+
 // Lives in its own heap, with every string that it points to.
 struct PrinterSession {
     PrinterSession* selfCheckHead;          // the session's own address
@@ -29,7 +40,16 @@ struct PrinterSession {
     WCHAR* driverName;
     PrinterDataRecord printerData;  // a copy, in the current version
     JobSettings jobSettings;        // the sheet's page edits it in place
+
+    // The user interface's own; zero in a new session.
+    HWND pageWindow;                        // the paper page, while it is there
+    HGLOBAL paperListBlock;                 // holds `paperList`; null with the fallback list
+    const PaperListEntry* paperList;        // up to kPaperListEnd
+    HANDLE propSheetPages[kDocumentPages];  // what the host knows the document pages by
+    HMODULE pageResourceModule;             // the pages' strings; set once the page is in its sheet
+
     WCHAR portName[kPortNameRoom];  // cut, zero-filled
+    HBRUSH pageBrush;               // button-face colour, while the paper page is there
     PrinterSession* selfCheckTail;  // the session's own address
 };
 
@@ -46,6 +66,9 @@ struct SessionTraits {
     static void Free(Value value) { ClosePrinterSession(value); }
 };
 using OpenSession = platform::Owned<SessionTraits>;
+
+// A copy in the session's heap or another; null when memory runs out. A null text is empty.
+[[nodiscard]] WCHAR* CopyIntoHeap(HANDLE heap, const WCHAR* text);
 
 // Whether a pointer that came back from the property sheet's host is a session.
 [[nodiscard]] bool IsPrinterSession(const PrinterSession* session);

@@ -11,7 +11,9 @@
 #include <winspool.h>
 // Need both.
 #include <compstui.h>
+#include <htmlhelp.h>
 #include <prsht.h>
+#include <shlobj.h>
 #include <winddiui.h>
 
 #include "platform/windows/missing.h"

@@ -111,6 +111,18 @@ BOOL SetFileAttributesW(LPCWSTR path, DWORD attributes);
 // `name` holds MAX_PATH characters.
 UINT GetTempFileNameW(LPCWSTR folder, LPCWSTR prefix, UINT unique, LPWSTR name);
 UINT GetWindowsDirectoryW(LPWSTR path, UINT characters);
+UINT GetWindowsDirectoryA(LPSTR path, UINT characters);
+// The new folder takes the attributes of the folder `likeThis`. Default security alone.
+BOOL CreateDirectoryExW(LPCWSTR likeThis, LPCWSTR path, SECURITY_ATTRIBUTES* security);
+
+// The user's own folders, which are there: C:\Users\<user>\Documents (CSIDL_PERSONAL) and
+// C:\Users\<user>\AppData\Roaming (CSIDL_APPDATA). Owner, token and flags 0. `path` holds
+// MAX_PATH characters; E_FAIL for a path that does not fit.
+constexpr int CSIDL_PERSONAL = 0x0005;
+constexpr int CSIDL_APPDATA = 0x001A;
+constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005);
+HRESULT SHGetFolderPathW(HWND owner, int folder, HANDLE token, DWORD flags, LPWSTR path);
+HRESULT SHGetFolderPathA(HWND owner, int folder, HANDLE token, DWORD flags, LPSTR path);
 
 // ---- File mapping and named shared memory ----
 constexpr DWORD PAGE_READONLY = 0x02;
@@ -149,7 +161,9 @@ BOOL WritePrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR value, LPC
 
 // ---- Modules ----
 HMODULE LoadLibraryW(LPCWSTR name);
+HMODULE LoadLibraryA(LPCSTR name);
 BOOL FreeLibrary(HMODULE module);
+// By name, or by an ordinal in place of one.
 FARPROC GetProcAddress(HMODULE module, LPCSTR name);
 DWORD GetModuleFileNameW(HMODULE module, LPWSTR path, DWORD characters);
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved);

@@ -10,12 +10,16 @@ struct SECURITY_ATTRIBUTES;
 using REGSAM = DWORD;
 constexpr REGSAM KEY_QUERY_VALUE = 0x00000001;
 constexpr REGSAM KEY_SET_VALUE = 0x00000002;
+constexpr REGSAM KEY_READ = 0x00020019;
 constexpr REGSAM KEY_ALL_ACCESS = 0x000F003F;
 constexpr DWORD REG_CREATED_NEW_KEY = 1;
 constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
 constexpr DWORD ERROR_BAD_PATHNAME = 161;
 constexpr DWORD ERROR_KEY_DELETED = 1018;
 
+// "Software\\Classes" of the local machine; for reading.
+inline const HKEY HKEY_CLASSES_ROOT =
+    reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(0x80000000)));
 inline const HKEY HKEY_CURRENT_USER =
     reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(0x80000001)));
 inline const HKEY HKEY_LOCAL_MACHINE =
@@ -23,6 +27,7 @@ inline const HKEY HKEY_LOCAL_MACHINE =
 
 // Key names are found without regard to letter case, and may hold several levels. Options 0.
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM access, HKEY* opened);
+LSTATUS RegOpenKeyExA(HKEY key, LPCSTR subkey, DWORD options, REGSAM access, HKEY* opened);
 // Opens the key when it is there, and makes it and those above it when not; the class is kept with
 // a new key. Default security alone; `disposition` may be null.
 LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subkey, DWORD reserved, LPWSTR keyClass, DWORD options,

@@ -297,6 +297,10 @@ constexpr UINT HELP_WM_HELP = 12;
 // Shows nothing: the machine records the request (Windows::helpRequests) and answers TRUE.
 BOOL WinHelpW(HWND window, LPCWSTR file, UINT command, ULONG_PTR data);
 
+// Commands of HtmlHelpW, which a library exports by its ordinal 15.
+constexpr UINT HH_DISPLAY_TOPIC = 0x0000;
+constexpr UINT HH_CLOSE_ALL = 0x0012;
+
 // The component library's two calls around the HTML help viewer. The reserved argument is null;
 // each successful CoInitialize is outstanding until its CoUninitialize (Leaks).
 constexpr HRESULT S_OK = 0;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/embedded/api_kernel.h"
+#include "platform/embedded/api_user.h"
 #include "platform/embedded/text.h"
 
 namespace embedded {
@@ -687,6 +688,27 @@ DWORD FileSystem::Move(std::u16string_view source, std::u16string_view target) {
     return error;
 }
 
+DWORD FileSystem::MakeFolder(std::u16string_view path, std::u16string_view likeThis) {
+    const Place model = Find(likeThis);
+    if (model.error != ERROR_SUCCESS || !model.isFolder) {
+        return model.error != ERROR_SUCCESS ? model.error : ERROR_DIRECTORY;
+    }
+    const Place place = Find(path);
+    if (place.error == ERROR_SUCCESS) {
+        return ERROR_ALREADY_EXISTS;
+    }
+    if (!place.canBeMade) {
+        return place.error;
+    }
+    if (!IsWritable(place.path)) {
+        return ERROR_ACCESS_DENIED;
+    }
+    if (mkdir(place.path.c_str(), 0777) != 0) {
+        return errno == EEXIST ? ERROR_ALREADY_EXISTS : ErrorOf(errno);
+    }
+    return StoreAttributes(place.path, AttributesOf(model.path));
+}
+
 DWORD FileSystem::ReserveTemporary(std::u16string_view folder, std::u16string_view prefix,
                                    uint16_t& number) {
     const Place place = Find(folder);
@@ -938,16 +960,87 @@ UINT GetTempFileNameW(LPCWSTR folder, LPCWSTR prefix, UINT unique, LPWSTR name) 
     return unique != 0 ? unique : number;
 }
 
+namespace {
+
+constexpr std::u16string_view kWindowsFolder = u"C:\\Windows";
+
+// Stores a text with its terminator where there is room for both; what the call answers.
+template <typename Text>
+UINT StorePath(const Text& text, typename Text::value_type* path, UINT characters) {
+    if (characters <= text.size()) {
+        return static_cast<UINT>(text.size() + 1);
+    }
+    *std::copy(text.begin(), text.end(), path) = 0;
+    return static_cast<UINT>(text.size());
+}
+
+// Empty for a folder that the machine does not know. Users have their folders before they run
+// anything.
+std::u16string UserFolder(int folder) {
+    std::u16string path = u"C:\\Users\\" + Machine::Current().setup().userName;
+    switch (folder) {
+    case CSIDL_PERSONAL:
+        path += u"\\Documents";
+        break;
+    case CSIDL_APPDATA:
+        path += u"\\AppData\\Roaming";
+        break;
+    default:
+        return {};
+    }
+    std::error_code ignored;
+    std::filesystem::create_directories(Files().HostPath(path), ignored);
+    return path;
+}
+
+template <typename Text>
+HRESULT StoreUserFolder(const Text& folder, typename Text::value_type* path) {
+    if (folder.empty() || folder.size() >= MAX_PATH) {
+        path[0] = 0;
+        return E_FAIL;
+    }
+    StorePath(folder, path, MAX_PATH);
+    return S_OK;
+}
+
+}  // namespace
+
 UINT GetWindowsDirectoryW(LPWSTR path, UINT characters) {
     static CallSite call("GetWindowsDirectoryW");
     if (call.Fails()) {
         SetLastError(ERROR_ACCESS_DENIED);
         return 0;
     }
-    constexpr std::u16string_view kFolder = u"C:\\Windows";
-    if (characters <= kFolder.size()) {
-        return static_cast<UINT>(kFolder.size() + 1);
+    return StorePath(kWindowsFolder, path, characters);
+}
+
+UINT GetWindowsDirectoryA(LPSTR path, UINT characters) {
+    static CallSite call("GetWindowsDirectoryA");
+    if (call.Fails()) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return 0;
     }
-    *std::copy(kFolder.begin(), kFolder.end(), path) = 0;
-    return static_cast<UINT>(kFolder.size());
+    return StorePath(ToAnsi(kWindowsFolder), path, characters);
+}
+
+BOOL CreateDirectoryExW(LPCWSTR likeThis, LPCWSTR path, SECURITY_ATTRIBUTES* security) {
+    static CallSite call("CreateDirectoryExW");
+    ++Files().counters.creates;
+    if (call.Fails()) {
+        return Answer(ERROR_ACCESS_DENIED);
+    }
+    if (likeThis == nullptr || path == nullptr || security != nullptr) {
+        return Answer(ERROR_INVALID_PARAMETER);
+    }
+    return Answer(Files().MakeFolder(path, likeThis));
+}
+
+HRESULT SHGetFolderPathW(HWND, int folder, HANDLE, DWORD, LPWSTR path) {
+    static CallSite call("SHGetFolderPathW");
+    return call.Fails() ? E_FAIL : StoreUserFolder(UserFolder(folder), path);
+}
+
+HRESULT SHGetFolderPathA(HWND, int folder, HANDLE, DWORD, LPSTR path) {
+    static CallSite call("SHGetFolderPathA");
+    return call.Fails() ? E_FAIL : StoreUserFolder(ToAnsi(UserFolder(folder)), path);
 }

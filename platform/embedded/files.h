@@ -31,7 +31,7 @@ namespace embedded {
 // whether it succeeds or fails.
 struct FileOperations {
     unsigned opens = 0;    // CreateFileW of an existing file
-    unsigned creates = 0;  // CreateFileW of a new file, and temporary names reserved
+    unsigned creates = 0;  // CreateFileW of a new file, temporary names reserved, new folders
     unsigned copies = 0;
     unsigned moves = 0;
     unsigned reads = 0;
@@ -152,6 +152,8 @@ class FileSystem {
     DWORD Copy(std::u16string_view source, std::u16string_view target, bool failIfExists);
     DWORD Move(std::u16string_view source, std::u16string_view target);
     DWORD SetAttributes(std::u16string_view path, DWORD attributes);
+    // A new folder with the attributes of the folder `likeThis`.
+    DWORD MakeFolder(std::u16string_view path, std::u16string_view likeThis);
     // Makes a new empty file <prefix><number><".tmp"> in the folder, the number in upper-case
     // hexadecimal from 1 up to four digits.
     DWORD ReserveTemporary(std::u16string_view folder, std::u16string_view prefix,

@@ -135,6 +135,16 @@ FARPROC Modules::FindExport(HMODULE module, const char* name) const {
     return entry != found->definition.exports.end() ? entry->second : nullptr;
 }
 
+FARPROC Modules::FindExport(HMODULE module, WORD ordinal) const {
+    std::lock_guard lock(mutex_);
+    const Module* found = Find(module);
+    if (found == nullptr) {
+        return nullptr;
+    }
+    const auto entry = found->definition.ordinals.find(ordinal);
+    return entry != found->definition.ordinals.end() ? entry->second : nullptr;
+}
+
 std::u16string Modules::PathOf(HMODULE module) const {
     std::lock_guard lock(mutex_);
     const Module* found = Find(module);
@@ -147,18 +157,12 @@ Modules& Loader() {
     return Machine::Current().modules();
 }
 
-}  // namespace
-}  // namespace embedded
-
-using namespace embedded;
-
-HMODULE LoadLibraryW(LPCWSTR name) {
-    static CallSite call("LoadLibraryW");
+HMODULE LoadModule(CallSite& call, std::u16string_view name) {
     if (call.Fails()) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
-    const HMODULE module = name != nullptr && *name != 0 ? Loader().Load(name) : nullptr;
+    const HMODULE module = name.empty() ? nullptr : Loader().Load(name);
     const auto value = reinterpret_cast<uintptr_t>(module);
     if (value == 0) {
         SetLastError(ERROR_MOD_NOT_FOUND);
@@ -166,6 +170,21 @@ HMODULE LoadLibraryW(LPCWSTR name) {
         SetLastError(static_cast<DWORD>(value));  // such answers are error codes
     }
     return module;
+}
+
+}  // namespace
+}  // namespace embedded
+
+using namespace embedded;
+
+HMODULE LoadLibraryW(LPCWSTR name) {
+    static CallSite call("LoadLibraryW");
+    return LoadModule(call, name != nullptr ? name : TEXT(""));
+}
+
+HMODULE LoadLibraryA(LPCSTR name) {
+    static CallSite call("LoadLibraryA");
+    return LoadModule(call, FromAnsi(name != nullptr ? name : ""));
 }
 
 BOOL FreeLibrary(HMODULE module) {
@@ -181,13 +200,14 @@ BOOL FreeLibrary(HMODULE module) {
 
 FARPROC GetProcAddress(HMODULE module, LPCSTR name) {
     static CallSite call("GetProcAddress");
-    // Numbers instead of names: no module of this machine has any.
-    const bool isNumber = reinterpret_cast<uintptr_t>(name) < 0x10000;
+    const auto number = reinterpret_cast<uintptr_t>(name);
     if (!Loader().IsLoaded(module)) {
         SetLastError(ERROR_MOD_NOT_FOUND);
         return nullptr;
     }
-    const FARPROC found = call.Fails() || isNumber ? nullptr : Loader().FindExport(module, name);
+    const FARPROC found = call.Fails()     ? nullptr
+                          : number < 0x10000 ? Loader().FindExport(module, static_cast<WORD>(number))
+                                             : Loader().FindExport(module, name);
     if (found == nullptr) {
         SetLastError(ERROR_PROC_NOT_FOUND);
     }

@@ -19,20 +19,21 @@ struct ModuleDefinition {
     std::u16string path;                     // such as C:\Windows\System32\KSFAXDLG.DLL
     std::map<std::string, FARPROC> exports;  // by name
     std::span<const std::byte> resources;    // the bytes of a .res file; may be empty
+    std::map<WORD, FARPROC> ordinals = {};   // exports that are found by their number
 };
 
 class Modules {
   public:
     explicit Modules(Machine& machine) : machine_(machine) {}
 
-    // Installs a module, so that LoadLibraryW finds it by its file name alone or by its path,
+    // Installs a module, so that LoadLibraryW and A find it by its file name alone or by its path,
     // without regard to letter case. Replaces one of the same path. The resource bytes stay the
     // caller's and must outlive the module.
     void Install(ModuleDefinition definition);
     // Takes a module off the machine with every reference to it: its handles are stale from then
     // on.
     void Remove(std::u16string_view path);
-    // LoadLibraryW of this file name answers `value`, a number below 32, as 16-bit loaders did,
+    // LoadLibraryW and A of this file name answers `value`, a number below 32, as 16-bit loaders did,
     // until a module of that file name is installed or removed.
     void AnswerLoadWith(std::u16string_view fileName, unsigned value);
     // References held now, all modules together.
@@ -50,6 +51,7 @@ class Modules {
     bool Free(HMODULE module);
     bool IsLoaded(HMODULE module) const;
     FARPROC FindExport(HMODULE module, const char* name) const;
+    FARPROC FindExport(HMODULE module, WORD ordinal) const;
     // Empty when it is not loaded.
     std::u16string PathOf(HMODULE module) const;
 

@@ -84,6 +84,10 @@ Registry::Registry()
 Registry::~Registry() = default;
 
 std::shared_ptr<Registry::Key> Registry::Root(HKEY root) const {
+    if (root == HKEY_CLASSES_ROOT) {
+        const auto classes = Key::Find(localMachine_, u"Software\\Classes");
+        return classes != nullptr ? classes : std::make_shared<Key>();
+    }
     return root == HKEY_LOCAL_MACHINE  ? localMachine_
            : root == HKEY_CURRENT_USER ? currentUser_
                                        : nullptr;
@@ -295,15 +299,29 @@ struct RegistryCalls {
 
 using namespace embedded;
 
-LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM access, HKEY* opened) {
-    static CallSite call("RegOpenKeyExW");
+namespace {
+
+LSTATUS OpenKey(CallSite& call, HKEY key, const std::u16string& subkey, DWORD options,
+                REGSAM access, HKEY* opened) {
     if (call.Fails()) {
         return ERROR_ACCESS_DENIED;
     }
     if (options != 0 || opened == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
-    return RegistryCalls::Open(key, subkey != nullptr ? subkey : u"", access, opened);
+    return RegistryCalls::Open(key, subkey.c_str(), access, opened);
+}
+
+}  // namespace
+
+LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM access, HKEY* opened) {
+    static CallSite call("RegOpenKeyExW");
+    return OpenKey(call, key, subkey != nullptr ? subkey : u"", options, access, opened);
+}
+
+LSTATUS RegOpenKeyExA(HKEY key, LPCSTR subkey, DWORD options, REGSAM access, HKEY* opened) {
+    static CallSite call("RegOpenKeyExA");
+    return OpenKey(call, key, FromAnsi(subkey != nullptr ? subkey : ""), options, access, opened);
 }
 
 LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subkey, DWORD reserved, LPWSTR keyClass, DWORD options,

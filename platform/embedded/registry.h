@@ -1,8 +1,8 @@
 #pragma once
 
-// The registry of the embedded machine: HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER, empty at first.
-// Tests and ksfax look into it through this class; driver code calls api_registry.h. Safe to use
-// from any thread.
+// The registry of the embedded machine: HKEY_LOCAL_MACHINE with HKEY_CLASSES_ROOT in it, and
+// HKEY_CURRENT_USER, empty at first. Tests and ksfax look into it through this class; driver code
+// calls api_registry.h. Safe to use from any thread.
 //
 // Paths are key names joined by backslashes, found without regard to letter case; an empty path
 // is the root itself.
