@@ -1,6 +1,7 @@
 #include "platform/windows_api.h"
 
 #include "core/module_state.h"
+#include "ui/help.h"
 #include "ui/panel_control.h"
 #include "ui/spin_control.h"
 
@@ -10,6 +11,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     switch (reason) {
     case DLL_PROCESS_ATTACH:
         ksfax::AttachModuleState(instance);
+        ksfax::ResetHelp();
         ksfax::RegisterSpinClass(instance);
         ksfax::RegisterPanelClass(instance);
         break;
