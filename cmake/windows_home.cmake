@@ -40,7 +40,7 @@ add_executable(ksfax_windows_tests ${WINDOWS_TEST_SOURCES})
 target_compile_options(ksfax_windows_tests PRIVATE -O1)
 target_compile_definitions(ksfax_windows_tests PRIVATE UNICODE _UNICODE)
 target_link_options(ksfax_windows_tests PRIVATE ${STATIC_RUNTIME})
-target_link_libraries(ksfax_windows_tests PRIVATE windows_gtest winspool)
+target_link_libraries(ksfax_windows_tests PRIVATE windows_gtest winspool gdiplus)
 add_dependencies(ksfax_windows_tests KSFAXUI)
 
 # Companion modules for the tests, all of the one name, so each in its own folder.
@@ -57,3 +57,13 @@ endfunction()
 add_companion(companion tests/windows/companion_dial.cpp tests/windows/companion_cover.cpp)
 add_companion(companion_without_dialdlg tests/windows/companion_cover.cpp)
 add_companion(companion_without_makebmp tests/windows/companion_dial.cpp)
+
+add_library(sheet_host SHARED tests/windows/property_sheet_host.cpp)
+target_compile_definitions(sheet_host PRIVATE UNICODE _UNICODE)
+target_link_options(sheet_host PRIVATE ${STATIC_RUNTIME} -s)
+target_link_libraries(sheet_host PRIVATE comctl32)
+set_target_properties(sheet_host PROPERTIES
+  PREFIX "" OUTPUT_NAME compstui SUFFIX ".dll"
+  RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/sheet_host
+  ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/sheet_host)
+add_dependencies(ksfax_windows_tests sheet_host)

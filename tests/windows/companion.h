@@ -18,10 +18,10 @@ inline constexpr WCHAR kReceivers[] = TEXT("Receivers");  // how many; 0 cancels
 inline constexpr WCHAR kCover[] = TEXT("Cover");          // path of a cover bitmap; none: no cover
 
 // Files in the fax data folder.
-inline constexpr WCHAR kDialRecord[] = TEXT("DialDlg.bin");    // the record that DialDlg got
-inline constexpr WCHAR kDialProfile[] = TEXT("DialDlg.ini");   // the fax job file as it then was
-inline constexpr WCHAR kCoverRecord[] = TEXT("MakeBMP.bin");   // the record that MakeBMP got
-inline constexpr char kMemo[] = "See you on Friday.\r\n";      // content of KSMEMO.TXT
+inline constexpr WCHAR kDialRecord[] = TEXT("DialDlg.bin");   // the record that DialDlg got
+inline constexpr WCHAR kDialProfile[] = TEXT("DialDlg.ini");  // the fax job file as it then was
+inline constexpr WCHAR kCoverRecord[] = TEXT("MakeBMP.bin");  // the record that MakeBMP got
+inline constexpr char kMemo[] = "See you on Friday.\r\n";     // content of KSMEMO.TXT
 inline constexpr unsigned kReceiversPerFile = 100;
 
 // Writes `size` bytes to `file` in the fax data folder, over what is there.

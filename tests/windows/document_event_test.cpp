@@ -1,8 +1,6 @@
 // The shipped DLL on Windows: documents from start to end through its exported entry point, with
 // a companion module of our own and real profile, files and shared memory.
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -10,10 +8,14 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "platform/owned.h"
 #include "platform/windows_api.h"
+
 #include "tests/windows/box_watcher.h"
 #include "tests/windows/companion.h"
+#include "tests/windows/replace_import.h"
 
 namespace {
 
@@ -43,37 +45,6 @@ HANDLE WINAPI ListenToCreateFileMapping(HANDLE file, LPSECURITY_ATTRIBUTES secur
     return CreateFileMappingW(file, security, protect, sizeHigh, sizeLow, name);
 }
 
-// Puts `replacement` into the import table of `module` for the function imported by that name.
-// False when the module does not import it.
-bool ReplaceImport(HMODULE module, const std::string& name, void* replacement) {
-    auto* base = reinterpret_cast<BYTE*>(module);
-    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-    const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
-    const auto& directory =
-        headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    const auto* library =
-        reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
-    for (; library->Name != 0; ++library) {
-        const auto* names =
-            reinterpret_cast<const IMAGE_THUNK_DATA64*>(base + library->OriginalFirstThunk);
-        auto* calls = reinterpret_cast<IMAGE_THUNK_DATA64*>(base + library->FirstThunk);
-        for (; names->u1.AddressOfData != 0; ++names, ++calls) {
-            const auto* entry = reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(
-                base + names->u1.AddressOfData);
-            if (IMAGE_SNAP_BY_ORDINAL64(names->u1.Ordinal) ||
-                name != reinterpret_cast<const char*>(entry->Name)) {
-                continue;
-            }
-            DWORD before;
-            VirtualProtect(&calls->u1.Function, sizeof calls->u1.Function, PAGE_READWRITE,
-                           &before);
-            calls->u1.Function = reinterpret_cast<ULONGLONG>(replacement);
-            return true;
-        }
-    }
-    return false;
-}
-
 class WindowsDocument : public testing::Test {
   protected:
     void SetUp() override {
@@ -85,8 +56,8 @@ class WindowsDocument : public testing::Test {
                   (TEXT("fax 100%s ") + std::to_wstring(GetCurrentProcessId()));
         Clear();
         fs::create_directories(folder_);
-        module_ = platform::LoadedModule(
-            LoadLibraryW((ProgramFolder() / TEXT("KSFAXUI.DLL")).c_str()));
+        module_ =
+            platform::LoadedModule(LoadLibraryW((ProgramFolder() / TEXT("KSFAXUI.DLL")).c_str()));
         ASSERT_TRUE(module_);
         documentEvent_ = reinterpret_cast<decltype(&DrvDocumentEvent)>(
             reinterpret_cast<void*>(GetProcAddress(module_.get(), "DrvDocumentEvent")));
@@ -155,7 +126,8 @@ HANDLE PrinterHandle(ULONG_PTR value) {
 }
 
 bool BlockExists(const WCHAR* name) {
-    return static_cast<bool>(platform::NullableHandle(OpenFileMappingW(FILE_MAP_READ, FALSE, name)));
+    return static_cast<bool>(
+        platform::NullableHandle(OpenFileMappingW(FILE_MAP_READ, FALSE, name)));
 }
 
 // What the block of that name holds: a handle's value, and a path.
@@ -166,8 +138,8 @@ struct Block {
 
 Block ReadBlock(const WCHAR* name) {
     platform::NullableHandle handle(OpenFileMappingW(FILE_MAP_READ, FALSE, name));
-    platform::MappedView view(
-        handle ? MapViewOfFile(handle.get(), FILE_MAP_READ, 0, 0, 0) : nullptr);
+    platform::MappedView view(handle ? MapViewOfFile(handle.get(), FILE_MAP_READ, 0, 0, 0)
+                                     : nullptr);
     Block block;
     if (view) {
         std::memcpy(&block.creator, view.get(), 8);

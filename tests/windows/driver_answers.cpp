@@ -6,6 +6,9 @@
 #include <utility>
 #include <vector>
 
+#include "ui/panel_control.h"
+#include "ui/spin_control.h"
+
 namespace answers {
 
 namespace {
@@ -202,23 +205,25 @@ std::string Conversions(const EntryPoints& driver) {
 
 std::string PrintQueries(const EntryPoints& driver, HANDLE printer) {
     std::string text;
-    const auto ask = [&](const std::string& what, DEVMODEW* settings, DWORD room) {
+    // The job by value: the query may name its form in it.
+    const auto ask = [&](const std::string& what, Job job, DWORD room) {
         Output refusal(1024);
         DEVQUERYPRINT_INFO query = {};
         query.cbSize = sizeof query;
         query.Level = 1;
         query.hPrinter = printer;
-        query.pDevMode = settings;
+        query.pDevMode = job.bytes.empty() ? nullptr : job.record();
         query.pszErrorStr = reinterpret_cast<LPWSTR>(refusal.data());
         query.cchErrorStr = room;
         const BOOL prints = driver.queryPrint(&query);
         text += what + ": " + std::to_string(prints) + ", needed " +
-                std::to_string(query.cchNeeded) + ", " + refusal.Written() + "\n";
+                std::to_string(query.cchNeeded) + ", " + refusal.Written() + "\n  job " +
+                Hex(job.bytes.data(), job.bytes.size()) + "\n";
     };
-    ask("no job settings", nullptr, 500);
-    for (NamedJob& row : Jobs(driver)) {
-        ask(row.what, row.job.record(), 500);
-        ask(row.what + " with little room", row.job.record(), 10);
+    ask("no job settings", {}, 500);
+    for (const NamedJob& row : Jobs(driver)) {
+        ask(row.what, row.job, 500);
+        ask(row.what + " with little room", row.job, 10);
     }
     return text;
 }
@@ -310,6 +315,108 @@ std::string StoredState(const EntryPoints& driver, HANDLE printer) {
     return text;
 }
 
+// What the two window classes draw, one character a pixel.
+class ControlPictures {
+  public:
+    ControlPictures() {
+        WNDCLASSW record{};
+        record.lpfnWndProc = DefWindowProcW;
+        record.lpszClassName = kParentClass;
+        record.hbrBackground = reinterpret_cast<HBRUSH>(uintptr_t{COLOR_WINDOW + 1});
+        RegisterClassW(&record);
+        parent_ = CreateWindowExW(0, kParentClass, nullptr, WS_POPUP | WS_VISIBLE, 200, 100, 100,
+                                  80, nullptr, nullptr, nullptr, nullptr);
+        UpdateWindow(parent_);
+    }
+    ~ControlPictures() {
+        DestroyWindow(parent_);
+        UnregisterClassW(kParentClass, nullptr);
+    }
+    ControlPictures(const ControlPictures&) = delete;
+    ControlPictures& operator=(const ControlPictures&) = delete;
+
+    using Act = void (*)(HWND control);
+    void Show(const char* what, LPCWSTR className, DWORD style, LPCWSTR creationText, int width,
+              int height, Act act = nullptr) {
+        const HWND control =
+            CreateWindowExW(0, className, creationText, WS_CHILD | WS_VISIBLE | style, 0, 0, width,
+                            height, parent_, nullptr, nullptr, nullptr);
+        text += what;
+        text += IsWindow(control) ? "\n" : " cannot be made\n";
+        if (act != nullptr) {
+            act(control);
+        }
+        UpdateWindow(control);
+        const HDC context = GetDC(control);
+        for (int y = 0; y < height; ++y) {
+            text += "    ";
+            for (int x = 0; x < width; ++x) {
+                text += LetterOf(GetPixel(context, x, y));
+            }
+            text += '\n';
+        }
+        ReleaseDC(control, context);
+        SendMessageW(control, WM_CANCELMODE, 0, 0);
+        DestroyWindow(control);
+        // The next one shall find the bare parent.
+        InvalidateRect(parent_, nullptr, TRUE);
+        UpdateWindow(parent_);
+    }
+
+    std::string text;
+
+  private:
+    static char LetterOf(COLORREF color) {
+        const auto found = std::find_if(std::begin(kSystemColors), std::end(kSystemColors),
+                                        [&](const SystemColor& one) { return one.color == color; });
+        return found != std::end(kSystemColors) ? found->letter : color == kLight ? 'H' : '?';
+    }
+
+    static constexpr WCHAR kParentClass[] = TEXT("KSFAX answers");
+    static constexpr COLORREF kLight = RGB(255, 255, 255);
+    HWND parent_;
+};
+
+void Point(HWND control, UINT message, int x, int y) {
+    SendMessageW(control, message, 0, MAKELPARAM(x, y));
+}
+
+std::string Controls() {
+    using namespace ksfax;
+    ControlPictures pictures;
+    for (const DWORD vertical : {DWORD{0}, SPINS_VERTICAL}) {
+        pictures.Show("spin", kSpinClassName, vertical, nullptr, 19, 26);
+        pictures.Show("spin of odd size", kSpinClassName, vertical, nullptr, 24, 13);
+        pictures.Show("smallest spin", kSpinClassName, vertical, nullptr, 3, 2);
+        pictures.Show("disabled", kSpinClassName, vertical, nullptr, 19, 26,
+                      [](HWND control) { EnableWindow(control, FALSE); });
+        pictures.Show("first half pressed", kSpinClassName, vertical, nullptr, 19, 26,
+                      [](HWND control) { Point(control, WM_LBUTTONDOWN, 2, 2); });
+        pictures.Show("second half pressed", kSpinClassName, vertical, nullptr, 19, 26,
+                      [](HWND control) { Point(control, WM_LBUTTONDOWN, 17, 24); });
+        pictures.Show("pointer gone", kSpinClassName, vertical, nullptr, 19, 26, [](HWND control) {
+            Point(control, WM_LBUTTONDOWN, 2, 2);
+            Point(control, WM_MOUSEMOVE, -5, 50);
+        });
+        pictures.Show("own colours", kSpinClassName, vertical, nullptr, 19, 26, [](HWND control) {
+            SendMessageW(control, SPIN_SETCOLOR, 0, kSystemColors[2].color);
+            SendMessageW(control, SPIN_SETCOLOR, 4, kSystemColors[0].color);
+        });
+    }
+    for (const DWORD raised : {DWORD{0}, PANELS_RAISED}) {
+        pictures.Show("bare panel", kPanelClassName, raised, nullptr, 12, 9);
+        pictures.Show("bevel of 2", kPanelClassName, raised, TEXT("2,0,0"), 12, 9);
+        pictures.Show("framed", kPanelClassName, raised | PANELS_FRAMED, TEXT("1,0,0"), 12, 9);
+        pictures.Show("filled", kPanelClassName, raised | PANELS_FILLED, TEXT("3,0,0"), 16, 11);
+        pictures.Show("all", kPanelClassName, raised | PANELS_FILLED | PANELS_FRAMED, TEXT("2,0,0"),
+                      16, 11);
+        pictures.Show("no room", kPanelClassName, raised | PANELS_FILLED, TEXT("9,0,0"), 10, 7);
+        pictures.Show("captioned", kPanelClassName, raised | PANELS_CAPTIONED, TEXT("2,0,0"), 20,
+                      15);
+    }
+    return pictures.text;
+}
+
 }  // namespace
 
 DEVMODEW PrinterDefaults() {
@@ -328,6 +435,7 @@ std::vector<Part> All(const EntryPoints& driver, HANDLE printer) {
         {"conversions.txt", Conversions(driver)},
         {"print_queries.txt", PrintQueries(driver, printer)},
         {"stored_state.txt", StoredState(driver, printer)},
+        {"controls.txt", Controls()},
     };
 }
 

@@ -18,6 +18,19 @@ inline constexpr WCHAR kDriverName[] = TEXT("Kestova Fax");
 inline constexpr WCHAR kDataFileName[] = TEXT("KSFAX.PPD");
 inline constexpr WCHAR kCacheFileName[] = TEXT("KSFAX.PDC");
 
+// The system colours to be set in both homes before the controls are drawn, and the characters
+// that stand for them.
+struct SystemColor {
+    int element;
+    COLORREF color;
+    char letter;
+};
+inline constexpr SystemColor kSystemColors[] = {
+    {COLOR_BTNFACE, RGB(212, 208, 200), '.'},   {COLOR_BTNTEXT, RGB(0, 0, 8), 'a'},
+    {COLOR_BTNSHADOW, RGB(128, 128, 128), 's'}, {COLOR_WINDOWFRAME, RGB(0, 8, 0), 'F'},
+    {COLOR_WINDOW, RGB(0, 128, 128), '~'},
+};
+
 struct EntryPoints {
     decltype(&DrvDeviceCapabilities) deviceCapabilities;
     decltype(&DrvConvertDevMode) convertDevMode;

@@ -31,13 +31,6 @@ std::string ReadBytes(const fs::path& path) {
 
 const fs::path kHostAnswers = BuildFolder() / "debug" / "answers";
 
-const InstalledPrinter& Printer() {
-    static const InstalledPrinter printer(
-        answers::kDriverName, answers::kPrinterName, answers::PrinterDefaults(),
-        BuildFolder().parent_path() / "examples" / answers::kDataFileName);
-    return printer;
-}
-
 // Line by line, so that a difference shows what was asked and not ten thousand bytes.
 void ExpectSameLines(const std::string& here, const std::string& there) {
     std::istringstream hereLines(here);
@@ -57,42 +50,50 @@ void ExpectSameLines(const std::string& here, const std::string& there) {
 }
 
 TEST(DriverAnswers, AreTheSameOnTheEmbeddedMachine) {
-    ASSERT_EQ(Printer().error(), "");
+    ASSERT_EQ(SharedPrinter().error(), "");
     const answers::EntryPoints driver = {
         .deviceCapabilities =
-            Printer().EntryPoint<decltype(&DrvDeviceCapabilities)>("DrvDeviceCapabilities"),
-        .convertDevMode = Printer().EntryPoint<decltype(&DrvConvertDevMode)>("DrvConvertDevMode"),
-        .queryPrint = Printer().EntryPoint<decltype(&DevQueryPrintEx)>("DevQueryPrintEx"),
-        .printerEvent = Printer().EntryPoint<decltype(&DrvPrinterEvent)>("DrvPrinterEvent"),
-        .upgradePrinter = Printer().EntryPoint<decltype(&DrvUpgradePrinter)>("DrvUpgradePrinter"),
+            SharedPrinter().EntryPoint<decltype(&DrvDeviceCapabilities)>("DrvDeviceCapabilities"),
+        .convertDevMode =
+            SharedPrinter().EntryPoint<decltype(&DrvConvertDevMode)>("DrvConvertDevMode"),
+        .queryPrint = SharedPrinter().EntryPoint<decltype(&DevQueryPrintEx)>("DevQueryPrintEx"),
+        .printerEvent = SharedPrinter().EntryPoint<decltype(&DrvPrinterEvent)>("DrvPrinterEvent"),
+        .upgradePrinter =
+            SharedPrinter().EntryPoint<decltype(&DrvUpgradePrinter)>("DrvUpgradePrinter"),
     };
     ASSERT_TRUE(driver.deviceCapabilities != nullptr && driver.convertDevMode != nullptr &&
                 driver.queryPrint != nullptr && driver.printerEvent != nullptr &&
                 driver.upgradePrinter != nullptr);
-    for (const answers::Part& part : answers::All(driver, Printer().handle())) {
+    SharedPrinter().ForgetStoredData();
+    for (const answers::SystemColor& one : answers::kSystemColors) {
+        SetSysColors(1, &one.element, &one.color);
+    }
+    for (const answers::Part& part : answers::All(driver, SharedPrinter().handle())) {
         SCOPED_TRACE(part.file);
         ExpectSameLines(part.text, ReadBytes(kHostAnswers / part.file));
     }
 }
 
 TEST(DescriptionCacheFile, IsTheSameOnTheEmbeddedMachineButForThePathsLetterCase) {
-    ASSERT_EQ(Printer().error(), "");
+    ASSERT_EQ(SharedPrinter().error(), "");
     WCHAR name[64];
     lstrcpyW(name, answers::kPrinterName);
-    const auto convert = Printer().EntryPoint<decltype(&DrvConvertDevMode)>("DrvConvertDevMode");
+    const auto convert =
+        SharedPrinter().EntryPoint<decltype(&DrvConvertDevMode)>("DrvConvertDevMode");
     std::vector<BYTE> record(2608);
     LONG size = static_cast<LONG>(record.size());
     ASSERT_TRUE(convert(name, nullptr, reinterpret_cast<DEVMODEW*>(record.data()), &size,
                         CDM_DRIVER_DEFAULT));
 
-    std::string here = ReadBytes(Printer().folder() / answers::kCacheFileName);
+    std::string here = ReadBytes(SharedPrinter().folder() / answers::kCacheFileName);
     std::string there = ReadBytes(kHostAnswers / answers::kCacheFileName);
     ASSERT_EQ(here.size(), there.size());
     // The path of the data file, UTF-16, stands at the offset that stands at byte 8.
     uint32_t path = 0;
     ASSERT_GT(here.size(), 504u);
     std::memcpy(&path, here.data() + 8, sizeof path);
-    const size_t pathBytes = (Printer().folder() / answers::kDataFileName).wstring().size() * 2;
+    const size_t pathBytes =
+        (SharedPrinter().folder() / answers::kDataFileName).wstring().size() * 2;
     ASSERT_LE(path + pathBytes, here.size());
     for (size_t at = path; at < path + pathBytes; ++at) {
         here[at] = static_cast<char>(std::tolower(here[at]));
@@ -122,10 +123,7 @@ void StoreBytes(HANDLE printer, std::wstring name, DWORD type, std::string bytes
 // be seen here: Wine 8 says that it adds forms and does not. It also keeps a printer's default
 // record without its form name, so of that record the paper and the shape are looked at.
 TEST(Session, OpensThroughDocumentPropertiesWithoutAPrompt) {
-    ASSERT_EQ(Printer().error(), "");
-    if (Printer().EntryPoint<FARPROC>("DrvDocumentPropertySheets") == nullptr) {
-        GTEST_SKIP() << "Windows opens a session through the property sheets, which this DLL lacks";
-    }
+    ASSERT_EQ(SharedPrinter().error(), "");
     WCHAR name[] = TEXT("Session Fax");
     const InstalledPrinter printer(answers::kDriverName, name, answers::PrinterDefaults(), {});
     ASSERT_EQ(printer.error(), "");

@@ -6,8 +6,10 @@
 #include <fstream>
 
 #include "platform/embedded/files.h"
+#include "platform/embedded/gdi.h"
 #include "platform/embedded/spooler.h"
 #include "platform/windows_api.h"
+
 #include "tests/windows/driver_answers.h"
 #include "tool/loaded_driver.h"
 
@@ -31,6 +33,9 @@ int main(int argc, char** argv) {
                                  .dataFile = dataFile,
                                  .driverPath = folder + u"KSFAXR.DLL",
                                  .configFile = folder + u"KSFAXUI.DLL"});
+    for (const answers::SystemColor& one : answers::kSystemColors) {
+        machine.graphics().systemColors.at(one.element) = one.color;
+    }
     const DEVMODEW defaults = answers::PrinterDefaults();
     const auto* bytes = reinterpret_cast<const std::byte*>(&defaults);
     machine.spooler().AddPrinter({.name = answers::kPrinterName,

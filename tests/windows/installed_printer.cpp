@@ -1,5 +1,7 @@
 #include "tests/windows/installed_printer.h"
 
+#include "tests/windows/driver_answers.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -42,6 +44,11 @@ InstalledPrinter::~InstalledPrinter() {
         ClosePrinter(handle_);
     }
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, (kPrintersKey + printerName_).c_str());
+}
+
+void InstalledPrinter::ForgetStoredData() const {
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE,
+                   (kPrintersKey + printerName_ + TEXT("\\PrinterDriverData")).c_str());
 }
 
 bool InstalledPrinter::InstallDriver(const std::wstring& name, const fs::path& dataFile) {
@@ -90,8 +97,7 @@ bool InstalledPrinter::InstallDriver(const std::wstring& name, const fs::path& d
 
 // Written where the spooler keeps its printers. AddPrinterW is no way: it asks the driver for its
 // default record through the property sheet entry points, which this DLL may not have.
-bool InstalledPrinter::InstallPrinter(const std::wstring& driverName,
-                                      const DEVMODEW& defaults) {
+bool InstalledPrinter::InstallPrinter(const std::wstring& driverName, const DEVMODEW& defaults) {
     HKEY key = nullptr;
     if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, (kPrintersKey + printerName_).c_str(), 0, nullptr, 0,
                         KEY_ALL_ACCESS, nullptr, &key, nullptr) != ERROR_SUCCESS) {
@@ -122,4 +128,11 @@ bool InstalledPrinter::InstallPrinter(const std::wstring& driverName,
 bool InstalledPrinter::Fail(const char* step) {
     error_ = std::string(step) + " failed with error " + std::to_string(GetLastError());
     return false;
+}
+
+const InstalledPrinter& SharedPrinter() {
+    static const InstalledPrinter printer(
+        answers::kDriverName, answers::kPrinterName, answers::PrinterDefaults(),
+        ProgramFolder().parent_path().parent_path() / "examples" / answers::kDataFileName);
+    return printer;
 }

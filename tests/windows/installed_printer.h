@@ -28,6 +28,9 @@ class InstalledPrinter {
     // The folder in which the spooler keeps the driver's files.
     const std::filesystem::path& folder() const { return folder_; }
 
+    // Takes back everything that the driver has stored with the printer.
+    void ForgetStoredData() const;
+
     // An entry point of the DLL; null when it is not exported.
     template <typename Function>
     Function EntryPoint(const char* name) const {
@@ -46,3 +49,6 @@ class InstalledPrinter {
     platform::LoadedModule module_;
     std::string error_;
 };
+
+// The printer of the examples' data file that all tests share.
+const InstalledPrinter& SharedPrinter();
