@@ -18,7 +18,7 @@
 #include "platform/embedded/text.h"
 #include "platform/windows_api.h"
 
-#include "core/session.h"
+#include "core/module_state.h"
 #include "faxjob/fax_job_data.h"
 #include "jobsettings/job_settings.h"
 #include "tool/companion.h"
@@ -236,21 +236,20 @@ bool SetPrinterUp(embedded::Machine& machine, const SendOptions& options) {
     return false;
 }
 
-// The user looks at the printer's settings and confirms them: a session, the choices made in it,
-// and the record that the application goes on with.
+// The user looks at the printer's settings, changes them on the driver's page and confirms them:
+// the record that the application goes on with.
 ksfax::JobSettings SettleSettings(embedded::Machine& machine, HANDLE printer,
                                   const SendOptions& options, PrinterReport& report) {
-    const size_t forms = machine.spooler().forms().size();
-    const ksfax::OpenSession session(ksfax::OpenPrinterSession(printer, nullptr));
-    if (!session) {
-        throw UserError(options.ppd + ": the driver opens no session on the printer, error " +
+    const ksfax::DescriptionUse description(ksfax::AcquireDescription(printer, true));
+    if (!description) {
+        throw UserError(options.ppd + ": the driver has no description of the printer, error " +
                         std::to_string(GetLastError()));
     }
+    const size_t forms = machine.spooler().forms().size();
+    const ksfax::JobSettings settings = ChooseOnSheet(
+        machine, printer, FindSettings(*description.get(), options.ppd, options.settings));
     report.newForms = machine.spooler().forms().size() - forms;
-    const ksfax::PrinterDescription& description = *session.get()->description;
-    const ksfax::JobSettings settings =
-        ChooseSettings(*session.get(), FindSettings(description, options.ppd, options.settings));
-    report.pages = ShapeOfPages(settings, description);
+    report.pages = ShapeOfPages(settings, *description.get());
     return settings;
 }
 
@@ -309,8 +308,8 @@ FaxReport SendFax(MachineRun& run, HANDLE printer, bool isNew, DialogChoices cho
     report.confirmed = ConfirmDeviceContext(printer, settings);
 
     SendEvent(printer, DOCUMENTEVENT_STARTDOC);
-    report.cancelled = !companion.isConfirmed ||
-                       ReadKey(ksfax::kDriverSection, ksfax::kCancelledKey) != u"0";
+    report.cancelled =
+        !companion.isConfirmed || ReadKey(ksfax::kDriverSection, ksfax::kCancelledKey) != u"0";
     if (companion.dialogShown) {
         report.maxReceivers = companion.maximumReceivers;
     }
@@ -392,7 +391,7 @@ void TellPrinter(const PrinterReport& printer) {
     std::cout << "Printer\n    " << (printer.isNew ? "installed with " : "was installed with ")
               << ShownPath(printer.ppd)
               << (printer.isNew ? "; the driver stored its device record\n" : "\n");
-    std::cout << "Settings\n    a session was opened";
+    std::cout << "Settings\n    the property sheet was confirmed";
     if (printer.newForms != 0) {
         std::cout << "; it added " << printer.newForms
                   << (printer.newForms == 1 ? " paper" : " papers") << " to the printer forms";

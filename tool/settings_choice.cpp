@@ -8,11 +8,16 @@
 #include <utility>
 #include <vector>
 
+#include "platform/embedded/property_sheets.h"
 #include "platform/embedded/text.h"
+#include "platform/embedded/windows.h"
+#include "platform/windows_api.h"
 
 #include "description/paper_keywords.h"
 #include "description/printer_description.h"
+#include "resources/resource.h"
 #include "tool/failure.h"
+#include "tool/fax_printer.h"
 #include "tool/ppd_file.h"
 
 namespace tool {
@@ -113,6 +118,31 @@ short FindPaper(const std::vector<Paper>& papers, const std::string& ppd,
     return found->code;
 }
 
+// What a person does on the page; what of it the page does not offer, empty for nothing.
+std::string MakeChoices(embedded::Windows& windows, HWND page, const SettingsChoice& choice) {
+    if (choice.paperCode) {
+        const HWND papers = GetDlgItem(page, IDC_PAPER_SIZE);
+        const auto count = static_cast<int>(SendMessageW(papers, CB_GETCOUNT, 0, 0));
+        int item = 0;
+        while (item < count && SendMessageW(papers, CB_GETITEMDATA, static_cast<WPARAM>(item), 0) !=
+                                   *choice.paperCode) {
+            ++item;
+        }
+        if (!windows.Choose(papers, item)) {
+            return "paper " + std::to_string(*choice.paperCode) + " on its page";
+        }
+    }
+    if (choice.landscape && !windows.Click(GetDlgItem(page, IDC_LANDSCAPE))) {
+        return "orientation on its page";
+    }
+    if (choice.faxResolution &&
+        !windows.Click(GetDlgItem(page, *choice.faxResolution != 0 ? IDC_RESOLUTION_200X100
+                                                                   : IDC_RESOLUTION_200X200))) {
+        return "resolution on its page";
+    }
+    return {};
+}
+
 }  // namespace
 
 SettingsChoice FindSettings(const PrinterDescription& description, const std::string& ppd,
@@ -133,23 +163,24 @@ SettingsChoice FindSettings(const PrinterDescription& description, const std::st
     return choice;
 }
 
-ksfax::JobSettings ChooseSettings(ksfax::PrinterSession& session, const SettingsChoice& choice) {
-    ksfax::JobSettings& settings = session.jobSettings;
-    ksfax::PrivateJobSettings& privatePart = ksfax::PrivatePart(settings);
-    if (choice.paperCode) {
-        settings.devMode.dmPaperSize = *choice.paperCode;
-        privatePart.pagePaperSize = uint16_t(*choice.paperCode);
-        privatePart.paperChanged = 1;
+ksfax::JobSettings ChooseOnSheet(embedded::Machine& machine, HANDLE printer,
+                                 const SettingsChoice& choice) {
+    std::string missing = "property sheet";
+    const auto user = [&](embedded::PropertySheet& sheet) {
+        missing = MakeChoices(machine.windows(), sheet.page(), choice);
+        if (missing.empty()) {
+            sheet.PressOk();
+        }
+    };
+    embedded::InstallPropertySheetHost(machine).user = user;
+    std::u16string name = kPrinterName;
+    ksfax::JobSettings confirmed = {};
+    const LONG result = DrvDocumentProperties(nullptr, printer, name.data(), &confirmed.devMode,
+                                              nullptr, DM_IN_PROMPT | DM_OUT_BUFFER);
+    if (result != IDOK) {
+        throw UserError("the driver shows no " + missing +
+                        "; see with ksfax page and ksfax describe what it makes of the PPD");
     }
-    if (choice.landscape) {
-        settings.devMode.dmOrientation = DMORIENT_LANDSCAPE;
-    }
-    if (choice.faxResolution) {
-        privatePart.faxResolution = *choice.faxResolution;
-    }
-    ksfax::DeriveJobBlock(&settings);
-    ksfax::JobSettings confirmed;
-    (void)ksfax::CopyJobSettingsOut(settings, nullptr, &confirmed.devMode);  // fits always
     return confirmed;
 }
 

@@ -5,7 +5,10 @@
 #include <optional>
 #include <string>
 
-#include "core/session.h"
+#include "platform/embedded/machine.h"
+
+#include "description/printer_description.h"
+#include "jobsettings/job_settings.h"
 
 namespace tool {
 
@@ -29,9 +32,11 @@ struct SettingsChoice {
 SettingsChoice FindSettings(const ksfax::PrinterDescription& description, const std::string& ppd,
                             const SettingsOptions& options);
 
-// Makes the choices on the session's settings, and gives what the application gets when the user
-// confirms them. Here the paper settings page's own changes are made without a window.
-ksfax::JobSettings ChooseSettings(ksfax::PrinterSession& session, const SettingsChoice& choice);
+// Opens the document's property sheet, makes the choices on the paper settings page as a person
+// would, and presses OK. Gives the record that the application gets. Throws UserError when the
+// driver shows no sheet or the sheet does not offer a choice.
+ksfax::JobSettings ChooseOnSheet(embedded::Machine& machine, HANDLE printer,
+                                 const SettingsChoice& choice);
 
 // A page of a job with these settings.
 struct PageShape {
