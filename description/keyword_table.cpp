@@ -192,7 +192,9 @@ Result AddFont(ParseState& state, const StatementRecord& statement) {
     if (id == 0) {
         return Ignored(state, Reason::FontNotBuiltIn);
     }
-    if (state.fontById[id] != nullptr) {
+    uint64_t& seen = state.fontsSeen[id / 64];
+    const uint64_t mark = uint64_t{1} << id % 64;
+    if ((seen & mark) != 0) {
         return Ignored(state, Reason::FontRepeated);
     }
     auto* font = state.pool.Make<ParsedFont>();
@@ -200,10 +202,10 @@ Result AddFont(ParseState& state, const StatementRecord& statement) {
         return OutOfMemory(state);
     }
     font->nameOffset = state.OffsetOf(statement.option.data());
-    font->nameLength = static_cast<uint32_t>(statement.option.size());
+    font->nameLength = static_cast<uint16_t>(statement.option.size());
     font->id = id;
     state.fonts.Append(font);
-    state.fontById[id] = font;
+    seen |= mark;
     return StoreValue(state, font->description, statement.value, TextMode::Plain);
 }
 

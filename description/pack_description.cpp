@@ -58,11 +58,10 @@ void SpreadRequiresPageRegion(ParseState& state) {
 // Document features first, installable ones after them, each group in the order of the PPD.
 void OrderFeatures(ParseState& state, const Notes& notes) {
     ParsedList<ParsedFeature> groups[2] = {};
-    ParsedFeature* next = nullptr;
-    for (ParsedFeature* feature = state.features.first; feature != nullptr; feature = next) {
-        next = feature->next;
-        feature->next = nullptr;
+    for (ParsedFeature* feature = state.features.first; feature != nullptr;
+         feature = feature->next) {
         ParsedList<ParsedFeature>& group = groups[feature->installable ? 1 : 0];
+        feature->position = group.count;
         feature->index = Saturated(group.count);
         if (group.count == kSelections) {
             notes.Tell(PackNote::FeatureBeyondSelection, feature->nameOffset,
@@ -70,19 +69,19 @@ void OrderFeatures(ParseState& state, const Notes& notes) {
         }
         group.Append(feature);
     }
-    state.header.DocumentFeatureCount = Saturated(groups[0].count);
-    state.header.InstallableFeatureCount = Saturated(groups[1].count);
-    state.features.first = groups[0].first;
-    if (groups[0].last != nullptr) {
-        groups[0].last->next = groups[1].first;
-    } else {
-        state.features.first = groups[1].first;
+    auto& [document, installable] = groups;
+    state.header.DocumentFeatureCount = Saturated(document.count);
+    state.header.InstallableFeatureCount = Saturated(installable.count);
+    if (installable.last != nullptr) {
+        installable.last->next = nullptr;
     }
-    uint32_t position = 0;
-    for (ParsedFeature* feature = state.features.first; feature != nullptr;
-         feature = feature->next) {
-        feature->position = position++;
+    for (ParsedFeature* feature = installable.first; feature != nullptr; feature = feature->next) {
+        feature->position += document.count;
     }
+    if (document.last != nullptr) {
+        document.last->next = installable.first;
+    }
+    state.features.first = document.first != nullptr ? document.first : installable.first;
 }
 
 struct AreaNotes {
@@ -408,7 +407,7 @@ class Packer {
         record.Name = writer.PutText(NameOf(state_, feature));
         record.Translation = writer.PutText(state_, feature.translation);
         if constexpr (fills) {
-            record.NameHash = feature.nameHash;
+            record.NameHash = NameHash(NameOf(state_, feature));
             record.Default = DefaultOf(feature);
             record.OptionSize = OptionRecordSize(feature.kind);
             record.Kind = feature.kind;
@@ -434,9 +433,12 @@ class Packer {
     uint64_t PutOption(BlockWriter<fills>& writer, FeatureKind kind,
                        const ParsedOption& option) const {
         const uint64_t offset = writer.Reserve(OptionRecordSize(kind));
+        const Text name = FileText(option.nameOffset, option.nameLength);
         OptionRecord common = {};
-        common.NameHash = option.nameHash;
-        common.Name = writer.PutText(FileText(option.nameOffset, option.nameLength));
+        if constexpr (fills) {
+            common.NameHash = NameHash(name);
+        }
+        common.Name = writer.PutText(name);
         common.Translation = writer.PutText(state_, option.translation);
         common.Invocation = writer.PutText(state_, option.invocation);
         switch (kind) {
@@ -495,10 +497,13 @@ class Packer {
     uint64_t PutFont(BlockWriter<fills>& writer, const ParsedFont& font) const {
         DeviceFontRecord record = {};
         const uint64_t offset = writer.Reserve(sizeof(record));
-        record.Name = writer.PutText(FileText(font.nameOffset, font.nameLength));
-        record.NameHash = font.nameHash;
+        const Text name = FileText(font.nameOffset, font.nameLength);
+        record.Name = writer.PutText(name);
         record.Description = writer.PutText(state_, font.description);
-        record.FontId = font.id;
+        if constexpr (fills) {
+            record.NameHash = NameHash(name);
+            record.FontId = font.id;
+        }
         writer.Write(offset, record);
         return offset;
     }

@@ -15,9 +15,8 @@ struct ParsePool::Block {
 };
 
 bool ParsePool::AddBlock(size_t room) {
-    if (room > SIZE_MAX - sizeof(Block)) {
-        return false;
-    }
+    // Blocks that grow with what has been taken keep their number small for any file.
+    room = std::max(room, total_ / 2);
     auto* block = static_cast<Block*>(GlobalAlloc(GMEM_FIXED, sizeof(Block) + room));
     if (block == nullptr) {
         return false;
@@ -40,22 +39,6 @@ void ParsePool::Release() {
     while (block != nullptr) {
         GlobalFree(std::exchange(block, block->older));
     }
-}
-
-void* ParsePool::Take(size_t bytes) {
-    if (bytes > SIZE_MAX - 7) {
-        return nullptr;
-    }
-    const size_t rounded = (bytes + 7) & ~size_t{7};
-    // Blocks that grow with what has been taken keep their number small for any file.
-    if (rounded > left_ && !AddBlock(std::max(rounded, total_ / 2))) {
-        return nullptr;
-    }
-    void* taken = next_;
-    next_ += rounded;
-    left_ -= rounded;
-    std::memset(taken, 0, rounded);
-    return taken;
 }
 
 // ---- Name index ----
@@ -91,47 +74,56 @@ bool SameBytes(const char* left, const char* right, size_t count) {
     return count == 0 || std::memcmp(left, right, count) == 0;
 }
 
-uint32_t NameHash(Text name) {
-    uint32_t hash = 0;
-    for (const char c : name) {
-        hash = (hash << 1) ^ static_cast<uint8_t>(c);
-    }
-    return hash;
-}
-
 }  // namespace
 
-bool NameIndex::Open(ParsePool& pool, uint32_t slots) {
-    slots_ = pool.Make<NamedRecord*>(slots);
+bool NameIndex::Allocate(uint32_t slots) {
+    constexpr size_t kSlotBytes = sizeof(NamedRecord*) + sizeof(uint32_t);
+    void* memory = GlobalAlloc(GMEM_FIXED, slots * kSlotBytes);
+    if (memory == nullptr) {
+        return false;
+    }
+    records_ = static_cast<NamedRecord**>(memory);
+    keys_ = reinterpret_cast<uint32_t*>(records_ + slots);
+    std::memset(keys_, 0, slots * sizeof(uint32_t));
     mask_ = slots - 1;
-    seed_ = reinterpret_cast<uintptr_t>(slots_) * 0x9E3779B97F4A7C15;
-    return slots_ != nullptr;
+    return true;
 }
 
+bool NameIndex::Open(uint32_t slots) {
+    const bool done = Allocate(slots);
+    seed_ = reinterpret_cast<uintptr_t>(records_) * 0x9E3779B97F4A7C15;
+    return done;
+}
+
+void NameIndex::Release() {
+    GlobalFree(std::exchange(records_, nullptr));
+}
+
+// Names that differ in their last character alone, as numbered ones do, get neighbouring slots.
 uint32_t NameIndex::KeyOf(uint32_t owner, Text name) const {
-    uint64_t key = seed_ ^ (static_cast<uint64_t>(owner) << 8) ^ name.size();
-    const char* bytes = name.data();
-    size_t count = name.size();
-    for (; count > 8; count -= 8, bytes += 8) {
-        key = Mix(key ^ LoadUpTo8(bytes, 8), 0xA0761D6478BD642F);
+    constexpr uint32_t kNeighbours = 15;
+    uint64_t hash = seed_ ^ (static_cast<uint64_t>(owner) << 8) ^ name.size();
+    uint32_t last = 0;
+    if (!name.empty()) {
+        last = static_cast<uint8_t>(name.back());
+        name.remove_suffix(1);
     }
-    key = Mix(key ^ LoadUpTo8(bytes, count), 0xE7037ED1A0B428DB);
-    return static_cast<uint32_t>(key ^ key >> 32);
-}
-
-// The first slot that is empty, starting from the key's own.
-NamedRecord** NameIndex::SlotFor(uint32_t key) const {
-    uint32_t slot = key & mask_;
-    while (slots_[slot] != nullptr) {
-        slot = (slot + 1) & mask_;
+    for (; name.size() > 8; name.remove_prefix(8)) {
+        hash = Mix(hash ^ LoadUpTo8(name.data(), 8), 0xA0761D6478BD642F);
     }
-    return &slots_[slot];
+    hash = Mix(hash ^ LoadUpTo8(name.data(), name.size()), 0xE7037ED1A0B428DB);
+    const auto key =
+        (static_cast<uint32_t>(hash ^ hash >> 32) & ~kNeighbours) | (last & kNeighbours);
+    return key != 0 ? key : 1;
 }
 
 NamedRecord* NameIndex::Find(const char* text, uint32_t key, uint32_t owner, Text name) const {
-    for (uint32_t slot = key & mask_; slots_[slot] != nullptr; slot = (slot + 1) & mask_) {
-        NamedRecord* record = slots_[slot];
-        if (record->key == key && record->owner == owner && record->nameLength == name.size() &&
+    for (uint32_t slot = key & mask_; keys_[slot] != 0; slot = (slot + 1) & mask_) {
+        if (keys_[slot] != key) {
+            continue;
+        }
+        NamedRecord* record = records_[slot];
+        if (record->owner == owner && record->nameLength == name.size() &&
             SameBytes(text + record->nameOffset, name.data(), name.size())) {
             return record;
         }
@@ -139,26 +131,31 @@ NamedRecord* NameIndex::Find(const char* text, uint32_t key, uint32_t owner, Tex
     return nullptr;
 }
 
-bool NameIndex::Insert(ParsePool& pool, NamedRecord* record) {
+void NameIndex::Put(uint32_t key, NamedRecord* record) {
+    uint32_t slot = key & mask_;
+    while (keys_[slot] != 0) {
+        slot = (slot + 1) & mask_;
+    }
+    keys_[slot] = key;
+    records_[slot] = record;
+}
+
+bool NameIndex::Insert(uint32_t key, NamedRecord* record) {
     if (used_ * 2 >= mask_) {
-        // The keys stay what they are, so records need not be read again for their names.
         const uint32_t oldSlots = mask_ + 1;
-        if (oldSlots > UINT32_MAX / 4) {
+        NamedRecord** const oldRecords = records_;
+        const uint32_t* const oldKeys = keys_;
+        if (oldSlots > UINT32_MAX / 4 || !Allocate(oldSlots * 2)) {
             return false;
         }
-        auto** larger = pool.Make<NamedRecord*>(size_t{oldSlots} * 2);
-        if (larger == nullptr) {
-            return false;
-        }
-        NamedRecord** old = std::exchange(slots_, larger);
-        mask_ = oldSlots * 2 - 1;
         for (uint32_t slot = 0; slot < oldSlots; ++slot) {
-            if (old[slot] != nullptr) {
-                *SlotFor(old[slot]->key) = old[slot];
+            if (oldKeys[slot] != 0) {
+                Put(oldKeys[slot], oldRecords[slot]);
             }
         }
+        GlobalFree(oldRecords);
     }
-    *SlotFor(record->key) = record;
+    Put(key, record);
     ++used_;
     return true;
 }
@@ -171,10 +168,6 @@ uint32_t ParseState::LineOf(uint32_t offset) const {
 }
 
 // ---- Value conversions ----
-
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t';
-}
 
 namespace {
 
@@ -369,12 +362,10 @@ Text NameOf(const ParseState& state, const ParsedFeature& feature) {
 
 namespace {
 
-void AppendFeature(ParseState& state, ParsedFeature* feature, FeatureKind kind, Text name) {
+void AppendFeature(ParseState& state, ParsedFeature* feature, FeatureKind kind) {
     feature->kind = kind;
     feature->owner = kNoOwner;
     feature->number = state.features.count;
-    feature->nameHash = NameHash(name);
-    feature->nameLength = static_cast<uint32_t>(name.size());
     state.features.Append(feature);
 }
 
@@ -410,7 +401,7 @@ ParsedFeature* FindOrMakeFeature(ParseState& state, FeatureKind kind) {
             const OptionKeyword& row = kOptionKeywordList[static_cast<unsigned>(kind)];
             known->uiType = row.uiType;
             known->installable = kind == FeatureKind::VMOption;
-            AppendFeature(state, known, kind, row.keyword);
+            AppendFeature(state, known, kind);
         }
     }
     return known;
@@ -430,12 +421,12 @@ ParsedFeature* FindOrMakeFeature(ParseState& state, Text name) {
     if (feature == nullptr) {
         return nullptr;
     }
-    feature->key = key;
     feature->nameOffset = state.OffsetOf(name.data());
+    feature->nameLength = static_cast<uint32_t>(name.size());
     feature->uiType = FeatureUIType::PickOne;
     feature->installable = state.inInstallableGroup;
-    AppendFeature(state, feature, FeatureKind::Generic, name);
-    return state.names.Insert(state.pool, feature) ? feature : nullptr;
+    AppendFeature(state, feature, FeatureKind::Generic);
+    return state.names.Insert(key, feature) ? feature : nullptr;
 }
 
 ParsedFeature* FindFeature(const ParseState& state, Text name) {
@@ -447,7 +438,52 @@ ParsedFeature* FindFeature(const ParseState& state, Text name) {
     return static_cast<ParsedFeature*>(state.names.Find(state.text, key, kNoOwner, name));
 }
 
+namespace {
+
+// Up to here a feature's options are looked through one by one and none is in the index: most
+// features never have more.
+constexpr uint32_t kListedOptions = 8;
+
+ParsedOption* FindListed(const ParseState& state, const ParsedFeature& feature, Text name) {
+    ParsedOption* option = feature.firstOption;
+    while (option != nullptr && !HasName(state, option, name)) {
+        option = option->next;
+    }
+    return option;
+}
+
+// A new option at the end of its feature's list; null when memory runs out.
+ParsedOption* AppendOption(ParseState& state, ParsedFeature& feature, Text name) {
+    ParsedOption* option = MakeOption(state.pool, feature.kind);
+    if (option == nullptr) {
+        return nullptr;
+    }
+    option->owner = feature.number;
+    option->nameOffset = state.OffsetOf(name.data());
+    option->nameLength = static_cast<uint32_t>(name.size());
+    option->position = feature.optionCount++;
+    (feature.lastOption != nullptr ? feature.lastOption->next : feature.firstOption) = option;
+    feature.lastOption = option;
+    if (feature.optionCount <= kListedOptions) {
+        return option;
+    }
+    // The first one too many brings the others along.
+    ParsedOption* added = feature.optionCount == kListedOptions + 1 ? feature.firstOption : option;
+    for (; added != nullptr; added = added->next) {
+        const Text addedName(state.text + added->nameOffset, added->nameLength);
+        if (!state.names.Insert(state.names.KeyOf(feature.number, addedName), added)) {
+            return nullptr;
+        }
+    }
+    return option;
+}
+
+}  // namespace
+
 ParsedOption* FindOption(const ParseState& state, const ParsedFeature& feature, Text name) {
+    if (feature.optionCount <= kListedOptions) {
+        return FindListed(state, feature, name);
+    }
     const uint32_t key = state.names.KeyOf(feature.number, name);
     return static_cast<ParsedOption*>(state.names.Find(state.text, key, feature.number, name));
 }
@@ -460,23 +496,10 @@ Result FindOrMakeOption(ParseState& state, ParsedFeature& feature, const Stateme
         found = found != nullptr ? found->next : nullptr;
     }
     if (!HasName(state, found, name)) {
-        const uint32_t key = state.names.KeyOf(feature.number, name);
-        found = static_cast<ParsedOption*>(state.names.Find(state.text, key, feature.number, name));
+        found = FindOption(state, feature, name);
         if (found == nullptr) {
-            found = MakeOption(state.pool, feature.kind);
+            found = AppendOption(state, feature, name);
             if (found == nullptr) {
-                return OutOfMemory(state);
-            }
-            found->key = key;
-            found->owner = feature.number;
-            found->nameOffset = state.OffsetOf(name.data());
-            found->nameLength = static_cast<uint32_t>(name.size());
-            found->nameHash = NameHash(name);
-            found->position = feature.optionCount++;
-            (feature.lastOption != nullptr ? feature.lastOption->next : feature.firstOption) =
-                found;
-            feature.lastOption = found;
-            if (!state.names.Insert(state.pool, found)) {
                 return OutOfMemory(state);
             }
         }

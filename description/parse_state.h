@@ -9,7 +9,9 @@
 // access; one that it shortens faults as any mapped file does, which is the system's to report.
 
 #include <cstring>
+#include <new>
 #include <string_view>
+#include <utility>
 
 #include "description/parse_observer.h"
 #include "description/printer_description.h"
@@ -18,24 +20,38 @@ namespace ksfax {
 
 using Text = std::string_view;
 
-// An arena of global memory, released as a whole. Made in its own first block.
+// An arena of global memory, released as a whole.
 class ParsePool {
   public:
-    // A first block with `room` bytes, zeroed; false when memory runs out.
+    // A first block with `room` bytes; false when memory runs out.
     [[nodiscard]] bool Open(size_t room);
     void Release();
-    // Zeroed memory for one record, or null. The record needs no destructor.
+    // Zeroed memory for one record or for several, or null. Records need no destructor.
     template <typename Record>
-    [[nodiscard]] Record* Make(size_t count = 1) {
+    [[nodiscard]] Record* Make() {
         static_assert(alignof(Record) <= 8);
-        return count > SIZE_MAX / sizeof(Record)
-                   ? nullptr
-                   : static_cast<Record*>(Take(count * sizeof(Record)));
+        void* memory = Take(sizeof(Record));
+        return memory != nullptr ? new (memory) Record() : nullptr;
+    }
+    template <typename Record>
+    [[nodiscard]] Record* MakeMany(size_t count) {
+        void* memory = count <= kMost / sizeof(Record) ? Take(count * sizeof(Record)) : nullptr;
+        return memory != nullptr ? new (memory) Record[count]() : nullptr;
     }
 
   private:
     struct Block;
-    void* Take(size_t bytes);
+    static constexpr size_t kMost = SIZE_MAX / 2;
+
+    // `bytes`, at most kMost, from a multiple of 8; or null.
+    void* Take(size_t bytes) {
+        const size_t rounded = (bytes + 7) & ~size_t{7};
+        if (rounded > left_ && !AddBlock(rounded)) {
+            return nullptr;
+        }
+        left_ -= rounded;
+        return std::exchange(next_, next_ + rounded);
+    }
     bool AddBlock(size_t room);
 
     Block* newest_ = nullptr;
@@ -58,11 +74,9 @@ struct StoredText {
 // What the name index finds: an option by its feature's number and its name, a generic feature
 // by kNoOwner and its name.
 struct NamedRecord {
-    uint32_t key;  // of the index
     uint32_t owner;
     uint32_t nameOffset;  // in the file; unused for well-known features
     uint32_t nameLength;
-    uint32_t nameHash;
     uint32_t position;  // in its list; a feature's is settled by packing
 };
 constexpr uint32_t kNoOwner = UINT32_MAX;
@@ -114,8 +128,7 @@ struct ParsedFeature : NamedRecord {
 struct ParsedFont {
     ParsedFont* next;
     uint32_t nameOffset;
-    uint32_t nameLength;
-    uint32_t nameHash;
+    uint16_t nameLength;
     uint16_t id;
     StoredText description;
 };
@@ -150,21 +163,27 @@ struct ParsedList {
     }
 };
 
-// Options and generic features by name: open addressing in arena memory, at most half full. The
-// hash is keyed with the table's address, so that no file can be written to make it slow.
+// Generic features by name, and the options of features that have many: open addressing, at most
+// half full. Keys lie apart from the records that they stand for, so that asking for a name that
+// is new, which is what a long PPD does most, reads nothing but a few neighbouring keys. They are
+// hashed with the table's address, so that no file can be written to make it slow.
 class NameIndex {
   public:
-    [[nodiscard]] bool Open(ParsePool& pool, uint32_t slots);
+    // False when memory runs out. `slots` is a power of 2.
+    [[nodiscard]] bool Open(uint32_t slots);
+    void Release();
     uint32_t KeyOf(uint32_t owner, Text name) const;
-    // `text` is the file's.
+    // The record of that owner and name, or null. `text` is the file's.
     NamedRecord* Find(const char* text, uint32_t key, uint32_t owner, Text name) const;
     // False when memory runs out.
-    [[nodiscard]] bool Insert(ParsePool& pool, NamedRecord* record);
+    [[nodiscard]] bool Insert(uint32_t key, NamedRecord* record);
 
   private:
-    NamedRecord** SlotFor(uint32_t key) const;
+    bool Allocate(uint32_t slots);
+    void Put(uint32_t key, NamedRecord* record);
 
-    NamedRecord** slots_ = nullptr;
+    NamedRecord** records_ = nullptr;  // one allocation with keys_
+    uint32_t* keys_ = nullptr;         // 0 = the slot is empty
     uint32_t mask_ = 0;
     uint32_t used_ = 0;
     uint64_t seed_ = 0;
@@ -174,8 +193,7 @@ struct ParseState {
     ParsePool pool;
     const char* text;  // the whole file
     uint32_t textLength;
-    void* view;         // the mapped view that text lies in, or null
-    bool hasZeroBytes;  // the text holds some; a value ends at its first
+    void* view;  // the mapped view that text lies in, or null
 
     // The numbers of the header; its references stay 0 and are the fields below until packing.
     PrinterDescription header;
@@ -194,7 +212,7 @@ struct ParseState {
     ParsedList<ParsedFeature> features;
     ParsedFeature* featureByKind[kFeatureKinds];
     ParsedList<ParsedFont> fonts;
-    ParsedFont* fontById[81];
+    uint64_t fontsSeen[2];  // a bit for each device font
     ParsedList<ParsedConstraint> constraints;
     ParsedList<ParsedOrder> orders;
     NameIndex names;
@@ -224,6 +242,7 @@ struct StatementRecord {
     Text translation;
     Text value;
     ValueType type;
+    bool hasZeroBytes;  // in the value, which ends at the first
 };
 
 // Counts and positions of the packed block stop at what 16 bits hold.
@@ -295,7 +314,9 @@ bool ParseBoolean(uint32_t* value, Text text);
 // Without one leading asterisk; empty when nothing is left.
 Text StripAsterisk(Text text);
 
-bool IsBlank(char c);
+inline bool IsBlank(char c) {
+    return c == ' ' || c == '\t';
+}
 
 // ---- Option model ----
 

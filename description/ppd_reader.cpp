@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 
+#include "platform/byte_scan.h"
 #include "platform/crc16.h"
 
 #include "description/keyword_table.h"
@@ -17,63 +18,24 @@ constexpr size_t kLongestPart = 40;  // main keyword, option keyword, translatio
 constexpr uint32_t kLongestFile = 0x7FFFFFFF;
 
 // ---- Characters ----
+// What ends a part of a statement, tested on sixteen characters at once. Control characters and
+// those from 128 on, which compare as negative, belong to no part.
 
-enum CharacterClass : uint8_t {
-    kKeywordCharacter = 1,      // 0x21 to 0x7E without the colon
-    kOptionCharacter = 2,       // those without the slash
-    kTranslationCharacter = 4,  // tab and 0x20 to 0x7E without the colon
-    kBlank = 8,
-    kLineEnd = 16,
+using platform::FindByte;
+using platform::SixteenBytes;
+
+constexpr auto kLineEnd = [](SixteenBytes c) { return (c == '\n') | (c == '\r'); };
+constexpr auto kKeywordEnd = [](SixteenBytes c) { return (c <= ' ') | (c == ':') | (c == 0x7F); };
+constexpr auto kOptionEnd = [](SixteenBytes c) { return kKeywordEnd(c) | (c == '/'); };
+constexpr auto kTranslationEnd = [](SixteenBytes c) {
+    return ((c < ' ') & (c != '\t')) | (c == ':') | (c == 0x7F);
 };
+// A zero byte ends what is stored of a value; an unquoted one ends at its own translation.
+constexpr auto kQuotedEnd = [](SixteenBytes c) { return (c == '"') | (c == 0); };
+constexpr auto kUnquotedEnd = [](SixteenBytes c) { return kLineEnd(c) | (c == '/') | (c == 0); };
 
-constexpr auto kClasses = [] {
-    struct Table {
-        uint8_t flags[256];
-    } table = {};
-    for (unsigned c = 0x21; c <= 0x7E; ++c) {
-        if (c != ':') {
-            table.flags[c] = kKeywordCharacter | kTranslationCharacter;
-            table.flags[c] |= c != '/' ? kOptionCharacter : 0;
-        }
-    }
-    for (const uint8_t blank : {' ', '\t'}) {
-        table.flags[blank] = kTranslationCharacter | kBlank;
-    }
-    for (const uint8_t end : {'\r', '\n'}) {
-        table.flags[end] = kLineEnd;
-    }
-    return table;
-}();
-
-bool Is(CharacterClass wanted, char c) {
-    return (kClasses.flags[static_cast<uint8_t>(c)] & wanted) != 0;
-}
-
-// Eight bytes that are `c`, marked by the top bit of the byte; exact up to the first mark.
-uint64_t MarkBytes(uint64_t word, char c) {
-    constexpr uint64_t kOnes = 0x0101010101010101;
-    const uint64_t differences = word ^ (kOnes * static_cast<uint8_t>(c));
-    return (differences - kOnes) & ~differences & (kOnes << 7);
-}
-
-// The first line end or, when `alsoSlash`, slash from `place` on; `end` when there is none.
-template <bool alsoSlash>
-const char* FindValueEnd(const char* place, const char* end) {
-    for (; end - place >= 8; place += 8) {
-        uint64_t word = 0;
-        std::memcpy(&word, place, sizeof(word));
-        uint64_t marks = MarkBytes(word, '\n') | MarkBytes(word, '\r');
-        if constexpr (alsoSlash) {
-            marks |= MarkBytes(word, '/');
-        }
-        if (marks != 0) {
-            return place + (std::countr_zero(marks) >> 3);
-        }
-    }
-    while (place != end && !Is(kLineEnd, *place) && !(alsoSlash && *place == '/')) {
-        ++place;
-    }
-    return place;
+bool IsLineEnd(char c) {
+    return c == '\n' || c == '\r';
 }
 
 // ---- Statements ----
@@ -91,128 +53,133 @@ Result Reject(FileReader& file, const char* place, StatementReason why, Statemen
     return Result::Bad;
 }
 
-// Reads one part of a statement; Handled leaves file.next at the character after it.
-Result ReadPart(FileReader& file, CharacterClass wanted, Text& part, StatementReason tooLong,
-                StatementReason* reason) {
-    const char* const start = file.next;
-    const char* const limit =
-        start + std::min(static_cast<size_t>(file.end - start), kLongestPart + 1);
-    const char* place = start;
-    while (place != limit && Is(wanted, *place)) {
+Result TooLong(FileReader& file, Text& part, StatementReason why, StatementReason* reason) {
+    part = part.substr(0, kLongestPart + 1);
+    file.bad = part.data();
+    *reason = why;
+    return Result::Fatal;
+}
+
+template <typename Test>
+Text PartUntil(Test isEnd, const char* start, const char* end) {
+    return {start, static_cast<size_t>(FindByte(start, end, isEnd) - start)};
+}
+
+const char* EndOf(Text part) {
+    return part.data() + part.size();
+}
+
+const char* SkipBlanks(const char* place, const char* end) {
+    while (place != end && IsBlank(*place)) {
         ++place;
     }
-    part = {start, static_cast<size_t>(place - start)};
-    if (part.size() > kLongestPart) {
-        file.bad = start;
-        *reason = tooLong;
-        return Result::Fatal;
-    }
-    file.next = place;
-    return place == file.end ? Result::EndOfFile : Result::Handled;
+    return place;
 }
 
-bool SkipBlanks(FileReader& file) {
-    while (file.next != file.end && Is(kBlank, *file.next)) {
-        ++file.next;
-    }
-    return file.next != file.end;
+// Past the first line end from `place` on, or `end`.
+const char* SkipLine(const char* place, const char* end) {
+    place = FindByte(place, end, kLineEnd);
+    return place == end ? place : place + 1;
 }
 
-// Past the line end at or after `place`; false when the file ends before one.
-bool SkipLine(FileReader& file, const char* place) {
-    place = FindValueEnd<false>(place, file.end);
-    file.next = place == file.end ? place : place + 1;
-    return place != file.end;
+// The next asterisk that begins a statement, or `end`.
+const char* FindStatement(const char* place, const char* end) {
+    while (place != end && !(*place == '*' && (place + 1 == end || place[1] != '%'))) {
+        place = SkipLine(place, end);
+    }
+    return place;
 }
 
-// Leaves file.next after the next asterisk that begins a statement; false at the file's end.
-bool FindStatement(FileReader& file) {
-    while (file.next != file.end) {
-        const char* const place = file.next;
-        if (*place == '*' && (place + 1 == file.end || place[1] != '%')) {
-            file.next = place + 1;
-            return true;
-        }
-        SkipLine(file, place);
+// Reads the value that begins at `start`, and the rest of its line. False at the file's end.
+bool ReadValue(StatementRecord& statement, FileReader& file, const char* start) {
+    const char* const end = file.end;
+    const bool isQuoted = *start == '"';
+    start += isQuoted ? 1 : 0;
+    const auto findEnd = [&](const char* place) {
+        return isQuoted ? FindByte(place, end, kQuotedEnd) : FindByte(place, end, kUnquotedEnd);
+    };
+    const char* stop = findEnd(start);
+    statement.hasZeroBytes = stop != end && *stop == 0;
+    while (stop != end && *stop == 0) {
+        stop = findEnd(stop + 1);
     }
-    return false;
+    if (isQuoted && stop == end) {
+        return false;
+    }
+    statement.value = {start, static_cast<size_t>(stop - start)};
+    if (isQuoted) {
+        statement.type = ValueType::Quoted;
+    } else {
+        statement.type = *start == '^' ? ValueType::Symbol : ValueType::String;
+    }
+    const char* const line = FindByte(stop, end, kLineEnd);
+    file.next = line == end ? end : line + 1;
+    return line != end;
 }
 
 // Reads the next statement. EndOfFile with a start set means that the file ends inside it.
 Result ReadStatement(StatementRecord& statement, FileReader& file, StatementReason* reason) {
-    statement = {};
-    if (!FindStatement(file)) {
+    const char* const end = file.end;
+    const char* place = FindStatement(file.next, end);
+    file.next = end;
+    if (place == end) {
+        statement = {};
         return Result::EndOfFile;
     }
-    statement.start = file.next - 1;
-    // No part of an unread statement may lie outside the file.
-    const Text nothing(file.next, 0);
-    statement.keyword = statement.option = statement.translation = statement.value = nothing;
-    if (file.next == file.end) {
-        return Result::EndOfFile;
-    }
+    statement.start = place++;
+    // No part of an unread statement may lie outside the file. One by one: copies of a text just
+    // stored would wait for the two halves of it.
+    statement.option = Text(place, 0);
+    statement.translation = Text(place, 0);
+    statement.value = Text(place, 0);
+    statement.type = ValueType::None;
+    statement.hasZeroBytes = false;
 
-    if (!Is(kKeywordCharacter, *file.next)) {
-        return Reject(file, file.next, StatementReason::BadKeyword, reason);
-    }
-    Result result = ReadPart(file, kKeywordCharacter, statement.keyword,
-                             StatementReason::KeywordTooLong, reason);
-    if (result != Result::Handled) {
-        return result;
-    }
-    if (!SkipBlanks(file)) {
+    statement.keyword = PartUntil(kKeywordEnd, place, end);
+    if (place == end) {
         return Result::EndOfFile;
     }
-    if (Is(kLineEnd, *file.next)) {
-        ++file.next;
+    if (statement.keyword.empty()) {
+        return Reject(file, place, StatementReason::BadKeyword, reason);
+    }
+    if (statement.keyword.size() > kLongestPart) {
+        return TooLong(file, statement.keyword, StatementReason::KeywordTooLong, reason);
+    }
+    place = SkipBlanks(EndOf(statement.keyword), end);
+    if (place == end) {
+        return Result::EndOfFile;
+    }
+    if (IsLineEnd(*place)) {
+        file.next = place + 1;
         return Result::Handled;
     }
 
-    if (*file.next != ':') {
-        if (!Is(kOptionCharacter, *file.next)) {
-            return Reject(file, file.next, StatementReason::BadOption, reason);
+    if (*place != ':') {
+        statement.option = PartUntil(kOptionEnd, place, end);
+        if (statement.option.empty()) {
+            return Reject(file, place, StatementReason::BadOption, reason);
         }
-        result = ReadPart(file, kOptionCharacter, statement.option, StatementReason::OptionTooLong,
-                          reason);
-        if (result != Result::Handled) {
-            return result;
+        if (statement.option.size() > kLongestPart) {
+            return TooLong(file, statement.option, StatementReason::OptionTooLong, reason);
         }
-        if (!SkipBlanks(file)) {
-            return Result::EndOfFile;
-        }
-        if (*file.next == '/') {
-            ++file.next;
-            result = ReadPart(file, kTranslationCharacter, statement.translation,
-                              StatementReason::TranslationTooLong, reason);
-            if (result != Result::Handled) {
-                return result;
+        place = SkipBlanks(EndOf(statement.option), end);
+        if (place != end && *place == '/') {
+            statement.translation = PartUntil(kTranslationEnd, place + 1, end);
+            if (statement.translation.size() > kLongestPart) {
+                return TooLong(file, statement.translation, StatementReason::TranslationTooLong,
+                               reason);
             }
+            place = EndOf(statement.translation);
         }
-        if (*file.next != ':') {
-            return Reject(file, file.next, StatementReason::MissingColon, reason);
-        }
-    }
-    ++file.next;
-    if (!SkipBlanks(file)) {
-        return Result::EndOfFile;
-    }
-
-    const char* const start = file.next;
-    if (*start == '"') {
-        const auto* close = static_cast<const char*>(
-            std::memchr(start + 1, '"', static_cast<size_t>(file.end - start - 1)));
-        if (close == nullptr) {
-            file.next = file.end;
+        if (place == end) {
             return Result::EndOfFile;
         }
-        statement.value = {start + 1, static_cast<size_t>(close - start - 1)};
-        statement.type = ValueType::Quoted;
-        return SkipLine(file, close + 1) ? Result::Handled : Result::EndOfFile;
+        if (*place != ':') {
+            return Reject(file, place, StatementReason::MissingColon, reason);
+        }
     }
-    const char* const stop = FindValueEnd<true>(start, file.end);
-    statement.value = {start, static_cast<size_t>(stop - start)};
-    statement.type = statement.value.starts_with('^') ? ValueType::Symbol : ValueType::String;
-    return SkipLine(file, stop) ? Result::Handled : Result::EndOfFile;
+    place = SkipBlanks(place + 1, end);
+    return place != end && ReadValue(statement, file, place) ? Result::Handled : Result::EndOfFile;
 }
 
 // ---- Dispatch ----
@@ -241,7 +208,7 @@ Result DispatchStatement(ParseState& state, StatementRecord& statement) {
     }
     // A value that holds a zero byte is what stands before it; its form goes by the whole.
     const bool isEmpty = statement.value.empty();
-    if (state.hasZeroBytes) {
+    if (statement.hasZeroBytes) {
         statement.value = statement.value.substr(0, statement.value.find('\0'));
     }
     if (state.openFeature != nullptr) {
@@ -365,7 +332,7 @@ bool ParseStatements(ParseState& state, const ParseObserver* observer) {
 void RecordLineStarts(ParseState& state) {
     const char* const end = state.text + state.textLength;
     const auto nextLine = [&](const char* place) {
-        place = FindValueEnd<false>(place, end);
+        place = FindByte(place, end, kLineEnd);
         if (place != end) {
             place += *place == '\r' && place + 1 != end && place[1] == '\n' ? 2 : 1;
         }
@@ -375,7 +342,7 @@ void RecordLineStarts(ParseState& state) {
     for (const char* place = state.text; place != end; place = nextLine(place)) {
         ++count;
     }
-    auto* starts = state.pool.Make<uint32_t>(count);
+    auto* starts = state.pool.MakeMany<uint32_t>(count);
     if (starts == nullptr) {
         return;
     }
@@ -401,14 +368,15 @@ void SetInitialValues(PrinterDescription& header) {
 // The arena's first block fits the records of an ordinary PPD of that size, so that one
 // allocation does for nearly all.
 size_t FirstBlockRoom(size_t textLength) {
-    constexpr size_t kLeast = sizeof(ParseState) + 1024;
-    return kLeast + textLength / 2;
+    constexpr size_t kLeast = sizeof(ParseState) + 256;
+    return kLeast + textLength / 3;
 }
 
+// Slots for the names of an ordinary PPD; one of many options grows them as it goes.
 uint32_t NameSlots(size_t textLength) {
-    constexpr size_t kBytesPerName = 64;
-    constexpr size_t kLeast = 64;
-    return static_cast<uint32_t>(std::bit_ceil(std::max(textLength / kBytesPerName, kLeast)));
+    constexpr size_t kBytesPerSlot = 128;
+    constexpr size_t kLeast = 32;
+    return static_cast<uint32_t>(std::bit_ceil(std::max(textLength / kBytesPerSlot, kLeast)));
 }
 
 ParseState* MakeState(std::string_view text, const WCHAR* path) {
@@ -421,7 +389,7 @@ ParseState* MakeState(std::string_view text, const WCHAR* path) {
         ++pathLength;
     }
     auto* state = pool.Make<ParseState>();
-    auto* pathCopy = pool.Make<WCHAR>(pathLength + 1);
+    auto* pathCopy = pool.MakeMany<WCHAR>(pathLength + 1);
     if (state == nullptr || pathCopy == nullptr) {
         pool.Release();
         return nullptr;
@@ -432,9 +400,8 @@ ParseState* MakeState(std::string_view text, const WCHAR* path) {
     state->textLength = static_cast<uint32_t>(text.size());
     state->path = pathCopy;
     state->pathLength = static_cast<uint32_t>(pathLength);
-    state->hasZeroBytes = std::memchr(text.data(), 0, text.size()) != nullptr;
     SetInitialValues(state->header);
-    if (!state->names.Open(state->pool, NameSlots(text.size()))) {
+    if (!state->names.Open(NameSlots(text.size()))) {
         ReleaseParse(state);
         return nullptr;
     }
@@ -447,6 +414,7 @@ void ReleaseParse(ParseState* state) {
     if (state->view != nullptr) {
         UnmapViewOfFile(state->view);
     }
+    state->names.Release();
     // The state lies in the pool's own memory.
     ParsePool pool = state->pool;
     pool.Release();

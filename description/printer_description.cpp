@@ -283,12 +283,26 @@ NumberField FindNumberField(const char* text, unsigned field) {
 
 }  // namespace
 
-uint32_t NameHash(const char* name) {
+uint32_t NameHash(std::string_view name) {
     uint32_t hash = 0;
-    for (; *name != 0; ++name) {
-        hash = (hash << 1) ^ static_cast<uint8_t>(*name);
+    // Eight bytes a step, folded as neighbours, then neighbouring pairs, then fours.
+    for (; name.size() >= 8; name.remove_prefix(8)) {
+        constexpr uint64_t kEven = 0x00FF00FF00FF00FF;
+        constexpr uint64_t kEvenPairs = 0x0000FFFF0000FFFF;
+        uint64_t bytes = 0;
+        std::memcpy(&bytes, name.data(), sizeof(bytes));
+        const uint64_t pairs = ((bytes & kEven) << 1) ^ (bytes >> 8 & kEven);
+        const uint64_t fours = ((pairs & kEvenPairs) << 2) ^ (pairs >> 16 & kEvenPairs);
+        hash = (hash << 8) ^ static_cast<uint32_t>(fours << 4) ^ static_cast<uint32_t>(fours >> 32);
+    }
+    for (const char c : name) {
+        hash = (hash << 1) ^ static_cast<uint8_t>(c);
     }
     return hash;
+}
+
+uint32_t NameHash(const char* name) {
+    return NameHash(std::string_view(name));
 }
 
 uint32_t GetDefaultResolution(const PrinterDescription& description) {

@@ -370,6 +370,7 @@ List<Record> ListOf(Ref<Record> first) {
 }
 
 // The hash that every list record carries of its name: h = (h << 1) ^ byte, from 0.
+uint32_t NameHash(std::string_view name);
 uint32_t NameHash(const char* name);
 
 // Number of records from `first` on.

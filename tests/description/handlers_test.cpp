@@ -116,6 +116,7 @@ TEST(OptionModel, FillsTheSpecialFeatures) {
     EXPECT_EQ(CountListEntries(font), 2u);
     EXPECT_EQ(TextOf(font->Description), "Standard x");
     EXPECT_EQ(font->FontId, 9);
+    EXPECT_EQ(FindByName(font, "Courier"), font);  // by the hash that every list record carries
     EXPECT_EQ(TextOf(description->SleepMode), "0,5");
 }
 
