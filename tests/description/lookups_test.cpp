@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
+#include "platform/embedded/resources.h"
+
 #include "description/device_fonts.h"
 #include "description/paper_keywords.h"
+#include "resources/resource.h"
 #include "tests/description/ppd_text.h"
+#include "tool/loaded_driver.h"
 
 namespace ksfax {
 namespace {
@@ -25,6 +29,22 @@ TEST(DeviceFontId, NumbersTheBuiltInFonts) {
     EXPECT_EQ(DeviceFontId("AvantGarde-Book"), 1);
     EXPECT_EQ(DeviceFontId("LetterGothic-BoldSlanted"), 80);
     EXPECT_EQ(DeviceFontId("courier"), 0);
+
+    // The font resources have the same numbers: u16 number, four more, then the name.
+    embedded::Machine machine;
+    const tool::LoadedDriver driver(machine);
+    const auto record = [&](WORD number) {
+        return machine.resources().Find(driver.instance(), DEVICE_FONT_RESOURCE, number);
+    };
+    for (WORD number = 1; number <= kDeviceFonts; ++number) {
+        constexpr size_t kName = 5 * sizeof(WORD);
+        const std::span<const std::byte> bytes = record(number);
+        ASSERT_GT(bytes.size(), kName) << number;
+        ASSERT_EQ(bytes.back(), std::byte{0}) << number;
+        EXPECT_EQ(std::to_integer<WORD>(bytes[0]), number);
+        EXPECT_EQ(DeviceFontId(reinterpret_cast<const char*>(bytes.data() + kName)), number);
+    }
+    EXPECT_TRUE(record(kDeviceFonts + 1).empty());
 }
 
 // Document features Duplex 0 and Collate 1, installable ones Tray 2, Unit 3 and Disk 4.
