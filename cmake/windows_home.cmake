@@ -11,7 +11,7 @@ target_compile_definitions(KSFAXUI PRIVATE UNICODE _UNICODE)
 # --exclude-all-symbols: what the .def file names and nothing else.
 target_link_options(KSFAXUI PRIVATE ${STATIC_RUNTIME} -s
   -Wl,--gc-sections,--exclude-all-symbols,--dynamicbase,--high-entropy-va,--nxcompat)
-target_link_libraries(KSFAXUI PRIVATE winspool)
+target_link_libraries(KSFAXUI PRIVATE winspool ntdll)
 set_target_properties(KSFAXUI PROPERTIES PREFIX "" SUFFIX ".DLL")
 set_source_files_properties(resources/ksfaxui.rc PROPERTIES
   COMPILE_OPTIONS "-I${CMAKE_SOURCE_DIR}")
@@ -40,7 +40,7 @@ add_executable(ksfax_windows_tests ${WINDOWS_TEST_SOURCES})
 target_compile_options(ksfax_windows_tests PRIVATE -O1)
 target_compile_definitions(ksfax_windows_tests PRIVATE UNICODE _UNICODE)
 target_link_options(ksfax_windows_tests PRIVATE ${STATIC_RUNTIME})
-target_link_libraries(ksfax_windows_tests PRIVATE windows_gtest winspool gdiplus)
+target_link_libraries(ksfax_windows_tests PRIVATE windows_gtest winspool gdiplus ntdll)
 add_dependencies(ksfax_windows_tests KSFAXUI)
 
 # Companion modules for the tests, all of the one name, so each in its own folder.

@@ -2,6 +2,14 @@
 
 // Published constants and records that the installed Windows headers lack.
 
+// ---- Native conversions of the ANSI code page; all counts are in bytes ----
+extern "C" NTSYSAPI LONG NTAPI RtlMultiByteToUnicodeN(PWSTR target, ULONG targetBytes,
+                                                      PULONG resultBytes, LPCSTR source,
+                                                      ULONG sourceBytes);
+extern "C" NTSYSAPI LONG NTAPI RtlUnicodeToMultiByteN(LPSTR target, ULONG targetBytes,
+                                                      PULONG resultBytes, LPCWSTR source,
+                                                      ULONG sourceBytes);
+
 // ---- Driver upgrade ----
 struct DRIVER_UPGRADE_INFO_1W {
     LPWSTR pPrinterName;

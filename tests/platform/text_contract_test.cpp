@@ -18,9 +18,8 @@ TEST(FormatContract, ConversionsThatTheDriverUses) {
            wsprintfW(text, TEXT("%02d|%3d|%-3d|%#x|%02u"), 7, 7, 7, 42, 100));
     expect(TEXT("wide narrow c 100%"),
            wsprintfW(text, TEXT("%s %S %c 100%%"), TEXT("wide"), "narrow", L'c'));
-    expect(TEXT("abc|  abc|abc  "),
-           wsprintfW(text, TEXT("%.3s|%5.3s|%-5.3s"), TEXT("abcdef"), TEXT("abcdef"),
-                     TEXT("abcdef")));
+    expect(TEXT("abc|  abc|abc  "), wsprintfW(text, TEXT("%.3s|%5.3s|%-5.3s"), TEXT("abcdef"),
+                                              TEXT("abcdef"), TEXT("abcdef")));
     char narrow[64];
     EXPECT_EQ(wsprintfA(narrow, "%s %d %S", "a", 5, TEXT("w")), 5);
     EXPECT_STREQ(narrow, "a 5 w");
@@ -42,6 +41,19 @@ TEST(AnsiContract, CountedConversionsMeasureConvertAndRefuse) {
     EXPECT_STREQ(narrow, "\x80?z");
     EXPECT_EQ(WideCharToMultiByte(1252, 0, TEXT("abcd"), -1, narrow, 4, nullptr, nullptr), 0);
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+}
+
+TEST(AnsiContract, NativeConversionsFillWhatThereIsRoomFor) {
+    Home home;
+    WCHAR wide[4] = {9, 9, 9, 9};
+    ULONG bytes = 0;
+    EXPECT_EQ(RtlMultiByteToUnicodeN(wide, 6, &bytes, "abcdef", 6), 0);
+    EXPECT_EQ(bytes, 6u);
+    EXPECT_EQ(Text(wide, 4), TEXT("abc\t"));
+    char narrow[] = "xxxx";
+    EXPECT_EQ(RtlUnicodeToMultiByteN(narrow, 3, &bytes, TEXT("abcdef"), 12), 0);
+    EXPECT_EQ(bytes, 3u);
+    EXPECT_STREQ(narrow, "abcx");
 }
 
 TEST(CompareContract, LetterCaseIsFoldedBeyondAscii) {

@@ -20,7 +20,7 @@ wanted=$(awk 'names && NF { print $1 } $1 == "EXPORTS" { names = 1 }' "$def" | s
 check "exports that differ from $def" "$(diff <(echo "$wanted") <(echo "$exported"))"
 
 # Only what Windows itself brings may be needed beside the DLL.
-windows='kernel32|user32|gdi32|advapi32|shell32|ole32|comctl32|msvcrt|winspool\.drv'
+windows='kernel32|user32|gdi32|advapi32|shell32|ole32|comctl32|msvcrt|ntdll|winspool\.drv'
 check "imports that Windows does not bring" \
     "$(awk '/DLL Name:/ { print $3 }' <<<"$headers" | grep -viE "^($windows)(\.dll)?$" | paste -sd' ')"
 
