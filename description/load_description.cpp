@@ -270,6 +270,11 @@ void CheckTable(SoundnessCheck& check, Ref<Table> reference, size_t entrySize) {
     check.Expect(table == nullptr || table->EntrySize == entrySize);
 }
 
+// The name of the cache file, unless the PPD itself has it and would be overwritten.
+bool HasCacheFile(const WCHAR* path, WCHAR (&name)[MAX_PATH]) {
+    return CacheFileName(path, name) && lstrcmpiW(name, path) != 0;
+}
+
 bool IsMadeFrom(const PrinterDescription& description, const WCHAR* path) {
     const WCHAR* stored = description.PpdFileName.Target();
     return stored != nullptr && lstrcmpiW(FileNamePart(stored), FileNamePart(path)) == 0;
@@ -366,7 +371,7 @@ void RelocateDescription(PrinterDescription* block) {
 PrinterDescription* ReadCachedDescription(const WCHAR* path) {
     WCHAR name[MAX_PATH];
     const FileHandle ppd = OpenForReading(path);
-    if (!ppd || !CacheFileName(path, name)) {
+    if (!ppd || !HasCacheFile(path, name)) {
         return nullptr;
     }
     const FileHandle cache = OpenForReading(name);
@@ -388,17 +393,20 @@ PrinterDescription* ReadCachedDescription(const WCHAR* path) {
     return static_cast<PrinterDescription*>(copy.release());
 }
 
-void WriteCachedDescription(const WCHAR* path, const PrinterDescription* block) {
+void WriteCachedDescription(const WCHAR* path, const PrinterDescription* block,
+                            const ParseObserver* observer) {
     WCHAR name[MAX_PATH];
-    if (!CacheFileName(path, name)) {
-        return;
-    }
-    const FileHandle cache(CreateFileW(name, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                       FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (cache) {
+    bool done = false;
+    if (HasCacheFile(path, name)) {
+        const FileHandle cache(CreateFileW(name, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                           FILE_ATTRIBUTE_NORMAL, nullptr));
         // A file cut short has the wrong size and is not used.
         DWORD written = 0;
-        (void)WriteFile(cache.get(), block, block->TotalSize, &written, nullptr);
+        done = cache && WriteFile(cache.get(), block, block->TotalSize, &written, nullptr) &&
+               written == block->TotalSize;
+    }
+    if (observer != nullptr && observer->cacheWritten != nullptr) {
+        observer->cacheWritten(observer->context, done);
     }
 }
 
@@ -431,7 +439,7 @@ PrinterDescription* LoadPrinterDescription(const WCHAR* path, const ParseObserve
     if (description == nullptr) {
         return nullptr;
     }
-    WriteCachedDescription(path, description);
+    WriteCachedDescription(path, description, observer);
     RelocateDescription(description);
     return description;
 }

@@ -53,8 +53,10 @@ void RelocateDescription(PrinterDescription* block);
 // caller frees it with GlobalFree. Null otherwise, and when the PPD cannot be opened.
 [[nodiscard]] PrinterDescription* ReadCachedDescription(const WCHAR* path);
 
-// Writes TotalSize bytes of a packed block as the cache file of `path`; failures are ignored.
-void WriteCachedDescription(const WCHAR* path, const PrinterDescription* block);
+// Writes TotalSize bytes of a packed block as the cache file of `path`; failures are ignored, but
+// for what the observer is told.
+void WriteCachedDescription(const WCHAR* path, const PrinterDescription* block,
+                            const ParseObserver* observer = nullptr);
 
 // The number between the first two double quotes that follow the word FileVersion, wherever they
 // stand; 24.8. 0 when one of them is missing or the text between is no number.
@@ -62,7 +64,8 @@ uint32_t ReadFileVersion(const char* text);
 
 // The cache file's name: everything after the last full stop of `path`, wherever it stands,
 // becomes PDC; a path without one has .PDC appended. False when that needs more than MAX_PATH
-// characters with its terminator; `name` is then untouched.
+// characters with its terminator; `name` is then untouched. A PPD that has this name itself is
+// loaded without a cache file.
 [[nodiscard]] bool CacheFileName(const WCHAR* path, WCHAR (&name)[MAX_PATH]);
 
 // Maps a whole file for reading. False, with both outs untouched, when the file is missing,

@@ -107,13 +107,15 @@ struct PackReport {
 
 // Null functions are not called.
 struct ParseObserver {
-    void* context;
+    void* context = nullptr;
     // Every statement, in file order, and every bad or overlong beginning of one.
-    void (*statement)(void* context, const StatementReport& report);
+    void (*statement)(void* context, const StatementReport& report) = nullptr;
     // Every correction, after the last statement.
-    void (*packed)(void* context, const PackReport& report);
+    void (*packed)(void* context, const PackReport& report) = nullptr;
     // Whether a load took the description from the cache file.
-    void (*cacheUsed)(void* context, bool used);
+    void (*cacheUsed)(void* context, bool used) = nullptr;
+    // Whether a load that did not could write the cache file.
+    void (*cacheWritten)(void* context, bool written) = nullptr;
 };
 
 }  // namespace ksfax

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "platform/embedded/text.h"
 #include "tool/ppd_file.h"
 #include "tool/program.h"
 
@@ -172,26 +173,39 @@ ordered_json FeatureJson(const ksfax::FeatureRecord& feature) {
     return json;
 }
 
-// "PageSize A4", "PageSize" for any option, or null for what the description does not have.
-ordered_json NameOfPair(const ksfax::PrinterDescription& description, uint16_t position,
-                        uint16_t option) {
-    const ksfax::FeatureRecord* feature =
-        position == ksfax::kNoPosition
-            ? nullptr
-            : ksfax::NthListEntry(description.Features.Target(), position);
-    if (feature == nullptr) {
-        return nullptr;
+// The names of features and options by their positions, which tables may hold in thousands.
+class PairNames {
+  public:
+    explicit PairNames(const ksfax::PrinterDescription& description) {
+        for (const ksfax::FeatureRecord& feature : ksfax::ListOf(description.Features)) {
+            Names& names = features_.emplace_back(FromPpd(feature.Name.Target()));
+            for (const ksfax::OptionRecord& option : ksfax::ListOf(feature.Options)) {
+                names.options.push_back(FromPpd(option.Name.Target()));
+            }
+        }
     }
-    std::string name = FromPpd(feature->Name.Target());
-    if (option != ksfax::kNoOption) {
-        const ksfax::OptionRecord* record =
-            ksfax::NthListEntry(feature->Options.Target(), option);
-        name += ' ' + (record == nullptr ? "?" : FromPpd(record->Name.Target()));
+    // "PageSize A4", "PageSize" for any option, or null for what the description does not have.
+    ordered_json Of(uint16_t feature, uint16_t option) const {
+        if (feature >= features_.size()) {
+            return nullptr;
+        }
+        const auto& [name, options] = features_[feature];
+        if (option == ksfax::kNoOption) {
+            return name;
+        }
+        return name + ' ' + (option < options.size() ? options[option] : "?");
     }
-    return name;
-}
 
-ordered_json ConstraintsJson(const ksfax::PrinterDescription& description) {
+  private:
+    struct Names {
+        std::string feature;
+        std::vector<std::string> options = {};
+    };
+    std::vector<Names> features_;
+};
+
+ordered_json ConstraintsJson(const ksfax::PrinterDescription& description,
+                             const PairNames& names) {
     ordered_json all = ordered_json::array();
     const ksfax::ConstraintTable* table = description.UIConstraints.Target();
     for (unsigned i = 0; table != nullptr && i < table->Count; ++i) {
@@ -201,15 +215,15 @@ ordered_json ConstraintsJson(const ksfax::PrinterDescription& description) {
              {"option1", unsigned(entry.Option1)},
              {"feature2", unsigned(entry.Feature2)},
              {"option2", unsigned(entry.Option2)},
-             {"when", NameOfPair(description, entry.Feature1, entry.Option1)},
+             {"when", names.Of(entry.Feature1, entry.Option1)},
              {"forbids", entry.Feature1 == ksfax::kNoPosition
                              ? ordered_json()
-                             : NameOfPair(description, entry.Feature2, entry.Option2)}});
+                             : names.Of(entry.Feature2, entry.Option2)}});
     }
     return all;
 }
 
-ordered_json OrdersJson(const ksfax::PrinterDescription& description) {
+ordered_json OrdersJson(const ksfax::PrinterDescription& description, const PairNames& names) {
     ordered_json all = ordered_json::array();
     const ksfax::OrderDependencyTable* table = description.OrderDependencies.Target();
     for (unsigned i = 0; table != nullptr && i < table->Count; ++i) {
@@ -219,7 +233,7 @@ ordered_json OrdersJson(const ksfax::PrinterDescription& description) {
                        {"section", section.empty() ? ordered_json() : section[0]},
                        {"feature", unsigned(entry.FeatureIndex)},
                        {"option", unsigned(entry.OptionIndex)},
-                       {"of", NameOfPair(description, entry.FeatureIndex, entry.OptionIndex)}});
+                       {"of", names.Of(entry.FeatureIndex, entry.OptionIndex)}});
     }
     return all;
 }
@@ -235,7 +249,9 @@ ordered_json HeaderJson(const ksfax::PrinterDescription& d) {
                                           {"max", Points(parameter.Max)}};
         }
     }
-    return {{"NickName", Text(d.NickName)},
+    return {{"PpdFileName", d.PpdFileName ? ordered_json(embedded::Utf8(d.PpdFileName.Target()))
+                                          : ordered_json()},
+            {"NickName", Text(d.NickName)},
             {"Version", unsigned(d.Version)},
             {"TotalSize", uint32_t{d.TotalSize}},
             {"Checksum", unsigned(d.Checksum)},
@@ -291,14 +307,15 @@ ordered_json DescriptionJson(const std::filesystem::path& ppd, const LoadedDescr
                          {"id", unsigned(font.FontId)},
                          {"description", Text(font.Description)}});
     }
+    const PairNames names(*loaded);
     return {{"file", JsonPath(ppd)},
             {"cacheUsed", loaded.cacheUsed()},
             {"cacheFile", JsonPath(loaded.cacheFile())},
             {"header", HeaderJson(*loaded)},
             {"features", features},
             {"deviceFonts", fonts},
-            {"constraints", ConstraintsJson(*loaded)},
-            {"orderDependencies", OrdersJson(*loaded)}};
+            {"constraints", ConstraintsJson(*loaded, names)},
+            {"orderDependencies", OrdersJson(*loaded, names)}};
 }
 
 // A value of the header in one line; empty for what the PPD does not say.
@@ -310,10 +327,7 @@ std::string HeaderText(const ordered_json& value) {
         return value.get<bool>() ? "True" : "False";
     }
     if (value.is_string()) {
-        std::string text = value.get<std::string>();
-        for (char& c : text) {
-            c = static_cast<unsigned char>(c) < 0x20 ? ' ' : c;
-        }
+        std::string text = Shown(value.get<std::string>());
         constexpr size_t kLongest = 60;
         if (text.size() > kLongest) {
             size_t end = kLongest;
@@ -361,23 +375,25 @@ std::string Padded(std::string text, size_t width) {
     return text;
 }
 
+std::string ShownText(ksfax::Ref<char> text) { return Shown(FromPpd(text.Target())); }
+
 void TellFeature(const ksfax::FeatureRecord& feature) {
-    std::cout << "  " << FromPpd(feature.Name.Target());
+    std::cout << "  " << ShownText(feature.Name);
     if (feature.Translation) {
-        std::cout << "  \"" << FromPpd(feature.Translation.Target()) << '"';
+        std::cout << "  \"" << ShownText(feature.Translation) << '"';
     }
     std::cout << "  " << Word(kUITypes, unsigned(feature.UIType))
               << (feature.Installable != 0 ? ", installable" : "");
     const std::string name = DefaultName(feature);
     if (!name.empty()) {
-        std::cout << ", default " << name;
+        std::cout << ", default " << Shown(name);
     }
     std::cout << '\n';
     size_t longestName = 8;
     size_t longestTranslation = 0;
     for (const ksfax::OptionRecord& option : ksfax::ListOf(feature.Options)) {
-        longestName = std::max(longestName, FromPpd(option.Name.Target()).size());
-        longestTranslation = std::max(longestTranslation, FromPpd(option.Translation.Target()).size());
+        longestName = std::max(longestName, ShownText(option.Name).size());
+        longestTranslation = std::max(longestTranslation, ShownText(option.Translation).size());
     }
     const bool isResolution = feature.Kind == ksfax::FeatureKind::Resolution;
     const uint64_t chosen = feature.Default;
@@ -390,14 +406,14 @@ void TellFeature(const ksfax::FeatureRecord& feature) {
         const bool isDefault = value == chosen && !marked;
         marked = marked || isDefault;
         std::string line = std::string("    ") + (isDefault ? "* " : "  ") +
-                           Padded(FromPpd(option.Name.Target()), longestName + 2) +
-                           Padded(FromPpd(option.Translation.Target()), longestTranslation + 2);
+                           Padded(ShownText(option.Name), longestName + 2) +
+                           Padded(ShownText(option.Translation), longestTranslation + 2);
         if (feature.Kind == ksfax::FeatureKind::PageSize) {
             line += PaperText(ksfax::AsPaper(option));
         } else if (feature.Kind == ksfax::FeatureKind::VMOption) {
             line += Grouped(ksfax::AsMemory(option).MemoryAmount) + " bytes";
         } else if (feature.Kind == ksfax::FeatureKind::Paper && option.Invocation) {
-            line += "paper code " + FromPpd(option.Invocation.Target());
+            line += "paper code " + ShownText(option.Invocation);
         }
         line.erase(line.find_last_not_of(' ') + 1);
         std::cout << line << '\n';
@@ -427,7 +443,7 @@ void TellDescription(const std::filesystem::path& ppd, const LoadedDescription& 
         std::cout << "\nDevice fonts\n";
         for (const ordered_json& font : json["deviceFonts"]) {
             std::cout << "  " << std::setw(2) << font["id"] << "  "
-                      << font["name"].get<std::string>() << '\n';
+                      << Shown(font["name"].get<std::string>()) << '\n';
         }
     }
     if (!json["constraints"].empty()) {
@@ -436,7 +452,7 @@ void TellDescription(const std::filesystem::path& ppd, const LoadedDescription& 
             std::cout << "  "
                       << (entry["when"].is_null()
                               ? "(names what the description does not have; never holds)"
-                              : entry["when"].get<std::string>() + " forbids " +
+                              : Shown(entry["when"].get<std::string>()) + " forbids " +
                                     HeaderText(entry["forbids"]))
                       << '\n';
         }

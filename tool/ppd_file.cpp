@@ -31,11 +31,16 @@ std::u16string PpdPath(const std::filesystem::path& ppd) {
 
 LoadedDescription::LoadedDescription(const std::filesystem::path& ppd) {
     const std::u16string path = PpdPath(ppd);
+    struct CacheUse {
+        bool used = false;
+        bool written = false;
+    } cache;
     const ksfax::ParseObserver observer = {
-        .context = &cacheUsed_,
-        .statement = nullptr,
-        .packed = nullptr,
-        .cacheUsed = [](void* context, bool used) { *static_cast<bool*>(context) = used; }};
+        .context = &cache,
+        .cacheUsed =
+            [](void* context, bool used) { static_cast<CacheUse*>(context)->used = used; },
+        .cacheWritten = [](void* context,
+                           bool written) { static_cast<CacheUse*>(context)->written = written; }};
     ksfax::PrinterDescription* description = ksfax::LoadPrinterDescription(path.c_str(), &observer);
     if (description == nullptr) {
         throw UserError(ppd.string() + ": the driver can make no description of it; ksfax check " +
@@ -43,12 +48,10 @@ LoadedDescription::LoadedDescription(const std::filesystem::path& ppd) {
     }
     block_.reset(description);
     description_ = description;
+    cacheUsed_ = cache.used;
     WCHAR name[MAX_PATH];
-    if (ksfax::CacheFileName(path.c_str(), name)) {
-        const std::filesystem::path file = embedded::Machine::Current().files().HostPath(name);
-        if (std::filesystem::exists(file)) {
-            cacheFile_ = file;
-        }
+    if ((cache.used || cache.written) && ksfax::CacheFileName(path.c_str(), name)) {
+        cacheFile_ = embedded::Machine::Current().files().HostPath(name);
     }
 }
 
@@ -65,6 +68,21 @@ std::string FromPpd(std::string_view text) {
 
 std::string FromPpd(const char* text) {
     return text == nullptr ? std::string() : FromPpd(std::string_view(text));
+}
+
+std::string Shown(std::string text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        // U+0080 to U+009F are controls too, of two bytes.
+        const bool second = byte >= 0x80 && byte < 0xA0 && i > 0 && text[i - 1] == '\xC2';
+        if (byte < 0x20 || byte == 0x7F) {
+            text[i] = ' ';
+        } else if (second) {
+            text.replace(i - 1, 2, " ");
+            --i;
+        }
+    }
+    return text;
 }
 
 }  // namespace tool

@@ -27,7 +27,7 @@ class LoadedDescription {
     const ksfax::PrinterDescription& operator*() const { return *description_; }
     const ksfax::PrinterDescription* operator->() const { return description_; }
     bool cacheUsed() const { return cacheUsed_; }
-    // The cache file on the host, when there is one.
+    // The cache file on the host that was used or written; empty when there is none.
     const std::filesystem::path& cacheFile() const { return cacheFile_; }
 
   private:
@@ -44,5 +44,9 @@ void RequireDescription(const MachineOptions& options, const std::filesystem::pa
 // Text of the PPD, which is in the machine's ANSI code page, as UTF-8; null is empty.
 std::string FromPpd(const char* text);
 std::string FromPpd(std::string_view text);
+
+// UTF-8 that came from a PPD, for people: a control character, which a terminal might obey, is a
+// blank.
+std::string Shown(std::string text);
 
 }  // namespace tool

@@ -114,6 +114,7 @@ TEST_F(CacheFile, IsRefusedWhenItLeavesTheBlock) {
     const size_t feature = header->Features.Offset();
     const auto* record = reinterpret_cast<const FeatureRecord*>(good.data() + feature);
     const size_t option = record->Options.Offset();
+    const size_t font = header->DeviceFonts.Offset();
     const size_t end = good.size();
     const struct {
         const char* what;
@@ -124,6 +125,12 @@ TEST_F(CacheFile, IsRefusedWhenItLeavesTheBlock) {
         {"nothing changed", feature, static_cast<uint32_t>(record->Next.Offset()), true},
         {"a string at the block's end", 16, static_cast<uint32_t>(end), false},
         {"a string past the end is an absent one", 16, static_cast<uint32_t>(end + 1), true},
+        {"a string whose reference is above 4 GB is an absent one", 20, 1, true},
+        {"a list that ends at a reference above 4 GB", feature + 4, 1, false},
+        {"a stored name that runs into the next string", 472 + 20, 0x410041, false},
+        {"an option without name", option + 8, 0, false},
+        {"a font that is its own next", font, static_cast<uint32_t>(font), false},
+        {"a font without name", font + 8, 0, false},
         {"a record past its place", feature, static_cast<uint32_t>(end - 4), false},
         {"a list that runs back", feature, static_cast<uint32_t>(feature), false},
         {"options that are another feature's", feature + 56, static_cast<uint32_t>(feature), false},
@@ -150,6 +157,21 @@ TEST_F(CacheFile, IsRefusedWhenItLeavesTheBlock) {
         EXPECT_EQ(UsesCache(TEXT("C:\\D\\P.ppd")), row.sound) << row.what;
         EXPECT_TRUE(loaded) << row.what;
     }
+    // An installable feature before a document one, all numbers being right.
+    std::string swapped = good;
+    const auto put = [&](size_t at, uint16_t value) {
+        std::memcpy(swapped.data() + at, &value, sizeof(value));
+    };
+    const size_t second = record->Next.Offset();
+    const size_t third =
+        reinterpret_cast<const FeatureRecord*>(good.data() + second)->Next.Offset();
+    put(feature + 52, 1);
+    put(second + 50, 0);
+    put(third + 50, 1);
+    put(300, 1);
+    put(302, 2);
+    Write("P.PDC", swapped);
+    EXPECT_FALSE(UsesCache(TEXT("C:\\D\\P.ppd")));
     // A stale FeatureByKind in the file is no feature.
     std::string changed = good;
     changed.replace(312, 136, std::string(136, '\x7F'));
@@ -158,24 +180,75 @@ TEST_F(CacheFile, IsRefusedWhenItLeavesTheBlock) {
     EXPECT_EQ(FeatureOf(*loaded, FeatureKind::Resolution), nullptr);
 }
 
+TEST_F(CacheFile, IsNeitherReadNorWrittenWhenItWouldBeThePpd) {
+    for (const char* name : {"Q.PDC", "q.pdc"}) {
+        Write(name, kPpd);
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_FALSE(UsesCache(TEXT("C:\\D\\q.pdc")));
+            EXPECT_TRUE(loaded);
+            EXPECT_EQ(Read(name), kPpd);
+        }
+        std::filesystem::remove(folder / name);
+    }
+}
+
+TEST_F(CacheFile, IsUsedFrom505BytesOnAndWithAVersionOnly) {
+    const struct {
+        const char* ppd;
+        uint32_t size;
+        bool used;
+    } rows[] = {{"*FileVersion: \"1.5\"\n", 504, false},
+                {"*FileVersion: \"1.5\"\n*NickName: \"N\"\n", 508, true},
+                {"*NickName: \"N\"\n", 508, false},
+                {"*FileVersion: \"0\"\n*NickName: \"N\"\n", 508, false}};
+    for (const auto& row : rows) {
+        Write("P.ppd", row.ppd);
+        std::filesystem::remove(folder / "P.PDC");
+        UsesCache(TEXT("C:\\D\\P.ppd"));
+        EXPECT_EQ(Read("P.PDC").size(), row.size) << row.ppd;
+        EXPECT_EQ(UsesCache(TEXT("C:\\D\\P.ppd")), row.used) << row.ppd;
+    }
+}
+
 TEST_F(CacheFile, IsNotUsedWithoutAQuotedVersionAndNeverStopsALoad) {
     Write("P.PPD", "*FileVersion: 1.5\n*Duplex None: \"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\"\n");
     UsesCache(TEXT("C:\\D\\P.PPD"));
     EXPECT_EQ(loaded->FileVersion, 384u);
     EXPECT_FALSE(UsesCache(TEXT("C:\\D\\P.PPD")));
 
-    // The version is far from the file's beginning.
-    const std::string far = std::string(6000, '\n') + kPpd;
-    Write("Far.PPD", far);
-    UsesCache(TEXT("C:\\D\\Far.PPD"));
-    EXPECT_TRUE(UsesCache(TEXT("C:\\D\\Far.PPD")));
+    // A zero byte ends the text that the version is looked for in.
+    Write("P.PPD", std::string("*% \0\n", 5) + kPpd);
+    UsesCache(TEXT("C:\\D\\P.PPD"));
+    EXPECT_EQ(loaded->FileVersion, 384u);
+    EXPECT_FALSE(UsesCache(TEXT("C:\\D\\P.PPD")));
+
+    // The version is far from the file's beginning, or across a round number of bytes.
+    for (const size_t before : {4096u - 17 - 6, 6000u}) {
+        Write("Far.PPD", std::string(before, '\n') + kPpd);
+        std::filesystem::remove(folder / "Far.PDC");
+        UsesCache(TEXT("C:\\D\\Far.PPD"));
+        EXPECT_TRUE(UsesCache(TEXT("C:\\D\\Far.PPD"))) << before;
+    }
 
     // Whatever call fails, the load does not get worse than a parse of the PPD.
-    for (const char* call : {"WriteFile", "ReadFile", "GetFileSize"}) {
+    for (const char* call : {"ReadFile", "GetFileSize", "WriteFile"}) {
+        if (std::string_view(call) == "WriteFile") {
+            std::filesystem::remove(folder / "Far.PDC");  // so that one is written
+        }
         machine.faults.FailCall(call);
         EXPECT_TRUE(UsesCache(TEXT("C:\\D\\Far.PPD")) || loaded) << call;
+        EXPECT_TRUE(machine.faults.struck()) << call;
         machine.faults.Clear();
     }
+    std::filesystem::remove(folder / "Far.PDC");
+    std::filesystem::create_directory(folder / "Far.PDC");
+    EXPECT_FALSE(UsesCache(TEXT("C:\\D\\Far.PPD")));
+    EXPECT_TRUE(loaded);
+
+    Write("Bad.PPD", kPpd + ("*" + std::string(41, 'k')) + ": x\n");
+    EXPECT_FALSE(UsesCache(TEXT("C:\\D\\Bad.PPD")));
+    EXPECT_FALSE(loaded);
+    EXPECT_FALSE(std::filesystem::exists(folder / "Bad.PDC"));
     loaded.reset();
     EXPECT_EQ(machine.OpenNow(), embedded::Leaks());
     EXPECT_EQ(LoadPrinterDescription(nullptr), nullptr);
