@@ -32,7 +32,7 @@ template <uint32_t Header::*Field>
 Result StoreBoolean(ParseState& state, const StatementRecord& statement) {
     return ParseBoolean(&(state.header.*Field), statement.value)
                ? Result::Handled
-               : Ignored(state, Reason::NotABoolean);
+               : Doubtful(state, Reason::NotABoolean);
 }
 
 template <uint32_t Bit>
@@ -40,7 +40,7 @@ Result StoreMakerFlag(ParseState& state, const StatementRecord& statement) {
     uint32_t set = 0;
     const bool isBoolean = ParseBoolean(&set, statement.value);
     state.header.MakerFlags = (state.header.MakerFlags & ~Bit) | (set != 0 ? Bit : 0);
-    return isBoolean ? Result::Handled : Ignored(state, Reason::NotABoolean);
+    return isBoolean ? Result::Handled : Doubtful(state, Reason::NotABoolean);
 }
 
 template <uint16_t Header::*Field>
@@ -48,7 +48,7 @@ Result StorePrintRate(ParseState& state, const StatementRecord& statement) {
     uint32_t rate = 0;
     const bool isNumber = ParseInteger(&rate, statement.value);
     state.header.*Field = static_cast<uint16_t>(rate);
-    return isNumber ? Result::Handled : Ignored(state, Reason::NotANumber);
+    return isNumber ? Result::Handled : Doubtful(state, Reason::NotANumber);
 }
 
 template <StoredText ParseState::*Field, TextMode Mode>
@@ -81,7 +81,9 @@ Result CollectWords(ParseState& state, uint16_t& bits, const WordRow (&words)[Ro
     Text token;
     while (NextToken(value, token)) {
         uint16_t bit = 0;
-        if (!LookupWord(words, token, &bit)) {
+        if (LookupWord(words, token, &bit)) {
+            state.tookEffect = true;
+        } else {
             state.reason = Reason::UnknownWord;
         }
         bits |= bit;
@@ -285,6 +287,7 @@ Result StoreInputSlot(ParseState& state, const StatementRecord& statement) {
     if (result != Result::Handled) {
         return result;
     }
+    state.tookEffect |= slot->requiresPageRegion == 0;
     slot->requiresPageRegion = 1;
     return StoreValue(state, slot->invocation, statement.value, TextMode::Plain);
 }
@@ -309,12 +312,13 @@ Result StoreRequiresPageRegion(ParseState& state, const StatementRecord& stateme
         return result;
     }
     slot->requiresPageRegion = required;
-    return isBoolean ? Result::Handled : Ignored(state, Reason::NotABoolean);
+    return isBoolean ? Result::Handled : Doubtful(state, Reason::NotABoolean);
 }
 
 // The statement counts as the resolution keyword read last even when it turns out to be bad.
 template <uint16_t Keyword, typename Option, StoredText Option::*Field, TextMode Mode>
 Result StoreResolution(ParseState& state, const StatementRecord& statement) {
+    state.tookEffect = state.header.ResolutionKeyword != Keyword;
     state.header.ResolutionKeyword = Keyword;
     return StoreInOption<Resolution, Option, Field, Mode>(state, statement);
 }
@@ -343,14 +347,19 @@ Result StoreInstalledMemory(ParseState& state, const StatementRecord& statement)
     }
     result = StoreValue(state, memory->invocation, statement.value, TextMode::Plain);
     const Text invocation = state.TextOf(memory->invocation);
+    uint32_t amount = 0;
     if (invocation.find_first_of(", \t") == Text::npos) {
-        return ParseInteger(&memory->amount, statement.value) ? result
-                                                              : Bad(state, Reason::NotANumber);
+        if (!ParseInteger(&amount, statement.value)) {
+            return Bad(state, Reason::NotANumber);
+        }
+    } else {
+        // One character more than a list may have is enough to tell that it is too long.
+        char list[kLongestList + 2] = {};
+        invocation.copy(list, kLongestList + 1);
+        amount = GetNumberField(list, kAmountField) * kKilobyte;
     }
-    // One character more than a list may have is enough to tell that it is too long.
-    char list[kLongestList + 2] = {};
-    invocation.copy(list, kLongestList + 1);
-    memory->amount = GetNumberField(list, kAmountField) * kKilobyte;
+    state.tookEffect |= amount != memory->amount;
+    memory->amount = amount;
     return result;
 }
 
@@ -390,6 +399,7 @@ Result OpenUI(ParseState& state, const StatementRecord& statement) {
     if (row != nullptr && row->kind == Generic) {
         return Ignored(state, Reason::FeatureNotOpened);
     }
+    state.tookEffect = true;
     auto type = static_cast<uint16_t>(FeatureUIType::PickOne);
     if (!LookupWord(kTypes, statement.value, &type)) {
         state.reason = Reason::UnknownWord;
@@ -498,7 +508,7 @@ Result AddOrderDependency(ParseState& state, const StatementRecord& statement) {
         return Bad(state, Reason::NameMissing);
     }
     if (!LookupWord(kSections, token, &section)) {
-        state.reason = Reason::UnknownWord;
+        Doubtful(state, Reason::UnknownWord);
     }
     if (!NextToken(rest, token) || StripAsterisk(token).empty()) {
         return Bad(state, Reason::NameMissing);

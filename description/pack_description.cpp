@@ -92,19 +92,19 @@ struct AreaNotes {
 void CorrectArea(const ParsedPaper& paper, uint32_t (&area)[4], const AreaNotes& kinds,
                  const Notes& notes, Text name) {
     const bool given = (area[0] | area[1] | area[2] | area[3]) != 0;
-    if (area[2] > paper.width || area[3] > paper.height) {
-        area[2] = std::min(area[2], paper.width);
-        area[3] = std::min(area[3], paper.height);
-        notes.Tell(kinds.clamped, paper.nameOffset, "PageSize", name);
-    }
+    const bool clamped = area[2] > paper.width || area[3] > paper.height;
+    area[2] = std::min(area[2], paper.width);
+    area[3] = std::min(area[3], paper.height);
     // Nothing reads the areas, so one that is reset keeps its right edge as it is.
-    if (area[0] >= area[2] || area[1] >= area[3]) {
+    const bool reset = area[0] >= area[2] || area[1] >= area[3];
+    if (reset) {
         area[0] = 0;
         area[1] = 0;
         area[3] = paper.height;
-        if (given) {
-            notes.Tell(kinds.reset, paper.nameOffset, "PageSize", name);
-        }
+    }
+    // Without a sheet there is nothing to say of an area on it.
+    if (given && paper.width != 0 && (clamped || reset)) {
+        notes.Tell(reset ? kinds.reset : kinds.clamped, paper.nameOffset, "PageSize", name);
     }
 }
 
@@ -116,10 +116,10 @@ void CorrectPapers(ParseState& state, const Notes& notes) {
     for (ParsedOption* option = papers->firstOption; option != nullptr; option = option->next) {
         auto& paper = *static_cast<ParsedPaper*>(option);
         const Text name(state.text + paper.nameOffset, paper.nameLength);
-        if ((paper.width == 0) != (paper.height == 0)) {
-            notes.Tell(PackNote::PaperSizeIncomplete, paper.nameOffset, "PageSize", name);
-        }
         if (paper.width == 0 || paper.height == 0) {
+            notes.Tell(paper.width == paper.height ? PackNote::PaperSizeMissing
+                                                   : PackNote::PaperSizeIncomplete,
+                       paper.nameOffset, "PageSize", name);
             paper.width = 0;
             paper.height = 0;
         }
@@ -150,11 +150,14 @@ constexpr uint64_t Padded(uint64_t bytes) {
 }
 
 // Lays pieces one after the other, each from a multiple of 4. Without memory it only measures,
-// so that the block can be one allocation of the exact size; both runs take the same steps.
+// so that the block can be one allocation of the exact size; both runs take the same steps. Should
+// another process rewrite the file between them, a hexadecimal text may need more or less room
+// than was measured: what lies past the memory is then counted and not written.
 template <bool fills>
 class BlockWriter {
   public:
-    explicit BlockWriter(uint8_t* block = nullptr) : block_(block) {}
+    BlockWriter() = default;
+    BlockWriter(void* block, uint64_t size) : block_(static_cast<uint8_t*>(block)), size_(size) {}
 
     uint64_t used() const { return used_; }
 
@@ -162,7 +165,7 @@ class BlockWriter {
     uint64_t Reserve(uint64_t bytes) {
         const uint64_t offset = used_;
         used_ += Padded(bytes);
-        if constexpr (fills) {
+        if (fills && used_ <= size_) {
             std::memset(block_ + offset, 0, static_cast<size_t>(used_ - offset));
         }
         return offset;
@@ -170,7 +173,7 @@ class BlockWriter {
 
     template <typename Record>
     void Write(uint64_t offset, const Record& record) {
-        if constexpr (fills) {
+        if (fills && offset + sizeof(Record) <= size_) {
             std::memcpy(block_ + offset, &record, sizeof(Record));
         }
     }
@@ -179,7 +182,7 @@ class BlockWriter {
     Ref<char> PutText(Text text) {
         const uint64_t offset = used_;
         used_ += Padded(text.size() + 1);
-        if constexpr (fills) {
+        if (fills && used_ <= size_) {
             // Terminator and padding are all in the last four bytes.
             std::memset(block_ + used_ - 4, 0, 4);
             std::memcpy(block_ + offset, text.data(), text.size());
@@ -197,7 +200,7 @@ class BlockWriter {
         uint32_t length = 0;
         (void)DecodeHexSubstrings(text, {}, &length);  // was checked when stored
         const uint64_t offset = Reserve(uint64_t{length} + 1);
-        if constexpr (fills) {
+        if (fills && used_ <= size_) {
             (void)DecodeHexSubstrings(text, {reinterpret_cast<char*>(block_ + offset), length},
                                       &length);
         }
@@ -205,7 +208,8 @@ class BlockWriter {
     }
 
   private:
-    uint8_t* block_;
+    uint8_t* block_ = nullptr;
+    uint64_t size_ = 0;
     uint64_t used_ = 0;
 };
 
@@ -350,9 +354,12 @@ class Packer {
                 const Place first = Locate(names[0], constraint->offsets[1] != 0, names[1]);
                 const Place second = Locate(names[2], constraint->offsets[3] != 0, names[3]);
                 const bool known = first.known() && second.known();
-                if (!known) {
-                    notes_.Tell(PackNote::ConstraintUnresolved, constraint->offsets[0], names[0],
-                                names[1], names[2], names[3]);
+                const bool readAsAny = (constraint->offsets[1] != 0 && first.option == kNoOption) ||
+                                       (constraint->offsets[3] != 0 && second.option == kNoOption);
+                if (!known || readAsAny) {
+                    notes_.Tell(known ? PackNote::ConstraintOnAnyOption
+                                      : PackNote::ConstraintUnresolved,
+                                constraint->offsets[0], names[0], names[1], names[2], names[3]);
                 }
                 writer.Write(place, ConstraintEntry{.Feature1 = known ? first.feature : kNoPosition,
                                                     .Option1 = first.option,
@@ -393,8 +400,9 @@ class Packer {
         const Text name = state_.TextOf(feature.defaultName);
         const ParsedOption* option = FindOption(state_, feature, name);
         if (option == nullptr) {
-            notes_.Tell(PackNote::DefaultNotAnOption, feature.defaultName.offset,
-                        NameOf(state_, feature), name);
+            notes_.Tell(feature.firstOption != nullptr ? PackNote::DefaultNotAnOption
+                                                       : PackNote::DefaultWithoutOptions,
+                        feature.defaultName.offset, NameOf(state_, feature), name);
             return 0;
         }
         return option->position;
@@ -530,8 +538,11 @@ PrinterDescription* Pack(ParseState& state, const ParseObserver* observer) {
     if (!block) {
         return nullptr;
     }
-    BlockWriter<true> writer(static_cast<uint8_t*>(block.get()));
+    BlockWriter<true> writer(block.get(), size);
     packer.Lay(writer);
+    if (writer.used() != size) {
+        return nullptr;  // the file has changed meanwhile
+    }
     auto* description = static_cast<PrinterDescription*>(block.release());
     description->TotalSize = static_cast<uint32_t>(size);
     return description;

@@ -27,11 +27,12 @@ enum class StatementReason : uint8_t {
     RepeatedKeyword,     // a keyword that counts once, seen before
     FeatureNotOpened,    // *OpenUI of a keyword that needs none, such as Duplex
     GroupNotRecorded,    // a group other than InstallableOptions
-    UnknownWord,         // a word outside the keyword's list
+    UnknownWord,         // a word outside the keyword's list; some other word may have counted
     FontNotBuiltIn,      // *Font of a font that is none of the device's
     FontRepeated,        // *Font of a font already named
     UnknownParameter,    // *ParamCustomPageSize of an unknown parameter or type
-    ValueAlreadyStored,  // the option or field has a value from an earlier statement
+    ValueAlreadyStored,  // the option or field has a value from an earlier statement, though
+                         // something else of this one may have counted
     CustomSizeNotTrue,   // *CustomPageSize with an option other than True
     // Dropped by the tokenizer; `position` is that of the character that made it bad
     BadKeyword,    // no keyword after the asterisk
@@ -57,7 +58,7 @@ enum class StatementReason : uint8_t {
     OptionTooLong,       // option keyword of more than 40 characters
     TranslationTooLong,  // translation of more than 40 characters
     OutOfMemory,
-    // Ignored, at the end
+    // Dropped, at the end
     CutShort,  // the file ends inside the statement
 };
 
@@ -79,16 +80,19 @@ struct StatementReport {
 
 // What packing corrected or could not resolve.
 enum class PackNote : uint8_t {
+    PaperSizeMissing,       // neither width nor height
     PaperSizeIncomplete,    // a width or height of 0 made both 0
     ImageableAreaClamped,   // its upper-right corner lay outside the paper
     ImageableAreaReset,     // empty or inverted: replaced by the paper's whole height
     ImageableAreaLClamped,  // the same of *ImageableAreaL
     ImageableAreaLReset,
     DefaultNotAnOption,       // a default names no option of its feature: the first one holds
+    DefaultWithoutOptions,    // a default of a feature that has no options
     ResolutionDefaultUnread,  // neither default nor first option begins with a number: 300
     FreeVMRaised,             // below 102400
     CustomPageSizeDropped,    // neither *MaxMediaWidth nor *MaxMediaHeight
     ConstraintUnresolved,     // names a feature or option that the description does not have
+    ConstraintOnAnyOption,    // names the 256th option, whose number stands for any option
     OrderUnresolved,
     ConstraintsTruncated,  // more than 65535; the later ones are left out
     OrdersTruncated,

@@ -509,6 +509,7 @@ Result FindOrMakeOption(ParseState& state, ParsedFeature& feature, const Stateme
     if (statement.translation.empty() || found->translation) {
         return Result::Handled;
     }
+    state.tookEffect = true;
     return StoreValue(state, found->translation, statement.translation, TextMode::Hex,
                       StatementReason::BadHexInTranslation);
 }

@@ -4,9 +4,10 @@
 // conversions that the keyword handlers share. Private to the reader, its handlers and packing.
 //
 // Nothing of the PPD is copied while parsing: the records below point into its text, which stays
-// mapped until packing has copied what it needs. Every length is fixed when a text is recorded,
-// so a file that another process rewrites meanwhile gives a wrong description, never a wrong
-// access; one that it shortens faults as any mapped file does, which is the system's to report.
+// mapped until packing has copied what it needs. Every length in the file is fixed when a text is
+// recorded, and packing writes no further than it measured, so a file that another process
+// rewrites meanwhile gives a wrong description or none, never a wrong access; one that it shortens
+// faults as any mapped file does, which is the system's to report.
 
 #include <cstring>
 #include <new>
@@ -221,7 +222,8 @@ struct ParseState {
     bool inInstallableGroup;
     uint64_t seenRows[2];  // a bit for each row of the keyword table
 
-    StatementReason reason;      // why the current statement had no effect, for the observer
+    StatementReason reason;      // what is to be said of the current statement to the observer
+    bool tookEffect;             // it stored something all the same
     const uint32_t* lineStarts;  // with an observer alone; null when memory ran out
     uint32_t lineCount;
 
@@ -261,6 +263,11 @@ inline Result Bad(ParseState& state, StatementReason reason) {
 inline Result Ignored(ParseState& state, StatementReason reason) {
     state.reason = reason;
     return Result::Handled;
+}
+// Something is stored, but not as it was probably meant.
+inline Result Doubtful(ParseState& state, StatementReason reason) {
+    state.tookEffect = true;
+    return Ignored(state, reason);
 }
 inline Result OutOfMemory(ParseState& state) {
     state.reason = StatementReason::OutOfMemory;

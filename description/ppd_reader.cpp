@@ -252,26 +252,6 @@ Result DispatchStatement(ParseState& state, StatementRecord& statement) {
 
 // ---- The whole file ----
 
-// Whether a reason goes with a statement that was read and did nothing.
-bool IsIgnored(StatementReason reason) {
-    switch (reason) {
-    case StatementReason::QueryKeyword:
-    case StatementReason::UnknownKeyword:
-    case StatementReason::NoEffect:
-    case StatementReason::RepeatedKeyword:
-    case StatementReason::FeatureNotOpened:
-    case StatementReason::GroupNotRecorded:
-    case StatementReason::FontNotBuiltIn:
-    case StatementReason::FontRepeated:
-    case StatementReason::UnknownParameter:
-    case StatementReason::ValueAlreadyStored:
-    case StatementReason::CustomSizeNotTrue:
-        return true;
-    default:
-        return false;
-    }
-}
-
 void Report(const ParseState& state, const FileReader& file, const StatementRecord& statement,
             const ParseObserver& observer, Result result) {
     if (observer.statement == nullptr) {
@@ -282,7 +262,7 @@ void Report(const ParseState& state, const FileReader& file, const StatementReco
         outcome = StatementOutcome::Fatal;
     } else if (result != Result::Handled) {
         outcome = StatementOutcome::Dropped;
-    } else if (IsIgnored(state.reason)) {
+    } else if (state.reason != StatementReason::None && !state.tookEffect) {
         outcome = StatementOutcome::Ignored;
     }
     const char* const place = file.bad != nullptr ? file.bad : statement.start;
@@ -307,6 +287,7 @@ bool ParseStatements(ParseState& state, const ParseObserver* observer) {
     StatementRecord statement;
     for (;;) {
         state.reason = StatementReason::None;
+        state.tookEffect = false;
         Result result = ReadStatement(statement, file, &state.reason);
         if (result == Result::EndOfFile) {
             if (observer != nullptr && statement.start != nullptr) {
@@ -346,12 +327,13 @@ void RecordLineStarts(ParseState& state) {
     if (starts == nullptr) {
         return;
     }
+    // Another process may have added line ends since they were counted.
     uint32_t line = 0;
-    for (const char* place = state.text; place != end; place = nextLine(place)) {
+    for (const char* place = state.text; place != end && line < count; place = nextLine(place)) {
         starts[line++] = state.OffsetOf(place);
     }
     state.lineStarts = starts;
-    state.lineCount = count;
+    state.lineCount = line;
 }
 
 void SetInitialValues(PrinterDescription& header) {

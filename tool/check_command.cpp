@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "tool/ppd_check.h"
+#include "tool/ppd_file.h"
 #include "tool/program.h"
 
 namespace tool {
@@ -36,7 +37,7 @@ void TellFinding(const CheckedPpd& ppd, const Finding& finding) {
     std::cout << ShownPath(ppd.file) << ':'
               << (finding.lines.empty() ? "" : std::to_string(finding.lines.front()) + ":") << ' '
               << Name(finding.severity) << ": "
-              << (finding.keyword.empty() ? "" : "*" + finding.keyword + ": ") << finding.reason
+              << (finding.keyword.empty() ? "" : "*" + Shown(finding.keyword) + ": ") << Shown(finding.reason)
               << (finding.remedy.empty() ? "" : "; " + finding.remedy);
     if (finding.count > 1) {
         std::cout << " (" << Grouped(finding.count) << " times, lines " << LineList(finding.lines)
@@ -62,7 +63,7 @@ void TellUnknown(const CheckedPpd& ppd) {
     for (const Finding& finding : ppd.findings) {
         if (finding.severity == Severity::Note) {
             if (keywords++ < kShown) {
-                names += (names.empty() ? "*" : ", *") + finding.keyword;
+                names += (names.empty() ? "*" : ", *") + Shown(finding.keyword);
             }
             statements += finding.count;
         }
@@ -114,7 +115,8 @@ ordered_json CheckedJson(const CheckedPpd& ppd) {
 }
 
 int CodeOf(const CheckedPpd& ppd) {
-    return !ppd.readable ? kFailed : ppd.dropped != 0 ? kRefused : kDone;
+    const bool isLossless = ppd.loads && ppd.dropped == 0 && ppd.Count(Severity::Error) == 0;
+    return !ppd.readable ? kFailed : isLossless ? kDone : kRefused;
 }
 
 // On a terminal alone, and wiped when the work is done.

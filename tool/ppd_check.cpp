@@ -132,6 +132,8 @@ Advice AdviceFor(PackNote note) {
     using enum PackNote;
     using enum Severity;
     switch (note) {
+        case PaperSizeMissing:
+            return {Warning, "the paper has no size", "add its *PaperDimension"};
         case PaperSizeIncomplete:
             return {Warning, "the paper's width or height is missing, so it has no size",
                     "give both in *PaperDimension"};
@@ -147,6 +149,10 @@ Advice AdviceFor(PackNote note) {
         case DefaultNotAnOption:
             return {Warning, "the default names no option; the first one is the default",
                     "name one of the feature's options"};
+        case DefaultWithoutOptions:
+            return {Warning, "the feature has a default but no options, so nothing of it can be "
+                             "chosen",
+                    "add its options, or remove the default"};
         case ResolutionDefaultUnread:
             return {Warning, "no number of dots per inch begins the default or the first option; "
                              "300 is taken",
@@ -160,6 +166,10 @@ Advice AdviceFor(PackNote note) {
             return {Warning, "the constraint names a feature or option that the description lacks, "
                              "so it never holds",
                     "correct the names, or remove it"};
+        case ConstraintOnAnyOption:
+            return {Warning, "the constraint names a feature's 256th option and counts for all of "
+                             "them, since the number stands for any option",
+                    "move the option to another place"};
         case OrderUnresolved:
             return {Warning, "the order dependency names a feature or option that the description "
                              "lacks, so it has no effect",
@@ -172,10 +182,10 @@ Advice AdviceFor(PackNote note) {
                            "out",
                     "remove some"};
         case OptionBeyondSelection:
-            return {Error, "the feature has more than 255 options; the later ones cannot be chosen",
+            return {Warning, "the feature has more than 255 options; the later ones cannot be chosen",
                     "remove some"};
         case FeatureBeyondSelection:
-            return {Error, "a record has room for 64 features; this one keeps no choice",
+            return {Warning, "a record has room for 64 features; this one keeps no choice",
                     "remove features that are not needed"};
     }
     return {Error, "", ""};
@@ -205,6 +215,10 @@ bool LooksLike(std::string_view left, std::string_view right) {
 
 // The keyword of the driver that this unknown one was probably meant to be; empty for none.
 std::string_view MeantKeyword(std::string_view keyword) {
+    // A keyword of the published format that the driver has no use for; its own lacks the s.
+    if (keyword == "PrintPSErrors") {
+        return {};
+    }
     for (const ksfax::KeywordRow& row : ksfax::kKeywordTable) {
         const std::string_view known(row.keyword);
         if (LooksLike(keyword, known)) {
@@ -212,6 +226,15 @@ std::string_view MeantKeyword(std::string_view keyword) {
         }
     }
     return {};
+}
+
+// The feature that holds the options of a keyword, as the driver merges them: PageSize for
+// PageRegion. The keyword itself for all others.
+std::string_view OwnerOf(std::string_view keyword) {
+    const ksfax::KeywordRow* row = ksfax::FindKeyword(keyword);
+    return row == nullptr || row->kind == ksfax::FeatureKind::Generic
+               ? keyword
+               : ksfax::kOptionKeywordList[size_t(row->kind)].keyword;
 }
 
 std::string_view WithoutAsterisk(std::string_view name) {
@@ -272,7 +295,10 @@ class Checker {
         if (state != nullptr) {
             const platform::GlobalBlock block(ksfax::PackDescription(state, &observer));
             ppd_.loads = static_cast<bool>(block);
-            CheckEnd(static_cast<const ksfax::PrinterDescription*>(block.get()));
+            CheckEnd();
+            if (block) {
+                CheckVersion(*static_cast<const ksfax::PrinterDescription*>(block.get()));
+            }
         } else if (bytes.empty()) {
             Add({Severity::Error, "the file is empty: the driver makes no description of it",
                  "put a good copy in its place"},
@@ -310,10 +336,19 @@ class Checker {
 
     void OnStatement(const StatementReport& report) {
         ++ppd_.statements;
-        ppd_.dropped += report.outcome == StatementOutcome::Dropped ||
-                        report.outcome == StatementOutcome::Fatal ||
-                        (report.reason == StatementReason::CutShort && report.keyword != "End");
-        if (report.reason == StatementReason::UnknownKeyword) {
+        if (report.outcome == StatementOutcome::Stored) {
+            Remember(report);
+        }
+        const ksfax::KeywordRow* row = ksfax::FindKeyword(report.keyword);
+        const bool harmless = report.reason == StatementReason::CutShort && row != nullptr &&
+                              row->handler == nullptr;
+        ppd_.dropped += !harmless && (report.outcome == StatementOutcome::Dropped ||
+                                      report.outcome == StatementOutcome::Fatal);
+        if (harmless) {
+            Add({Severity::Warning, "the last line has no line end; nothing is lost with this one",
+                 "end the last line with a line end"},
+                report.keyword, report.line);
+        } else if (report.reason == StatementReason::UnknownKeyword) {
             OnUnknown(report);
         } else if (report.keyword == "Include") {
             Add({Severity::Warning, "included files are never read",
@@ -324,12 +359,32 @@ class Checker {
             // Usual: *PageRegion is opened after *PageSize, which it shares its options with, and
             // *LanguageVersion only stands in for a missing *LanguageEncoding. A feature opened
             // twice is told below.
-        } else if (const std::optional<Advice> advice = AdviceFor(report.reason)) {
+        } else if (std::optional<Advice> advice = AdviceFor(report.reason)) {
+            if (report.outcome == StatementOutcome::Stored) {
+                advice->severity = std::max(advice->severity, Severity::Warning);
+            }
             Add(*advice, report.keyword, report.line, BadByte(report));
         }
         FollowUI(report);
+        FollowGroup(report);
         CheckQuotes(report);
         CheckEncoding(report);
+    }
+
+    // Where the statements are that packing may have something to say of.
+    void Remember(const StatementReport& report) {
+        const std::string_view keyword = report.keyword;
+        lines_[{std::string(keyword), std::string(report.option)}] = report.line;
+        const std::string_view feature = keyword.ends_with("OpenUI")
+                                             ? WithoutAsterisk(report.option)
+                                         : keyword.starts_with("Default") ? keyword.substr(7)
+                                                                          : keyword;
+        // The first one stays.
+        lines_.emplace(std::pair(std::string(OwnerOf(feature)), kFirst), report.line);
+    }
+    uint32_t LineOf(std::string_view keyword, std::string_view option) const {
+        const auto found = lines_.find({std::string(keyword), std::string(option)});
+        return found != lines_.end() ? found->second : 0;
     }
 
     // The character that made a statement bad, when it is one that cannot be seen.
@@ -411,6 +466,15 @@ class Checker {
         openName_.clear();
     }
 
+    void FollowGroup(const StatementReport& report) {
+        if (report.keyword == "OpenGroup") {
+            openGroup_ = WithoutAsterisk(report.value);
+            openGroupLine_ = report.line;
+        } else if (report.keyword == "CloseGroup" && WithoutAsterisk(report.value) == openGroup_) {
+            openGroup_.clear();
+        }
+    }
+
     // A value that holds whole statements has probably lost its closing quote.
     void CheckQuotes(const StatementReport& report) {
         if (report.type != ksfax::ValueType::Quoted) {
@@ -445,33 +509,115 @@ class Checker {
     }
 
     void OnPacked(const PackReport& report) {
-        std::string detail;
+        using enum PackNote;
+        const std::string option(report.option);
         std::string keyword(report.feature);
-        if (report.note == PackNote::ConstraintUnresolved) {
-            keyword = "UIConstraints";
-            // Without the options, so that a whole family of constraints is one finding.
-            detail =
-                "*" + std::string(report.feature) + " *" + std::string(report.feature2) + ": ";
-        } else if (report.note == PackNote::OrderUnresolved) {
-            keyword = "OrderDependency";
-            detail = "*" + std::string(report.feature) + ": ";
-        } else if (!report.option.empty()) {
-            detail = std::string(report.option) + ": ";
+        std::string detail = option.empty() ? "" : option + ": ";
+        uint32_t line = report.line;
+        const auto isAbout = [&](const char* statement, const std::string& of) {
+            keyword = statement;
+            const uint32_t known = LineOf(statement, of);
+            line = known != 0 ? known : line;
+        };
+        switch (report.note) {
+            case ConstraintUnresolved:
+            case OrderUnresolved:
+                OnUnresolved(report);
+                return;
+            case ConstraintOnAnyOption:
+                keyword = "UIConstraints";
+                detail.clear();
+                break;
+            case ConstraintsTruncated:
+                keyword = "UIConstraints";
+                break;
+            case OrdersTruncated:
+                keyword = "OrderDependency";
+                break;
+            case DefaultNotAnOption:
+            case DefaultWithoutOptions:
+                // In quotes, for a blank at its end belongs to it.
+                detail = '"' + option + "\": ";
+                break;
+            case PaperSizeIncomplete:
+                isAbout("PaperDimension", option);
+                break;
+            case ImageableAreaClamped:
+            case ImageableAreaReset:
+                isAbout("ImageableArea", option);
+                break;
+            case ImageableAreaLClamped:
+            case ImageableAreaLReset:
+                isAbout("ImageableAreaL", option);
+                break;
+            case FreeVMRaised:
+                isAbout("FreeVM", "");
+                break;
+            case CustomPageSizeDropped:
+                isAbout("CustomPageSize", "True");
+                break;
+            default:
+                break;
         }
-        Add(AdviceFor(report.note), keyword, report.line, detail);
+        if (line == 0) {
+            line = LineOf(keyword, kFirst);
+        }
+        Add(AdviceFor(report.note), keyword, line, detail);
     }
 
-    void CheckEnd(const ksfax::PrinterDescription* description) {
+    // Without the options, so that a whole family of constraints is one finding.
+    void OnUnresolved(const PackReport& report) {
+        const bool isConstraint = report.note == PackNote::ConstraintUnresolved;
+        const char* const keyword = isConstraint ? "UIConstraints" : "OrderDependency";
+        for (const std::string_view name : {report.feature, report.feature2}) {
+            const std::string owner(OwnerOf(name));
+            if (owner != name) {
+                const std::string remedy = "name *" + owner + " in its place";
+                Add({Severity::Warning, "the options of this keyword belong to another feature, so "
+                                        "nothing comes of it",
+                     remedy.c_str()},
+                    keyword, report.line, "*" + std::string(name) + ": ");
+                return;
+            }
+        }
+        Add(AdviceFor(report.note), keyword, report.line,
+            "*" + std::string(report.feature) +
+                (isConstraint ? " *" + std::string(report.feature2) : "") + ": ");
+    }
+
+    void CheckEnd() {
         if (!openName_.empty()) {
             Add({Severity::Warning, "the file ends while the feature is open",
                  "close it, and look whether the file is complete"},
                 openName_, openLine_);
         }
-        if (description != nullptr && description->FileVersion == 0) {
-            Add({Severity::Warning, "without a FileVersion above 0 the cache file is never used: "
-                                    "every load reads the whole PPD",
-                 "add *FileVersion: \"1.0\" and raise it with each change"},
-                "FileVersion", 0);
+        if (!openGroup_.empty()) {
+            Add({Severity::Warning, "the file ends while the group is open",
+                 "add its *CloseGroup, and look whether the file is complete"},
+                "OpenGroup", openGroupLine_, openGroup_ + ": ");
+        }
+    }
+
+    // Whether a load can ever take the description from the cache file.
+    void CheckVersion(const ksfax::PrinterDescription& description) {
+        constexpr uint32_t kNeverCached = 504;
+        const uint32_t line = LineOf("FileVersion", "");
+        const char* reason = nullptr;
+        const char* remedy = "add *FileVersion: \"1.0\" and raise it with each change";
+        if (description.FileVersion == 0) {
+            reason = "without a FileVersion above 0 the cache file is never used: every load reads "
+                     "the whole PPD";
+        } else if (ksfax::ReadFileVersion(std::string(file_).c_str()) != description.FileVersion) {
+            reason = "the cache file is never used, for its version is looked up as the first "
+                     "quoted text after the first FileVersion of the file, wherever that stands, "
+                     "and this is another";
+            remedy = "quote the version, and let the word not stand in any line before it";
+        } else if (description.TotalSize <= kNeverCached) {
+            reason = "the description is too small for its cache file to be used";
+            remedy = "look whether the file is complete";
+        }
+        if (reason != nullptr) {
+            Add({Severity::Warning, reason, remedy}, "FileVersion", line);
         }
     }
 
@@ -513,10 +659,15 @@ class Checker {
     std::string_view file_;
     std::map<std::tuple<Severity, std::string, std::string>, Finding> findings_;
     std::map<std::string, std::vector<uint32_t>> unknown_;
+    // By keyword and option, the latest; and by feature and kFirst its first.
+    std::map<std::pair<std::string, std::string>, uint32_t> lines_;
+    static inline const std::string kFirst = "*";
     std::map<std::string, uint32_t> opened_;
     std::string openName_;
     uint32_t openLine_ = 0;
     bool openedByJcl_ = false;
+    std::string openGroup_;
+    uint32_t openGroupLine_ = 0;
     std::string declared_;
     struct Foreign {
         uint32_t line;

@@ -50,6 +50,7 @@ bool CallSite::Strike() {
 
 void Faults::Arm() {
     names_.clear();
+    watch_ = nullptr;
     name_.clear();
     seen_ = 0;
     struck_ = false;
@@ -71,9 +72,10 @@ void Faults::FailCall(std::string name, unsigned n, bool andAllLater) {
     andAllLater_ = andAllLater;
 }
 
-void Faults::Count() {
+void Faults::Count(std::function<void(const std::string&)> watch) {
     std::lock_guard lock(mutex_);
     Arm();
+    watch_ = std::move(watch);
     nth_ = 0;
     andAllLater_ = false;
 }
@@ -103,6 +105,9 @@ bool Faults::struck() const {
 bool Faults::Strike(const char* name) {
     std::lock_guard lock(mutex_);
     names_.emplace_back(name);
+    if (watch_) {
+        watch_(names_.back());
+    }
     if (nth_ == 0 || (!name_.empty() && name_ != name)) {
         return false;
     }

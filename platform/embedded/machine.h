@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -57,7 +58,8 @@ class Faults {
     void FailNthCall(unsigned n, bool andAllLater = false);
     // The n-th call of that published name from now on, such as "GlobalAlloc".
     void FailCall(std::string name, unsigned n = 1, bool andAllLater = false);
-    void Count();
+    // `watch` is told the name of each call as it comes, on the calling thread.
+    void Count(std::function<void(const std::string& name)> watch = {});
     void Clear();
 
     // Since the last of the above: how many calls came, and their names in order.
@@ -73,6 +75,7 @@ class Faults {
 
     mutable std::mutex mutex_;
     std::vector<std::string> names_;
+    std::function<void(const std::string&)> watch_;
     std::string name_;
     unsigned nth_ = 0;
     unsigned seen_ = 0;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -216,6 +217,32 @@ TEST_F(DescriptionCacheTest, IsFreedWithItsUsersAtDetach) {
     EXPECT_EQ(blocks(), before);
     EXPECT_EQ(cached(), nullptr);
     EXPECT_EQ(useCount(), 0u);
+}
+
+TEST(DllMain, FreesTheDescriptionCacheAtDetach) {
+    embedded::Machine machine;
+    {
+        const tool::LoadedDriver driver(machine);
+        descriptionCache = {.cachedDescription =
+                                static_cast<PrinterDescription*>(GlobalAlloc(GMEM_FIXED, 8)),
+                            .useCount = 1};
+    }
+    EXPECT_EQ(machine.globalBlocks, 0u);
+    EXPECT_EQ(descriptionCache.cachedDescription, nullptr);
+}
+
+TEST_F(DescriptionCacheTest, HoldsTheLockForTheWholeLoadAndNotBefore) {
+    fax.machine.faults.Count([](const std::string& name) {
+        const bool isFile = name == "CreateFileW" || name == "WriteFile";
+        if (isFile || name == "GetPrinterDriverW") {
+            EXPECT_EQ(embedded::IsHeldByThisThread(moduleLock), isFile) << name;
+        }
+    });
+    const DescriptionUse description(AcquireDescription(printer.get(), true));
+    const std::vector<std::string> calls = fax.machine.faults.names();
+    fax.machine.faults.Clear();
+    EXPECT_EQ(std::ranges::count(calls, "WriteFile"), 1);
+    EXPECT_NE(std::ranges::count(calls, "GetPrinterDriverW"), 0);
 }
 
 TEST(DescriptionCacheThreads, TwoPrintersTakeTurns) {

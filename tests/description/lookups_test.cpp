@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "platform/embedded/resources.h"
@@ -104,7 +106,7 @@ TEST(ResolveInstallableConflicts, MovesTheFeatureOrMakesTheOtherGiveWay) {
         {"the first free option",
          "*OpenUI *Tray: PickOne\n*DefaultTray: Two\n*UIConstraints: *Tray Two *Unit A\n",
          {2, 1, 0}},
-        {"all options taken: the other gives way",
+        {"all options of both are taken: nothing moves",
          "*OpenUI *Tray: PickOne\n*DefaultTray: Two\n*UIConstraints: *Tray Two *Unit A\n"
          "*UIConstraints: *Tray Two *Unit B\n*UIConstraints: *Tray One *Unit A\n"
          "*UIConstraints: *Tray None *Unit A\n*UIConstraints: *Disk False *Unit B\n",
@@ -128,6 +130,36 @@ TEST(ResolveInstallableConflicts, MovesTheFeatureOrMakesTheOtherGiveWay) {
     uint8_t two[2];
     EXPECT_EQ(ResolveInstallableConflicts(*d, two), 3);
     EXPECT_EQ(two[1], 1);
+}
+
+// A conflict is told with 8 bits of the feature's position, so feature 590 is taken for 78.
+TEST(Selections, HoldNumbersOfEightBits) {
+    embedded::Machine machine;
+    std::string text = "*OpenGroup: InstallableOptions\n";
+    for (unsigned i = 0; i < 600; ++i) {
+        const std::string name = "F" + std::to_string(i);
+        text += "*OpenUI *" + name + ": PickOne\n*" + name + " A: \"\"\n";
+        if (i == 78 || i == 79) {
+            text += "*" + name + " B: \"\"\n*Default" + name + ": B\n";
+        }
+    }
+    text += "*CloseGroup: InstallableOptions\n*UIConstraints: *F590 A *F599 A\n"
+            "*DefaultCollate: O260\n";
+    for (unsigned i = 0; i < 300; ++i) {
+        text += "*Collate O" + std::to_string(i) + ": \"\"\n";
+    }
+    const DescriptionPtr d = LoadText(text);
+    uint8_t selections[64] = {};
+    EXPECT_EQ(GetDefaultSelections(*d, selections), 1);
+    EXPECT_EQ(selections[0], 260 - 256);
+    EXPECT_EQ(ResolveInstallableConflicts(*d, selections), 600) << "more than a record holds";
+    uint8_t all[600];
+    std::ranges::fill(all, uint8_t{9});
+    ResolveInstallableConflicts(*d, all);
+    // With the document feature before them F590 has position 591, which is 79 in 8 bits.
+    EXPECT_EQ(all[78], 0) << "made to yield in place of F590";
+    EXPECT_EQ(all[79], 1);
+    EXPECT_EQ(FindConflict(*d, all, {}, 599, 0), 0x10000u | 79u << 8);
 }
 
 TEST(GetFeatureOption, TellsWhatIsThere) {
@@ -169,6 +201,15 @@ TEST(ListLookups, FindByNameTranslationAndNumber) {
     EXPECT_EQ(GetDefaultOptionValue(*d, FeatureKind::TTMODE), 65535);
     EXPECT_EQ(GetDefaultOptionValue(*d, FeatureKind::HRC), 0);
     EXPECT_EQ(GetDefaultBin(*LoadText("*End\n")), 7);
+    EXPECT_EQ(FindResolutionOption(*LoadText("*End\n"), 300), nullptr);
+    // Features that have a default but no options.
+    const DescriptionPtr empty =
+        LoadText("*DefaultInputSlot: X\n*DefaultHRC: 1\n*DefaultTTMODE: 1\n");
+    EXPECT_EQ(GetDefaultBin(*empty), 7);
+    EXPECT_EQ(GetDefaultOptionValue(*empty, FeatureKind::HRC), 0);
+    EXPECT_EQ(GetDefaultOptionValue(*empty, FeatureKind::TTMODE), 0);
+    const DescriptionPtr font = LoadText("*Font Courier: x\n");
+    EXPECT_NE(FindByName(font->DeviceFonts.Target(), "Courier"), nullptr);
 }
 
 TEST(GetNumberField, SplitsAtEveryCommaAndBlank) {
@@ -215,6 +256,11 @@ TEST(TextHelpers, KeepToTheirRoom) {
     EXPECT_EQ(std::u16string(wide), u"ab");
     AnsiToWide(wide, nullptr, 4);
     EXPECT_EQ(wide[0], 0);
+    wide[0] = wide[1] = 'x';
+    AnsiToWide(wide, "q", 0);
+    EXPECT_EQ(wide[0], 'x');
+    AnsiToWide(wide, "q", 1);
+    EXPECT_EQ(std::u16string(wide, 2), std::u16string(u"\0x", 2));
 
     char narrow[6] = "xxxxx";
     WideToAnsi(narrow, u"a\u30A2\u30A3", 5);
@@ -223,12 +269,16 @@ TEST(TextHelpers, KeepToTheirRoom) {
     EXPECT_STREQ(narrow, "abc");
     WideToAnsi(narrow, u"q", 0);
     EXPECT_STREQ(narrow, "abc");
+    WideToAnsi(narrow, u"q", 1);
+    EXPECT_EQ(std::string(narrow, 2), std::string("\0b", 2));
 
     WCHAR field[4] = {1, 1, 1, 1};
     CopyWideFixed(field, u"abcdef");
     EXPECT_EQ(std::u16string(field, 4), std::u16string(u"abc\0", 4));
     CopyWideFixed(field, u"z");
     EXPECT_EQ(std::u16string(field, 4), std::u16string(u"z\0\0\0", 4));
+    CopyWideFixed(field, nullptr);
+    EXPECT_EQ(std::u16string(field, 4), std::u16string(4, u'\0'));
 }
 
 }  // namespace

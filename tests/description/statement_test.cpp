@@ -45,6 +45,14 @@ TEST(ReadStatement, CutsTheFileIntoStatements) {
         {"the last statement without a line end is lost",
          "*ColorDevice: True\n*End",
          {"ColorDevice|||True 4S", "End||| 0D"}},
+        {"wherever in it the file ends", "*End\n*", {"End||| 0I", "||| 0D"}},
+        {"in the keyword", "*Foo ", {"Foo||| 0D"}},
+        {"in the option", "*Foo b", {"Foo|b|| 0D"}},
+        {"in the translation", "*Foo b/t", {"Foo|b|t| 0D"}},
+        {"after the colon", "*Foo:", {"Foo||| 0D"}},
+        {"a keyword alone that needs a value",
+         "*FreeVM\n*NickName\n",
+         {"FreeVM||| 0D", "NickName||| 0D"}},
         {"even after its closing quote", "*NickName: \"x\"", {"NickName|||x 2D"}},
         {"a quoted value that is never closed",
          "*End\n*NickName: \"x\n*End\n",
@@ -139,8 +147,44 @@ TEST(Observer, TellsReasonsAndLines) {
               (std::vector{None, NothingToClose, None, ValueAlreadyStored, GroupNotRecorded,
                            FontNotBuiltIn, TooFewNumbers, None, None, None, GroupNotOpen}));
     EXPECT_EQ(log.lineNumbers, (std::vector<uint32_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
-    EXPECT_EQ(log.notes, (std::vector{PackNote::FreeVMRaised, PackNote::ConstraintUnresolved,
-                                      PackNote::DefaultNotAnOption}));
+    EXPECT_EQ(log.notes,
+              (std::vector{PackNote::FreeVMRaised, PackNote::PaperSizeMissing,
+                           PackNote::ConstraintUnresolved, PackNote::DefaultNotAnOption}));
+}
+
+// Of the last statement of each row.
+TEST(Observer, TellsWhetherAnythingWasStored) {
+    embedded::Machine machine;
+    using enum StatementReason;
+    const struct {
+        const char* text;
+        StatementReason reason;
+        char outcome;
+    } rows[] = {
+        {"*LanguageVersion: Klingon\n", UnknownWord, 'I'},
+        {"*Protocols: X\n", UnknownWord, 'I'},
+        {"*Protocols: X PJL\n", UnknownWord, 'S'},
+        {"*OrderDependency: 1 Banana *Duplex\n", UnknownWord, 'S'},
+        {"*OpenUI *Foo: Odd\n", UnknownWord, 'S'},
+        {"*OpenUI *Foo/A: Boolean\n*OpenUI *Foo/B: Boolean\n", ValueAlreadyStored, 'S'},
+        {"*ColorDevice: Yes\n", NotABoolean, 'S'},
+        {"*PrintRateA4: fast\n", NotANumber, 'S'},
+        {"*PageSize A4: \"x\"\n*PageSize A4: \"y\"\n", ValueAlreadyStored, 'I'},
+        {"*PageSize A4: \"x\"\n*PageSize A4/New: \"y\"\n", ValueAlreadyStored, 'S'},
+        {"*InstalledMemory 4: \"7\"\n*InstalledMemory 4: \"7\"\n", ValueAlreadyStored, 'I'},
+        {"*InstalledMemory 4: \"7\"\n*InstalledMemory 4: \"8\"\n", ValueAlreadyStored, 'S'},
+        {"*InputSlot U: \"x\"\n*InputSlot U: \"y\"\n", ValueAlreadyStored, 'I'},
+        {"*InputSlot U: \"x\"\n*RequiresPageRegion U: False\n*InputSlot U: \"y\"\n",
+         ValueAlreadyStored, 'S'},
+        {"*Resolution 1: \"x\"\n*SetResolution 1: \"y\"\n*Resolution 1: \"z\"\n",
+         ValueAlreadyStored, 'S'},
+    };
+    for (const auto& row : rows) {
+        StatementLog log;
+        ASSERT_TRUE(PackText(row.text, &log.observer));
+        EXPECT_EQ(log.reasons.back(), row.reason) << row.text;
+        EXPECT_EQ(log.lines.back().back(), row.outcome) << row.text;
+    }
 }
 
 }  // namespace
