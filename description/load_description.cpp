@@ -376,18 +376,24 @@ PrinterDescription* ReadCachedDescription(const WCHAR* path) {
     }
     const FileHandle cache = OpenForReading(name);
     uint32_t size = 0;
-    if (!cache || !SizeOf(cache, &size) || size <= kLeastCacheSize) {
+    // The header tells whether the rest, of which there may be gigabytes, is worth its memory.
+    // What was copied is what gets tested: the file may change under another process's hands.
+    PrinterDescription header;
+    static_assert(kLeastCacheSize >= sizeof(header));
+    if (!cache || !SizeOf(cache, &size) || size <= kLeastCacheSize ||
+        ReadUpTo(cache, &header, sizeof(header)) != sizeof(header) || header.TotalSize != size ||
+        header.Version != kDescriptionVersion || header.FileVersion == 0 ||
+        header.FileVersion != FileVersionOf(ppd)) {
         return nullptr;
     }
-    // The copy is what gets tested: the file may change under another process's hands.
     GlobalBlock copy(GlobalAlloc(GMEM_FIXED, size));
-    if (!copy || ReadUpTo(cache, copy.get(), size) != size) {
+    if (!copy) {
         return nullptr;
     }
-    const auto* block = static_cast<const PrinterDescription*>(copy.get());
-    if (block->TotalSize != size || block->FileVersion == 0 ||
-        block->Version != kDescriptionVersion || block->FileVersion != FileVersionOf(ppd) ||
-        !IsSoundBlock(block, size)) {
+    auto* block = static_cast<PrinterDescription*>(copy.get());
+    std::memcpy(block, &header, sizeof(header));
+    const uint32_t rest = size - uint32_t{sizeof(header)};
+    if (ReadUpTo(cache, block + 1, rest) != rest || !IsSoundBlock(block, size)) {
         return nullptr;
     }
     return static_cast<PrinterDescription*>(copy.release());
