@@ -260,4 +260,23 @@ void WriteBilevelPng(const Picture& picture, const std::filesystem::path& file) 
     }
 }
 
+void WriteColorPng(std::span<const uint32_t> colors, int width, const std::filesystem::path& file) {
+    std::vector<uint8_t> bytes;
+    bytes.reserve(colors.size() * 3);
+    for (const uint32_t color : colors) {
+        for (const int shift : {0, 8, 16}) {
+            bytes.push_back(uint8_t(color >> shift));
+        }
+    }
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = png_uint_32(width);
+    image.height = png_uint_32(colors.size() / size_t(width));
+    image.format = PNG_FORMAT_RGB;
+    if (png_image_write_to_file(&image, file.c_str(), 0, bytes.data(), 0, nullptr) == 0) {
+        throw UserError(file.string() + ": cannot be written: " + image.message +
+                        "; choose another name for --out");
+    }
+}
+
 }  // namespace tool

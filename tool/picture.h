@@ -39,4 +39,8 @@ void Dither(Picture& picture);
 // Writes a picture of black and white dots as a 1-bit PNG of 200 dots an inch. Throws UserError.
 void WriteBilevelPng(const Picture& picture, const std::filesystem::path& file);
 
+// Writes a picture of the screen, `width` colours a row from the top, each 0x00BBGGRR, as a PNG.
+// Throws UserError, and leaves no file then.
+void WriteColorPng(std::span<const uint32_t> colors, int width, const std::filesystem::path& file);
+
 }  // namespace tool

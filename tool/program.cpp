@@ -19,6 +19,7 @@ int RunProgram(int count, const char* const* arguments) {
     AddSettingsCommand(program, exitCode);
     AddCapabilitiesCommand(program, exitCode);
     AddQueryCommand(program, exitCode);
+    AddPageCommand(program, exitCode);
     AddSendCommand(program, exitCode);
     AddInstallCommand(program, exitCode);
     AddUpgradeCommand(program, exitCode);

@@ -29,6 +29,7 @@ void AddCapabilitiesCommand(CLI::App& program, int& exitCode);
 void AddQueryCommand(CLI::App& program, int& exitCode);
 void AddInstallCommand(CLI::App& program, int& exitCode);
 void AddUpgradeCommand(CLI::App& program, int& exitCode);
+void AddPageCommand(CLI::App& program, int& exitCode);
 void AddStateCommand(CLI::App& program, int& exitCode);
 
 // ---- Options of every command that runs a machine

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/embedded/modules.h"
+#include "platform/embedded/windows.h"
 
 #include "core/module_state.h"
 #include "description/printer_description.h"
@@ -58,6 +59,17 @@ TEST(DllMain, TakesTheResourceModuleFromItsOwnFolderOrServesForIt) {
         EXPECT_EQ(ownModule, driver.instance());
     }
     EXPECT_EQ(machine.modules().CountLoaded(), 0u);
+}
+
+TEST(DllMain, HasTheWindowClassesWhileItIsAttached) {
+    embedded::Machine machine;
+    for (int load = 0; load < 2; ++load) {
+        const tool::LoadedDriver driver(machine);
+        EXPECT_TRUE(machine.windows().HasClass(u"ZL2UD_1")) << load;
+        EXPECT_TRUE(machine.windows().HasClass(u"ZL2UD_3")) << load;
+    }
+    EXPECT_FALSE(machine.windows().HasClass(u"ZL2UD_1"));
+    EXPECT_FALSE(machine.windows().HasClass(u"ZL2UD_3"));
 }
 
 TEST(DllMain, AttachesWithoutItsOwnPath) {

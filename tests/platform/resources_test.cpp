@@ -5,40 +5,12 @@
 #include "platform/embedded/modules.h"
 #include "platform/embedded/resources.h"
 #include "platform/windows_api.h"
+#include "tests/platform/resource_file.h"
 
 namespace embedded {
 namespace {
 
 constexpr char16_t kPath[] = u"C:\\Windows\\System32\\TEXTS.DLL";
-
-// Writes .res files entry by entry.
-class ResourceFile {
-  public:
-    ResourceFile() { Add({0xFFFF, 0, 0xFFFF, 0}, ""); }  // every file begins with an empty entry
-
-    // `identity`: type and name, each 0xFFFF and a number or a text with its terminator.
-    void Add(std::vector<uint16_t> identity, std::string_view data) {
-        identity.resize((identity.size() + 1) / 2 * 2);
-        Put(static_cast<uint32_t>(data.size()));
-        Put(static_cast<uint32_t>(8 + identity.size() * 2 + 16));
-        for (uint16_t unit : identity) {
-            Put(unit);
-        }
-        bytes.insert(bytes.end(), 16, std::byte{0});
-        const auto* first = reinterpret_cast<const std::byte*>(data.data());
-        bytes.insert(bytes.end(), first, first + data.size());
-        bytes.resize((bytes.size() + 3) / 4 * 4);
-    }
-
-    std::vector<std::byte> bytes;
-
-  private:
-    template <typename Number>
-    void Put(Number number) {
-        const auto* first = reinterpret_cast<const std::byte*>(&number);
-        bytes.insert(bytes.end(), first, first + sizeof(number));
-    }
-};
 
 std::string Text(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};

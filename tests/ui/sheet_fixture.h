@@ -1,0 +1,101 @@
+#pragma once
+
+// A machine with the fax printer, whose property sheets a test opens and uses as a person does.
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/embedded/property_sheets.h"
+#include "platform/embedded/windows.h"
+
+#include "jobsettings/job_settings.h"
+#include "resources/resource.h"
+#include "tests/core/fax_machine.h"
+
+namespace tests {
+
+// Besides Letter, A4 and the user-defined size: a paper whose name nobody knows, in front of
+// another that they do, and a code with more than 16 bits.
+inline constexpr std::string_view kPagePapers = R"(*OpenUI *Paper: PickOne
+*DefaultPaper: A4
+*Paper Letter: "1"
+*Paper Unheard: "300"
+*Paper A4: "9"
+*Paper Legal: "5"
+*Paper A5: "65547"
+*Paper B5: "256"
+*CloseUI: *Paper
+*OpenUI *MediaType: PickOne
+*DefaultMediaType: Thick
+*MediaType Plain: "2"
+*MediaType Thick: "3"
+*CloseUI: *MediaType
+)";
+
+class SheetTest : public testing::Test {
+  protected:
+    using Sheet = embedded::PropertySheet;
+
+    explicit SheetTest(std::string_view papers = kPagePapers, embedded::MachineSetup setup = {})
+        : fax(std::move(setup)) {
+        fax.AddPrinter(FaxMachine::kPrinter, u"C:\\Ppd\\PAGE.PPD",
+                       std::string(kFaxPpd) + std::string(papers));
+        // Callers' records count only over a default record of the printer's.
+        embedded::Printer whole = *fax.machine.spooler().FindPrinter(FaxMachine::kPrinter);
+        const ksfax::JobSettings defaults = DefaultRecord();
+        const auto* bytes = reinterpret_cast<const std::byte*>(&defaults);
+        whole.defaultSettings.assign(bytes, bytes + sizeof defaults);
+        fax.machine.spooler().AddPrinter(std::move(whole));
+        printer = fax.Open(FaxMachine::kPrinter, true);
+    }
+    ~SheetTest() override {
+        printer.reset();
+        EXPECT_EQ(fax.OpenWithoutCache(), atRest);
+    }
+
+    ksfax::JobSettings DefaultRecord() {
+        ksfax::JobSettings record;
+        LONG bytes = sizeof record;
+        std::u16string name = FaxMachine::kPrinter;
+        EXPECT_TRUE(
+            DrvConvertDevMode(name.data(), nullptr, &record.devMode, &bytes, CDM_DRIVER_DEFAULT));
+        return record;
+    }
+
+    // Shows the document sheet to `user` with `input`; the result, with the record in `output`.
+    LONG ShowDocument(std::function<void(Sheet&)> user, ksfax::JobSettings* input = nullptr,
+                      DWORD mode = DM_IN_PROMPT | DM_OUT_BUFFER) {
+        host.user = std::move(user);
+        output = kUntouched;
+        std::u16string name = FaxMachine::kPrinter;
+        return DrvDocumentProperties(nullptr, printer.get(), name.data(), &output.devMode,
+                                     input != nullptr ? &input->devMode : nullptr, mode);
+    }
+
+    std::u16string TextOf(HWND dialog, int control) {
+        return fax.machine.windows().TextOf(GetDlgItem(dialog, control));
+    }
+    bool Click(HWND dialog, int control) {
+        return fax.machine.windows().Click(GetDlgItem(dialog, control));
+    }
+    bool OutputIsUntouched() const { return std::memcmp(&output, &kUntouched, sizeof output) == 0; }
+
+    static inline const ksfax::JobSettings kUntouched = [] {
+        ksfax::JobSettings record;
+        std::memset(&record, 0xAA, sizeof record);
+        return record;
+    }();
+
+    FaxMachine fax;
+    embedded::PropertySheetHost& host = embedded::InstallPropertySheetHost(fax.machine);
+    embedded::Leaks atRest = fax.OpenWithoutCache();
+    platform::PrinterHandle printer;
+    ksfax::JobSettings output = kUntouched;
+};
+
+}  // namespace tests
