@@ -11,6 +11,7 @@
 #include "jobsettings/job_settings.h"
 #include "tool/fax_printer.h"
 #include "tool/picture.h"
+#include "tool/ppd_file.h"
 #include "tool/program.h"
 #include "tool/settings_record.h"
 
@@ -84,10 +85,11 @@ int RunPage(const PageOptions& options) {
     if (!options.settings.empty()) {
         settings = ReadSettingsRecord(options.settings);
         if (ksfax::SpecVersionForSize(reinterpret_cast<const DEVMODEW*>(settings.data())) == 0) {
-            std::cerr << "ksfax: the driver takes nothing from " << options.settings
-                      << ": it is no job settings record that it knows\n";
+            std::cerr << "ksfax: the page shows nothing of the record: "
+                      << NotRecognised(options.settings, settings) << '\n';
         }
     }
+    RequireDescription(options.machine, options.ppd);
     MachineRun run(options.machine);
     AddFaxPrinter(run.machine(), options.ppd);
     const OpenFaxPrinter printer;
