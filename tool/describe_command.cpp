@@ -178,7 +178,8 @@ class PairNames {
   public:
     explicit PairNames(const ksfax::PrinterDescription& description) {
         for (const ksfax::FeatureRecord& feature : ksfax::ListOf(description.Features)) {
-            Names& names = features_.emplace_back(FromPpd(feature.Name.Target()));
+            Names& names = features_.emplace_back();
+            names.feature = FromPpd(feature.Name.Target());
             for (const ksfax::OptionRecord& option : ksfax::ListOf(feature.Options)) {
                 names.options.push_back(FromPpd(option.Name.Target()));
             }
@@ -199,7 +200,7 @@ class PairNames {
   private:
     struct Names {
         std::string feature;
-        std::vector<std::string> options = {};
+        std::vector<std::string> options;
     };
     std::vector<Names> features_;
 };

@@ -67,7 +67,7 @@ void PlaceLogo(HWND dialog) {
 void FillAboutTexts(HWND dialog, const PrinterSession& session) {
     const DEVMODEW& settings = session.jobSettings.devMode;
     // A record that came from outside may lack the name's terminator.
-    WCHAR driverName[std::size(settings.dmDeviceName) + 1] = {};
+    WCHAR driverName[CCHDEVICENAME + 1] = {};
     std::copy(std::begin(settings.dmDeviceName), std::end(settings.dmDeviceName), driverName);
     SetWindowTextW(dialog, driverName);
     SetDlgItemTextW(dialog, IDC_DRIVER_NAME, driverName);
