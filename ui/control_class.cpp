@@ -45,9 +45,20 @@ void UnregisterControlClass(LPCWSTR name, HINSTANCE instance, bool& isRegistered
 }
 
 bool AttachControlState(HWND window, SIZE_T bytes) {
+    if (ControlState<void>(window) != nullptr) {
+        return true;
+    }
     const HLOCAL state = LocalAlloc(LPTR, bytes);
+    if (state == nullptr) {
+        return false;
+    }
+    // Its result, the former pointer, is null whether it fails or not.
     SetWindowLongPtrW(window, 0, reinterpret_cast<LONG_PTR>(state));
-    return state != nullptr;
+    if (ControlState<void>(window) == state) {
+        return true;
+    }
+    LocalFree(state);
+    return false;
 }
 
 void FreeControlState(HWND window) {

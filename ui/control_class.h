@@ -22,7 +22,8 @@ template <typename State>
 State* ControlState(HWND window) {
     return reinterpret_cast<State*>(GetWindowLongPtrW(window, 0));
 }
-// Takes zeroed local memory of that size and hangs it on the window. False when there is none.
+// Takes zeroed local memory of that size and hangs it on the window, unless it has some already.
+// False when there is none, or it cannot be hung there.
 [[nodiscard]] bool AttachControlState(HWND window, SIZE_T bytes);
 // Frees it; null from then on.
 void FreeControlState(HWND window);

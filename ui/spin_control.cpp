@@ -95,7 +95,10 @@ void Press(HWND window, SpinState& state, POINT at) {
     const RECT half = HalfRect(window, state, PressedHalf(state));
     RepaintNow(window, &half);
     Step(window, state);
-    if (ControlState<SpinState>(window) == nullptr) {
+    // The target may have ended the press: it disabled the control, which cancels, or ran a
+    // message loop that saw the button go up. Nothing would stop a repeat that began now.
+    const auto* now = ControlState<SpinState>(window);
+    if (now == nullptr || PressedHalf(*now) == Half::None) {
         return;
     }
     SetCapture(window);

@@ -138,9 +138,11 @@ TEST_F(PanelControl, CutsALongCaptionBeforeAHalfCharacter) {
 }
 
 TEST_F(PanelControl, LeavesNothingBehindWhenSomethingFails) {
-    machine->faults.FailCall("LocalAlloc");
-    EXPECT_EQ(Make(kPanelClassName, 0, 9, 9, nullptr), nullptr);
-    machine->faults.Clear();
+    for (const char* name : {"LocalAlloc", "SetWindowLongPtrW"}) {
+        machine->faults.FailCall(name);
+        EXPECT_EQ(Make(kPanelClassName, 0, 9, 9, nullptr), nullptr) << name;
+        machine->faults.Clear();
+    }
     const HWND panel = Make(kPanelClassName, PANELS_FILLED | PANELS_FRAMED, 9, 9, TEXT("2,0,0"));
     machine->windows().Settle();
     for (const char* name : {"CreatePen", "CreateSolidBrush", "BeginPaint"}) {

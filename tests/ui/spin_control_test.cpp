@@ -340,26 +340,33 @@ TEST_F(SpinControl, DrawsWithTheColoursOfItsSlots) {
     EXPECT_EQ(Picture(spin), expected);
 }
 
-TEST_F(SpinControl, OutlivesATargetThatDestroysIt) {
-    for (const bool byRange : {false, true}) {
+TEST_F(SpinControl, RepeatsNothingWhenTheTargetEndsThePress) {
+    for (const auto end : {+[](HWND spin) { DestroyWindow(spin); },
+                           +[](HWND spin) { EnableWindow(spin, FALSE); },
+                           +[](HWND spin) { PointAt(spin, WM_LBUTTONUP, 7, 3); }}) {
         const HWND spin = MakeVertical();
-        OnNote([&] { DestroyWindow(spin); });
-        if (byRange) {
-            EXPECT_EQ(Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(0, 3)), MAKELONG(0, 9));
-        } else {
-            PointAt(spin, WM_LBUTTONDOWN, 7, 3);
-        }
-        EXPECT_FALSE(IsWindow(spin));
+        OnNote([&] { end(spin); });
+        PointAt(spin, WM_LBUTTONDOWN, 7, 3);
+        EXPECT_EQ(GetCapture(), nullptr);
         EXPECT_EQ(machine->OpenNow().timers, 0u);
-        EXPECT_EQ(machine->OpenNow().globalBlocks, 0u);
+        DestroyWindow(spin);
     }
+    const HWND spin = MakeVertical();
+    OnNote([&] { DestroyWindow(spin); });
+    EXPECT_EQ(Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(0, 3)), MAKELONG(0, 9));
+    EXPECT_FALSE(IsWindow(spin));
 }
 
-TEST_F(SpinControl, IsNotCreatedWithoutMemoryForItsState) {
-    machine->faults.FailCall("LocalAlloc");
-    EXPECT_EQ(MakeVertical(), nullptr);
-    EXPECT_TRUE(machine->faults.struck());
-    machine->faults.Clear();
+TEST_F(SpinControl, IsNotCreatedWithoutItsState) {
+    for (const char* name : {"LocalAlloc", "SetWindowLongPtrW"}) {
+        machine->faults.FailCall(name);
+        EXPECT_EQ(MakeVertical(), nullptr) << name;
+        machine->faults.Clear();
+    }
+    const HWND spin = MakeVertical();
+    Ask(spin, SPIN_SETPOS, 7);
+    EXPECT_EQ(Ask(spin, WM_NCCREATE), TRUE);
+    EXPECT_EQ(Ask(spin, SPIN_GETPOS), 7) << "it has a state already";
 }
 
 TEST_F(SpinControl, PaintsWhatItCanWithoutPensAndBrushes) {
