@@ -85,6 +85,7 @@ constexpr int NULL_BRUSH = 5;
 constexpr int NULL_PEN = 8;
 constexpr int BLACK_PEN = 7;
 constexpr int WHITE_BRUSH = 0;
+constexpr int SYSTEM_FONT = 13;
 constexpr int DEFAULT_GUI_FONT = 17;
 constexpr int PS_SOLID = 0;
 constexpr COLORREF CLR_INVALID = 0xFFFFFFFF;

@@ -220,7 +220,7 @@ void DrawMarkedButton(const Window& window, const ButtonState& state, HDC contex
 }
 
 void DrawGroupBox(const Window& window, HDC context, const RECT& rect) {
-    const int middle = FontHeight(window.font) / 2;
+    const int middle = FontHeight(FontOf(window)) / 2;
     const auto ring = [&](int color, int shift) {
         const COLORREF shade = GetSysColor(color);
         const RECT at{rect.left + shift, rect.top + middle + shift, rect.right - 2 + shift,
@@ -236,6 +236,7 @@ void DrawGroupBox(const Window& window, HDC context, const RECT& rect) {
         return;
     }
     SIZE size{};
+    SelectObject(context, FontOf(window));
     GetTextExtentPoint32W(context, window.text.c_str(), static_cast<int>(window.text.size()),
                           &size);
     const RECT label{rect.left + 7, rect.top, rect.left + 11 + size.cx, rect.top + size.cy};
@@ -521,7 +522,7 @@ LRESULT ComboProcedure(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) 
         // height of the opened list.
         window->font = reinterpret_cast<HFONT>(wParam);
         MoveWindow(handle, window->rect.left, window->rect.top,
-                   window->rect.right - window->rect.left, FontHeight(window->font) + 8, FALSE);
+                   window->rect.right - window->rect.left, FontHeight(FontOf(*window)) + 8, FALSE);
         return 0;
     }
     if (HandleText(window, message, wParam, lParam, result)) {

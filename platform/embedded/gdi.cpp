@@ -226,6 +226,10 @@ Graphics::Graphics(Machine&) {
     GraphicsAccess::AddStock(*this, NULL_BRUSH, MakeTool<Brush>(false, kWhite));
     GraphicsAccess::AddStock(*this, BLACK_PEN, MakeTool<Pen>(true, kBlack));
     GraphicsAccess::AddStock(*this, NULL_PEN, MakeTool<Pen>(false, kBlack));
+    // Lines of 16 pixels, so that who forgets to choose a font gets larger text.
+    auto systemFont = std::make_shared<Font>();
+    systemFont->pixels = 14;
+    GraphicsAccess::AddStock(*this, SYSTEM_FONT, std::move(systemFont));
     GraphicsAccess::AddStock(*this, DEFAULT_GUI_FONT, std::make_shared<Font>());
     auto bitmap = std::make_shared<BitmapObject>();
     bitmap->bitmap = std::make_shared<Bitmap>(1, 1, 1);
@@ -237,7 +241,7 @@ Graphics::~Graphics() = default;
 HDC GraphicsAccess::InsertContext(Graphics& graphics, std::shared_ptr<Context> context) {
     Select(graphics, context->pen, graphics.stock_[BLACK_PEN]);
     Select(graphics, context->brush, graphics.stock_[WHITE_BRUSH]);
-    Select(graphics, context->font, graphics.stock_[DEFAULT_GUI_FONT]);
+    Select(graphics, context->font, graphics.stock_[SYSTEM_FONT]);
     return AddBase<HDC>(graphics.contexts_.Insert(std::move(context)), kContextBase);
 }
 

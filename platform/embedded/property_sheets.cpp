@@ -358,6 +358,7 @@ void Sheet::Draw(HDC context) const {
               client.bottom - 2 * kMargin - kButtonHeight};
     DrawEdge(context, body, true);
     const auto window = FindWindowOf(window_);
+    SelectObject(context, FontOf(*window));
     int x = body.left + 2;
     for (unsigned tab = 0; tab < pages_.size(); ++tab) {
         const std::u16string& title = pages_[tab]->title;

@@ -28,7 +28,6 @@ struct Window : Object {
     std::u16string className;
     WNDPROC procedure = nullptr;
     HINSTANCE instance = nullptr;
-    UINT classStyle = 0;
     HBRUSH background = nullptr;
     DWORD style = 0;
     DWORD exStyle = 0;
@@ -84,7 +83,10 @@ SystemClass DialogClass();
 // Two pixels of raised or sunken edge inside `rect`, as buttons and fields have.
 void DrawEdge(HDC context, RECT rect, bool isRaised);
 void DrawLine(HDC context, COLORREF color, POINT from, POINT to);
-// Text in a control's font.
+// The font that a control was given; without one the dialogs' own, not the larger one that a
+// fresh context has.
+HFONT FontOf(const Window& window);
+// Text in that font.
 void DrawControlText(const Window& window, HDC context, const std::u16string& text, RECT rect,
                      UINT format, COLORREF color);
 

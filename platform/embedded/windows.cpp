@@ -619,17 +619,20 @@ void DrawLine(HDC context, COLORREF color, POINT from, POINT to) {
     DeleteObject(pen);
 }
 
+HFONT FontOf(const Window& window) {
+    return window.font != nullptr ? window.font
+                                  : static_cast<HFONT>(GetStockObject(DEFAULT_GUI_FONT));
+}
+
 void DrawControlText(const Window& window, HDC context, const std::u16string& text, RECT rect,
                      UINT format, COLORREF color) {
-    const HGDIOBJ before = window.font != nullptr ? SelectObject(context, window.font) : nullptr;
+    const HGDIOBJ before = SelectObject(context, FontOf(window));
     const COLORREF colorBefore = SetTextColor(context, color);
     SetTransparentText(context, true);
     DrawTextW(context, text.c_str(), static_cast<int>(text.size()), &rect, format);
     SetTransparentText(context, false);
     SetTextColor(context, colorBefore);
-    if (before != nullptr) {
-        SelectObject(context, before);
-    }
+    SelectObject(context, before);
 }
 
 WORD ResourceNumber(LPCWSTR name) {
@@ -744,7 +747,6 @@ HWND CreateWindowExW(DWORD exStyle, LPCWSTR className, LPCWSTR text, DWORD style
     window->className = found->name;
     window->procedure = found->procedure;
     window->instance = instance;
-    window->classStyle = found->style;
     window->background = found->background;
     window->style = style & ~WS_VISIBLE;
     window->exStyle = exStyle;
