@@ -1,7 +1,5 @@
 #include "ui/control_class.h"
 
-#include "ui/drawing.h"
-
 namespace ksfax {
 
 void DrawLines(HDC context, const GraphicsObject& pen, std::initializer_list<POINT> points) {

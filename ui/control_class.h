@@ -1,12 +1,15 @@
 #pragma once
 
 // What the module's two window classes have in common: how they are registered, where a window
-// keeps its state, and the creation text that holds numbers. The classes are global, so that
-// dialog templates of any module in the process can name them.
+// keeps its state, the creation text that holds numbers, and how they draw. The classes are
+// global, so that dialog templates of any module in the process can name them.
 
 #include <cstdint>
+#include <initializer_list>
 
 #include "platform/windows_api.h"
+
+#include "ui/drawing.h"
 
 namespace ksfax {
 
@@ -38,5 +41,12 @@ struct RangeText {
 // before a comma reads 0; what follows the comma behind the third field is ignored. False, with
 // *range untouched, for any other text; null counts as empty.
 [[nodiscard]] bool ParseRangeText(LPCWSTR text, RangeText* range);
+
+// Lines from point to point with that pen; the last point itself is not drawn. A null pen draws
+// nothing.
+void DrawLines(HDC context, const GraphicsObject& pen, std::initializer_list<POINT> points);
+
+// Marks the area, or with null the whole window, and paints it before returning.
+void RepaintNow(HWND window, const RECT* area);
 
 }  // namespace ksfax

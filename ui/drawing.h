@@ -1,8 +1,6 @@
 #pragma once
 
-// Small owners and helpers for drawing, shared by the controls and the pages.
-
-#include <initializer_list>
+// Small owners for drawing, shared by the controls and the pages.
 
 #include "platform/owned.h"
 #include "platform/windows_api.h"
@@ -45,12 +43,5 @@ class Selection {
     HDC context_;
     HGDIOBJ before_;
 };
-
-// Lines from point to point with that pen; the last point itself is not drawn. A null pen draws
-// nothing.
-void DrawLines(HDC context, const GraphicsObject& pen, std::initializer_list<POINT> points);
-
-// Marks the area, or with null the whole window, and paints it before returning.
-void RepaintNow(HWND window, const RECT* area);
 
 }  // namespace ksfax

@@ -11,6 +11,8 @@ namespace {
 
 bool isPanelRegistered = false;  // attach and detach alone touch it
 
+// What one paint draws with. What would be drawn with a pen or brush that cannot be made is left
+// out. Nothing is drawn with a pen of the face colour, so there is none.
 struct PanelTools {
     GraphicsObject textPen = MakePen(GetSysColor(COLOR_BTNTEXT));
     GraphicsObject shadowPen = MakePen(GetSysColor(COLOR_BTNSHADOW));
@@ -23,10 +25,14 @@ void MoveSidesInwards(RECT& rect, LONG by) {
     rect = {rect.left + by, rect.top + by, rect.right - by, rect.bottom - by};
 }
 
-// Fills with the face colour. Without a pen the last row and column are left as they were.
-void Fill(HDC context, const RECT& rect) {
-    const Selection pen(context, GetStockObject(NULL_PEN));
-    Rectangle(context, rect.left, rect.top, rect.right, rect.bottom);
+// Fills with the face colour inside a frame of that pen. The null pen draws none, and leaves the
+// last row and column as they were.
+void DrawRectangle(HDC context, const PanelTools& tools, HGDIOBJ framePen, const RECT& rect) {
+    const Selection brush(context, tools.faceBrush.get());
+    const Selection pen(context, framePen);
+    if (brush && pen) {
+        Rectangle(context, rect.left, rect.top, rect.right, rect.bottom);
+    }
 }
 
 // A groove of two pixels, with the shadow on its upper left side and the light on the lower
@@ -72,25 +78,23 @@ void Draw(HWND window, const PanelState& state, HDC context) {
     GetClientRect(window, &rect);
     const PanelTools tools;
     const Selection font(context, GetStockObject(DEFAULT_GUI_FONT));
-    const Selection brush(context, tools.faceBrush.get());
     const auto closeRight = [&rect] { rect = {rect.left, rect.top, rect.right - 1, rect.bottom - 1}; };
     if ((state.panelStyle & PANELS_CAPTIONED) != 0) {
-        Fill(context, rect);
+        DrawRectangle(context, tools, GetStockObject(NULL_PEN), rect);
         MoveSidesInwards(rect, state.bevelWidth);
         closeRight();
         DrawEtchedFrame(context, tools, rect);
         DrawCaption(context, state, rect);
     } else {
         if ((state.panelStyle & PANELS_FILLED) != 0) {
-            Fill(context, rect);
+            DrawRectangle(context, tools, GetStockObject(NULL_PEN), rect);
             MoveSidesInwards(rect, 1);
         }
         closeRight();
         DrawBevel(context, state, tools, rect);
     }
     if ((state.panelStyle & PANELS_FRAMED) != 0) {
-        const Selection pen(context, tools.framePen.get());
-        Rectangle(context, rect.left, rect.top, rect.right, rect.bottom);
+        DrawRectangle(context, tools, tools.framePen.get(), rect);
     }
 }
 

@@ -23,7 +23,9 @@ inline constexpr unsigned kCaptionCharacters = 256;  // with the terminator
 // One per window, in local memory from WM_NCCREATE to WM_NCDESTROY.
 struct PanelState {
     uint32_t panelStyle;  // the window style at creation
-    uint16_t bevelWidth;  // pixels; the first of the three numbers of the creation text, or 0
+    // Pixels: the first of the three numbers of the creation text, or 0. Unsigned, as the digits
+    // are read: 40000 is a width that covers the panel, not a negative one.
+    uint16_t bevelWidth;
     WCHAR caption[kCaptionCharacters];
 };
 

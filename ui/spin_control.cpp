@@ -15,10 +15,10 @@ constexpr WORD kRangeChanged = 3;  // in the WM_COMMAND of an accepted range
 
 bool isSpinRegistered = false;  // attach and detach alone touch it
 
-// Written here so that a control whose pressed halves are both flagged (a second press without
-// a release between) acts for the second one everywhere.
 enum class Half { None, First, Second };
 
+// Asked here alone, so that a control whose halves are both flagged (a second press without a
+// release between) acts for the second one everywhere.
 Half PressedHalf(const SpinState& state) {
     if ((state.spinFlags & kSpinSecondPressed) != 0) {
         return Half::Second;
@@ -238,7 +238,8 @@ LRESULT HandleControlMessage(HWND window, SpinState& state, UINT message, WPARAM
 
 // ---- Painting ----
 
-// What one paint draws with. A pen or brush that cannot be made draws nothing.
+// What one paint draws with. What would be drawn with a pen or brush that cannot be made is left
+// out. Nothing is drawn with a pen of the face colour, so there is none.
 struct SpinTools {
     explicit SpinTools(const SpinState& state)
         : face(Color(state, 0, GetSysColor(COLOR_BTNFACE))),
@@ -282,7 +283,9 @@ void FillTriangle(HDC context, const SpinTools& tools, POINT first, POINT second
     const Selection pen(context, tools.arrowPen.get());
     const Selection brush(context, tools.arrowBrush.get());
     const POINT corners[] = {first, second, third};
-    Polygon(context, corners, 3);
+    if (pen && brush) {
+        Polygon(context, corners, 3);
+    }
 }
 
 // Sizes of the client area and their halves and quarters, and how far a pressed half's arrow
@@ -336,7 +339,9 @@ void Draw(HWND window, const SpinState& state, HDC context) {
     {
         const Selection brush(context, tools.faceBrush.get());
         const Selection pen(context, tools.framePen.get());
-        Rectangle(context, client.left, client.top, client.right, client.bottom);
+        if (brush && pen) {
+            Rectangle(context, client.left, client.top, client.right, client.bottom);
+        }
     }
     SpinPlaces at{};
     at.w = client.right;
