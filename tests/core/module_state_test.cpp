@@ -65,8 +65,12 @@ TEST(DllMain, HasTheWindowClassesWhileItIsAttached) {
     embedded::Machine machine;
     for (int load = 0; load < 2; ++load) {
         const tool::LoadedDriver driver(machine);
-        EXPECT_TRUE(machine.windows().HasClass(u"ZL2UD_1")) << load;
-        EXPECT_TRUE(machine.windows().HasClass(u"ZL2UD_3")) << load;
+        // For every module of the process, so without naming the driver.
+        for (const LPCWSTR name : {TEXT("ZL2UD_1"), TEXT("ZL2UD_3")}) {
+            EXPECT_TRUE(DestroyWindow(CreateWindowExW(0, name, nullptr, WS_POPUP, 0, 0, 9, 9,
+                                                      nullptr, nullptr, nullptr, nullptr)))
+                << load;
+        }
     }
     EXPECT_FALSE(machine.windows().HasClass(u"ZL2UD_1"));
     EXPECT_FALSE(machine.windows().HasClass(u"ZL2UD_3"));

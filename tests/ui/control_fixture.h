@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -70,6 +71,60 @@ class ControlTest : public testing::Test {
     std::string Picture(HWND window) {
         return AsText(machine->windows().Picture(window), kControlLegend);
     }
+    // Covers what a control has drawn with the parent's colour.
+    static void Flood(HWND control) {
+        const HDC context = GetDC(control);
+        const RECT all{0, 0, 100, 80};
+        FillRect(context, &all, reinterpret_cast<HBRUSH>(uintptr_t{COLOR_WINDOW + 1}));
+        ReleaseDC(control, context);
+    }
+    static std::vector<LONG> Sides(const RECT& rect) {
+        return {rect.left, rect.top, rect.right, rect.bottom};
+    }
+    // The sides around the pixels that `counts` names.
+    template <typename Counts>
+    static std::vector<LONG> Around(LONG width, LONG height, Counts counts) {
+        RECT around{width, height, 0, 0};
+        for (LONG y = 0; y < height; ++y) {
+            for (LONG x = 0; x < width; ++x) {
+                if (counts(x, y)) {
+                    around = {std::min(around.left, x), std::min(around.top, y),
+                              std::max(around.right, x + 1), std::max(around.bottom, y + 1)};
+                }
+            }
+        }
+        return Sides(around);
+    }
+    // What a flooded control shows of itself, before anything else is painted.
+    static std::vector<LONG> Drawn(HWND control, LONG width, LONG height) {
+        const HDC context = GetDC(control);
+        const auto sides = Around(
+            width, height, [&](int x, int y) { return GetPixel(context, x, y) != kParent; });
+        ReleaseDC(control, context);
+        return sides;
+    }
+    // A control that cannot make its pens or brushes draws nothing with those that a context has
+    // of itself, and leaves nothing behind. `byBrush`: the character drawn with a brush alone.
+    void ExpectNoDrawingWithoutTools(HWND control, char byBrush) {
+        for (const std::string name : {"CreatePen", "CreateSolidBrush", "BeginPaint"}) {
+            machine->windows().Settle();
+            Flood(control);
+            machine->faults.FailCall(name, 1, true);
+            InvalidateRect(control, nullptr, TRUE);
+            UpdateWindow(control);
+            machine->faults.Clear();
+            EXPECT_EQ(machine->OpenNow().graphicsObjects, 0u) << name;
+            EXPECT_EQ(machine->OpenNow().contexts, 0u) << name;
+            const std::string picture = Picture(control);
+            EXPECT_EQ(picture.find('?'), std::string::npos) << name << picture;
+            if (name != "CreatePen") {
+                const size_t at33 = 1 + 3 * picture.find('\n', 1) + 3;
+                EXPECT_EQ(picture[at33], '~') << name << picture;
+                EXPECT_EQ(picture.find(byBrush), std::string::npos) << name << picture;
+            }
+        }
+    }
+    unsigned Timers() const { return machine->OpenNow().timers; }
     // The notifications since the last call.
     static std::vector<Notification> Notes() { return std::exchange(notes_, {}); }
     // Called inside the next notification.

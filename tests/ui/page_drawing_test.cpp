@@ -7,8 +7,10 @@
 
 #include "core/module_state.h"
 #include "platform/embedded/modules.h"
+#include "platform/embedded/resources.h"
 #include "platform/embedded/windows.h"
 #include "tests/picture.h"
+#include "ui/about_box.h"
 
 extern "C" const std::byte ksfaxui_resources[];
 extern "C" const std::byte ksfaxui_resources_end[];
@@ -19,6 +21,7 @@ namespace {
 constexpr COLORREF kFace = RGB(212, 208, 200);
 constexpr COLORREF kTarget = RGB(0, 128, 0);
 constexpr COLORREF kMagenta = RGB(255, 0, 255);
+constexpr COLORREF kGrey = RGB(192, 192, 192);
 constexpr COLORREF kWhite = RGB(255, 255, 255);
 constexpr int kWidth = 284;
 constexpr int kHeight = 84;
@@ -55,16 +58,44 @@ class PageDrawing : public testing::Test {
         FillRect(target, &all, brush);
         DeleteObject(brush);
     }
-    void DrawItem(UINT id, short orientation, UINT type = ODT_BUTTON) {
+    DRAWITEMSTRUCT Item(UINT id, UINT type = ODT_BUTTON) {
         Clear();
-        JobSettings settings{};
-        settings.devMode.dmOrientation = orientation;
         DRAWITEMSTRUCT item{};
         item.CtlType = type;
         item.CtlID = id;
         item.hDC = target;
         item.rcItem = {2, 3, kWidth - 2, kHeight - 1};
+        return item;
+    }
+    void DrawItem(UINT id, short orientation, UINT type = ODT_BUTTON) {
+        const DRAWITEMSTRUCT item = Item(id, type);
+        JobSettings settings{};
+        settings.devMode.dmOrientation = orientation;
         DrawPageItem(nullptr, &item, settings);
+    }
+    // Of the bitmap in the module: its pixels, with its size and colours as they should be.
+    embedded::Bitmap Resource(WORD number, int width, int height, COLORREF background) {
+        const HBITMAP picture = LoadBitmapW(ownModule, MAKEINTRESOURCEW(number));
+        const embedded::Bitmap pixels = *machine.graphics().BitmapOf(picture);
+        DeleteObject(picture);
+        EXPECT_EQ(pixels.width, width);
+        EXPECT_EQ(pixels.height, height);
+        EXPECT_EQ(pixels.At(0, 0), background);
+        const auto raw = machine.resources().Find(ownModule, embedded::kBitmapResource, number);
+        EXPECT_EQ(raw[14], std::byte{4}) << "biBitCount";
+        return pixels;
+    }
+    // Whether the picture stands in its corner, the face colour where its background was.
+    bool Shows(const embedded::Bitmap& picture, COLORREF background) const {
+        for (int y = 0; y < picture.height; ++y) {
+            for (int x = 0; x < picture.width; ++x) {
+                const uint32_t pixel = picture.At(x, y);
+                if (Pixels().At(2 + x, 3 + y) != (pixel == background ? kFace : pixel)) {
+                    return false;
+                }
+            }
+        }
+        return true;
     }
     const embedded::Bitmap& Pixels() const { return *machine.graphics().BitmapOf(bitmap_); }
     std::set<uint32_t> Colors() const {
@@ -82,40 +113,41 @@ class PageDrawing : public testing::Test {
 };
 
 TEST_F(PageDrawing, ShowsTheSheetInItsOrientationOnTheDialogsColour) {
-    const auto pictureIs = [&](int number) {
-        const HBITMAP picture =
-            LoadBitmapW(ownModule, MAKEINTRESOURCEW(static_cast<WORD>(number)));
-        const embedded::Bitmap expected = *machine.graphics().BitmapOf(picture);
-        DeleteObject(picture);
-        EXPECT_EQ(expected.width, 80);
-        EXPECT_EQ(expected.height, 80);
-        unsigned wrong = 0;
-        for (int y = 0; y < 80; ++y) {
-            for (int x = 0; x < 80; ++x) {
-                const uint32_t pixel = expected.At(x, y);
-                wrong += Pixels().At(2 + x, 3 + y) != (pixel == kMagenta ? kFace : pixel);
-            }
-        }
-        return wrong == 0;
-    };
+    const embedded::Bitmap upright = Resource(13052, 80, 80, kMagenta);
+    const embedded::Bitmap lying = Resource(13053, 80, 80, kMagenta);
     DrawItem(166, DMORIENT_PORTRAIT);
-    EXPECT_TRUE(pictureIs(13052));
-    EXPECT_FALSE(pictureIs(13053));
+    EXPECT_TRUE(Shows(upright, kMagenta));
+    EXPECT_FALSE(Shows(lying, kMagenta));
     EXPECT_EQ(Pixels().At(1, 3), kTarget);
     EXPECT_EQ(Pixels().At(200, 3), kFace);
     DrawItem(166, DMORIENT_LANDSCAPE);
-    EXPECT_TRUE(pictureIs(13053));
+    EXPECT_TRUE(Shows(lying, kMagenta));
     for (const short neither : {0, 3, -1}) {
         DrawItem(166, neither);
         EXPECT_EQ(Colors(), (std::set<uint32_t>{kFace, kTarget})) << neither;
     }
 }
 
-TEST_F(PageDrawing, ShowsTheLogoWithoutItsGrey) {
+TEST_F(PageDrawing, ShowsTheLogoWithoutItsGreyOnThePageAndInBothAboutDialogs) {
+    const embedded::Bitmap logo = Resource(13152, 280, 60, kGrey);
     DrawItem(533, 0);
-    EXPECT_EQ(Pixels().At(2, 3), kFace);
-    EXPECT_TRUE(Colors().contains(kWhite));
-    EXPECT_FALSE(Colors().contains(RGB(192, 192, 192)));
+    EXPECT_TRUE(Shows(logo, kGrey));
+    EXPECT_FALSE(Colors().contains(kGrey));
+    const HWND dialog = CreateWindowExW(0, TEXT("#32770"), nullptr, WS_POPUP, 0, 0, 9, 9, nullptr,
+                                        nullptr, nullptr, nullptr);
+    PrinterSession session{};
+    for (const DLGPROC procedure : {AboutDialogProc, AboutPageProc}) {
+        const DRAWITEMSTRUCT item = Item(533);
+        const auto draw = [&] {
+            return procedure(dialog, WM_DRAWITEM, 533, reinterpret_cast<LPARAM>(&item));
+        };
+        BindSession(dialog, nullptr);
+        EXPECT_FALSE(draw()) << "before WM_INITDIALOG";
+        BindSession(dialog, &session);
+        EXPECT_TRUE(draw());
+        EXPECT_TRUE(Shows(logo, kGrey));
+    }
+    DestroyWindow(dialog);
 }
 
 TEST_F(PageDrawing, FillsOtherButtonsWithSmallIdsAlone) {
@@ -146,7 +178,15 @@ TEST_F(PageDrawing, LeavesTheKeyColourOutAndTheBitmapAsItWas) {
     DeleteDC(context);
     const embedded::Bitmap whole = *machine.graphics().BitmapOf(bitmap);
 
+    machine.faults.Count();
     DrawTransparentBitmap(target, bitmap, 1, 1, kMagenta);
+    // The bitmap's size is in pixels: converted before the target's units hold in its context.
+    std::vector<std::string> mapping = machine.faults.names();
+    machine.faults.Clear();
+    std::erase_if(mapping, [](const std::string& name) {
+        return name != "DPtoLP" && !name.ends_with("MapMode");
+    });
+    EXPECT_EQ(mapping, (std::vector<std::string>{"DPtoLP", "GetMapMode", "SetMapMode"}));
     embedded::Bitmap corner(6, 5);
     for (int y = 0; y < corner.height; ++y) {
         for (int x = 0; x < corner.width; ++x) {

@@ -21,8 +21,12 @@ class PanelControl : public tests::ControlTest {
         machine->windows().Settle();
         return picture;
     }
-    static unsigned Ink(const std::string& picture) {
-        return static_cast<unsigned>(std::ranges::count(picture, 'F'));
+    std::string Set(HWND panel, LPCWSTR text) {
+        EXPECT_EQ(SendMessageW(panel, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text)), 0);
+        return Picture(panel);
+    }
+    static auto Count(const std::string& picture, char pixel) {
+        return std::ranges::count(picture, pixel);
     }
 };
 
@@ -97,36 +101,56 @@ TEST_F(PanelControl, EtchesItsFrameInsideTheBevelWidth) {
 .s.HHHHHHHHHH~
 ~~~~~~~~~~~~~~
 )");
+    EXPECT_EQ(Draw(PANELS_CAPTIONED | PANELS_FRAMED | PANELS_FILLED, 14, 10, TEXT("1,0,0")), R"(
+.............~
+.FFFFFFFFFFF.~
+.F.........FH~
+.F.........FH~
+.F.........FH~
+.F.........FH~
+.F.........FH~
+.FFFFFFFFFFFH~
+.s.HHHHHHHHHH~
+~~~~~~~~~~~~~~
+)") << "a captioned panel is filled once";
 }
 
 TEST_F(PanelControl, EndsWithTheWidestBevel) {
-    // 65535 rings in a window of 80 pixels: those that can be seen cross it from all sides.
-    const std::string picture = Draw(0, 4, 4, TEXT("65535,0,0"));
-    EXPECT_EQ(picture.find('~'), std::string::npos);
+    // 65535 rings in a panel of 4 x 4 pixels: those that can be seen cross it from all sides.
+    EXPECT_EQ(Count(Draw(0, 4, 4, TEXT("65535,0,0")), '~'), 0);
+    // What is left inside is turned inside out, and its frame lies beyond the panel.
+    EXPECT_EQ(Count(Draw(PANELS_FRAMED, 10, 7, TEXT("20,0,0")), '.'), 10 * 7);
 }
 
 TEST_F(PanelControl, WrapsItsCaptionInTheFrameColour) {
     const HWND panel = Make(kPanelClassName, PANELS_CAPTIONED, 70, 60, TEXT("2,0,0"));
     const std::string empty = Picture(panel);
-    EXPECT_EQ(Ink(empty), 0u) << "the creation text is no caption";
-    const auto set = [&](LPCWSTR text) {
-        EXPECT_EQ(SendMessageW(panel, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text)), 0);
-        return Picture(panel);
-    };
-    const std::string one = set(TEXT("Receivers"));
-    EXPECT_GT(Ink(one), 10u);
-    const std::string two = set(TEXT("Receivers Receivers"));
-    EXPECT_EQ(Ink(two), 2 * Ink(one)) << "the second word on a line of its own";
+    EXPECT_EQ(Count(empty, 'F'), 0) << "the creation text is no caption";
+    const std::string one = Set(panel, TEXT("Receivers"));
+    EXPECT_GT(Count(one, 'F'), 10);
+    EXPECT_EQ(Count(one, 'H'), Count(empty, 'H')) << "on the face colour";
+    const std::string two = Set(panel, TEXT("Receivers Receivers"));
+    EXPECT_EQ(Count(two, 'F'), 2 * Count(one, 'F')) << "the second word on a line of its own";
     EXPECT_EQ(two.substr(0, 71 * 17), one.substr(0, 71 * 17)) << "the first line is the same";
-    EXPECT_EQ(set(nullptr), empty);
-    EXPECT_NE(set(TEXT("x")), empty);
-    EXPECT_EQ(set(TEXT("")), empty);
+    // A line of the dialogs' font is 13 pixels high.
+    EXPECT_EQ(two.substr(71 * (5 + 13), 71 * 13), one.substr(71 * 5, 71 * 13));
+    EXPECT_EQ(Set(panel, nullptr), empty);
+    EXPECT_NE(Set(panel, TEXT("x")), empty);
+    EXPECT_EQ(machine->windows().TextOf(panel), u"") << "the window has no text";
+    EXPECT_EQ(Set(panel, TEXT("")), empty);
+    // Full blocks, a line too long and too many lines, fill the caption's rectangle.
+    const std::u16string line(20, u'\u2588');
+    const auto full = Set(panel, (line + u" " + line + u" " + line + u" " + line).c_str());
+    const auto changes = [&](int x, int y) {
+        return full[1 + 71 * y + x] != empty[1 + 71 * y + x];
+    };
+    EXPECT_EQ(Around(70, 60, changes), Sides({7, 5, 62, 55}));
 }
 
 TEST_F(PanelControl, CutsALongCaptionBeforeAHalfCharacter) {
     const HWND panel = Make(kPanelClassName, PANELS_CAPTIONED, 70, 60, TEXT("2,0,0"));
     const auto caption = [&](const std::u16string& text) {
-        SendMessageW(panel, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text.c_str()));
+        Set(panel, text.c_str());
         const auto* state = reinterpret_cast<const PanelState*>(GetWindowLongPtrW(panel, 0));
         return std::u16string(state->caption);
     };
@@ -144,15 +168,12 @@ TEST_F(PanelControl, LeavesNothingBehindWhenSomethingFails) {
         machine->faults.Clear();
     }
     const HWND panel = Make(kPanelClassName, PANELS_FILLED | PANELS_FRAMED, 9, 9, TEXT("2,0,0"));
-    machine->windows().Settle();
-    for (const char* name : {"CreatePen", "CreateSolidBrush", "BeginPaint"}) {
-        machine->faults.FailCall(name, 1, true);
-        InvalidateRect(panel, nullptr, TRUE);
-        UpdateWindow(panel);
-        machine->faults.Clear();
-        EXPECT_EQ(machine->OpenNow().graphicsObjects, 0u) << name;
-        EXPECT_EQ(machine->OpenNow().contexts, 0u) << name;
-    }
+    ExpectNoDrawingWithoutTools(panel, 'F');
+    // Without its state it is a window like any other.
+    SendMessageW(panel, WM_NCDESTROY, 0, 0);
+    SetWindowTextW(panel, TEXT("text"));
+    SendMessageW(panel, WM_PAINT, 0, 0);
+    EXPECT_EQ(machine->windows().TextOf(panel), u"text");
 }
 
 }  // namespace

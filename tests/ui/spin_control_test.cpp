@@ -73,6 +73,7 @@ TEST_F(SpinControl, StepsAtOnceThenAfter400ThenEvery50Milliseconds) {
     EXPECT_TRUE(Notes().empty());
     machine->windows().Advance(1);
     EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEUP, 3)}));
+    EXPECT_EQ(Timers(), 1u);
     machine->windows().Advance(149);
     EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEUP, 2), Step(spin, SB_LINEUP, 1)}));
     machine->windows().MoveMouse({200 + 7, 100 + 15});
@@ -83,70 +84,110 @@ TEST_F(SpinControl, StepsAtOnceThenAfter400ThenEvery50Milliseconds) {
     EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEUP, 0)})) << "the middle row is its own";
     machine->windows().Advance(50);
     EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEUP, 0)})) << "told at the limit too";
-    Ask(spin, SPIN_SETSILENT, 1);
+    EXPECT_EQ(Ask(spin, SPIN_SETSILENT, 1), 0);
     machine->windows().Advance(200);
     EXPECT_TRUE(Notes().empty());
     machine->windows().ReleaseMouse({0, 0});
     EXPECT_EQ(GetCapture(), nullptr);
-    EXPECT_EQ(machine->OpenNow().timers, 0u);
+    EXPECT_EQ(Timers(), 0u);
     Ask(spin, WM_TIMER, 501);
     Ask(spin, WM_TIMER, 77);
     EXPECT_TRUE(Notes().empty()) << "no half is pressed";
 }
 
 TEST_F(SpinControl, TellsTheHalfPressedWhicheverWayItGoes) {
-    const HWND spin = Make(kSpinClassName, SPINS_REVERSED, 24, 13);
+    const struct {
+        DWORD style;
+        int x, y;
+        WORD half, position;
+    } rows[] = {
+        {0, 12, 1, SB_LINEUP, 4},
+        {0, 13, 1, SB_LINEDOWN, 6},
+        {0, -5, 1, SB_LINEUP, 4},
+        {SPINS_REVERSED, 12, 1, SB_LINEUP, 6},
+        {SPINS_VERTICAL, 7, 10, SB_LINEUP, 4},
+        {SPINS_VERTICAL, 7, 11, SB_LINEDOWN, 6},
+        {SPINS_VERTICAL, 7, -5, SB_LINEUP, 4},
+    };
+    for (const auto& [style, x, y, half, position] : rows) {
+        const bool isVertical = (style & SPINS_VERTICAL) != 0;
+        const HWND spin = Make(kSpinClassName, style, isVertical ? 15 : 24, isVertical ? 20 : 13);
+        PointAt(spin, WM_LBUTTONDOWN, x, y);
+        EXPECT_EQ(Notes(), (std::vector{Step(spin, half, position,
+                                             isVertical ? WM_VSCROLL : WM_HSCROLL)}));
+        PointAt(spin, WM_LBUTTONUP, x, y);
+        DestroyWindow(spin);
+    }
+    const HWND spin = Make(kSpinClassName, 0, 24, 13);
+    EXPECT_EQ(Ask(spin, SPIN_SETREVERSED, 1), 0);
     EXPECT_EQ(Ask(spin, SPIN_GETREVERSED), 16);
     PointAt(spin, WM_LBUTTONDOWN, 12, 1);
-    EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEUP, 6, WM_HSCROLL)}));
+    PointAt(spin, WM_MOUSEMOVE, 13, 12);
+    Ask(spin, WM_TIMER, 501);
+    EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEUP, 6, WM_HSCROLL)})) << "outside";
+    PointAt(spin, WM_MOUSEMOVE, 12, 12);
+    Ask(spin, WM_TIMER, 501);
+    EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEUP, 7, WM_HSCROLL)})) << "inside";
     PointAt(spin, WM_LBUTTONUP, 12, 1);
     PointAt(spin, WM_LBUTTONDBLCLK, 13, 1);
-    EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEDOWN, 5, WM_HSCROLL)}));
+    EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEDOWN, 6, WM_HSCROLL)}));
     // Without a release between, both halves are pressed and the second one counts.
     PointAt(spin, WM_LBUTTONDOWN, -5, 1);
-    EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEDOWN, 4, WM_HSCROLL)}));
+    EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEDOWN, 5, WM_HSCROLL)}));
     EXPECT_EQ(Ask(spin, SPIN_SETREVERSED, 0), 1);
     EXPECT_EQ(Ask(spin, SPIN_SETREVERSED, 0), 0);
     EXPECT_EQ(Ask(spin, SPIN_GETREVERSED), 0);
     Ask(spin, WM_TIMER, 501);
-    EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEDOWN, 5, WM_HSCROLL)}));
+    EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEDOWN, 6, WM_HSCROLL)}));
     Ask(spin, WM_CANCELMODE);
-    EXPECT_EQ(machine->OpenNow().timers, 0u);
+    EXPECT_EQ(Timers(), 0u);
     EXPECT_EQ(GetCapture(), nullptr);
 }
 
 TEST_F(SpinControl, AnnouncesARangeBeforeItHolds) {
     const HWND spin = MakeVertical();
+    const auto low = LOWORD(reinterpret_cast<ULONG_PTR>(spin));
+    const Notification announcement{WM_COMMAND, kControlId, MAKELPARAM(low, 3)};
+    const auto moves = [&](WORD position) {
+        return std::vector{announcement, {WM_VSCROLL, SB_THUMBTRACK, position}};
+    };
     EXPECT_EQ(Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(5, 5)), -1);
     EXPECT_EQ(Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(0xFFFF, 5)), -1) << "unsigned";
     EXPECT_TRUE(Notes().empty());
-    Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(0, 20));
-    Ask(spin, SPIN_SETPOS, 10);
+    EXPECT_EQ(Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(0, 20)), MAKELONG(0, 9));
+    EXPECT_EQ(Notes(), (std::vector{announcement}));
+    EXPECT_EQ(Ask(spin, SPIN_SETPOS, 10), 5);
     Notes();
     LRESULT rangeThen = 0;
     OnNote([&] { rangeThen = Ask(spin, SPIN_GETRANGE); });
     EXPECT_EQ(Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(0, 10)), MAKELONG(0, 20));
     EXPECT_EQ(rangeThen, MAKELONG(0, 20));
-    const auto low = LOWORD(reinterpret_cast<ULONG_PTR>(spin));
-    EXPECT_EQ(Notes(), (std::vector<Notification>{
-                           {WM_COMMAND, kControlId, MAKELPARAM(low, 3)},
-                           {WM_VSCROLL, SB_THUMBTRACK, 5}}))
-        << "at the end is not between";
+    EXPECT_EQ(Notes(), moves(5)) << "at the end is not between";
+    EXPECT_EQ(Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(5, 12)), MAKELONG(0, 10));
+    EXPECT_EQ(Notes(), moves(8)) << "nor at the start";
     // Minimum 1, maximum -1: below as unsigned numbers; nothing lies between as signed ones.
-    EXPECT_EQ(Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(1, 0xFFFF)), MAKELONG(0, 10));
-    EXPECT_EQ(Notes().back(), (Notification{WM_VSCROLL, SB_THUMBTRACK, 0}));
+    EXPECT_EQ(Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(1, 0xFFFF)), MAKELONG(5, 12));
+    EXPECT_EQ(Notes(), moves(0));
     EXPECT_EQ(Ask(spin, SPIN_GETRANGE), 0xFFFF0001);
     EXPECT_EQ(Ask(spin, SPIN_SETRANGE, 0, MAKELPARAM(0, 9)), static_cast<LONG>(0xFFFF0001));
 }
 
 TEST_F(SpinControl, SetsPositionsInsideTheRangeAlone) {
     const HWND spin = MakeVertical();
-    EXPECT_EQ(Ask(spin, SPIN_SETPOS, 9), 5);
-    EXPECT_EQ(Notes(), (std::vector<Notification>{{WM_VSCROLL, SB_THUMBTRACK, 9}}));
+    EXPECT_EQ(Ask(spin, SPIN_SETPOS, 0), 5);
+    EXPECT_EQ(Ask(spin, SPIN_SETPOS, 9), 0);
+    EXPECT_EQ(Notes(), (std::vector<Notification>{{WM_VSCROLL, SB_THUMBTRACK, 0},
+                                                  {WM_VSCROLL, SB_THUMBTRACK, 9}}));
     EXPECT_EQ(Ask(spin, SPIN_SETPOS, 10), -1);
     EXPECT_EQ(Ask(spin, SPIN_SETPOS, 0x10001), -1) << "32 bits count";
     EXPECT_EQ(Ask(spin, SPIN_SETPOS, static_cast<WPARAM>(-1)), -1);
     EXPECT_EQ(Ask(spin, SPIN_GETPOS), 9);
+    EXPECT_TRUE(Notes().empty());
+    // Nor does a step leave it.
+    PointAt(spin, WM_LBUTTONDOWN, 7, 15);
+    EXPECT_EQ(Notes(), (std::vector{Step(spin, SB_LINEDOWN, 9)}));
+    Ask(spin, SPIN_SETSILENT, 1);
+    Ask(spin, WM_TIMER, 501);
     EXPECT_TRUE(Notes().empty());
     const HWND negative = MakeVertical(SPINS_RANGEINTEXT, TEXT("65530,3,65535"));
     EXPECT_EQ(Ask(negative, SPIN_GETPOS), 0xFFFF);
@@ -159,9 +200,11 @@ TEST_F(SpinControl, AnswersWhatItIsAskedFor) {
     EXPECT_EQ(Ask(spin, SPIN_GETSILENT), 4);
     EXPECT_EQ(Ask(spin, SPIN_SETSILENT, 0), 1);
     EXPECT_EQ(Ask(spin, SPIN_GETSILENT), 0);
-    EXPECT_EQ(Ask(spin, SPIN_GETTARGET), Window(parent));
     EXPECT_EQ(Ask(spin, SPIN_SETTARGET, Window(spin)), Window(parent));
     EXPECT_EQ(Ask(spin, SPIN_SETTARGET, 0x7777), -1);
+    EXPECT_EQ(Ask(spin, SPIN_GETTARGET), Window(parent));
+    EXPECT_EQ(Ask(spin, SPIN_SETPOS, 6), 5);
+    EXPECT_EQ(Notes().size(), 1u) << "the parent is still the target";
     EXPECT_EQ(Ask(spin, SPIN_GETCOLOR, 4), -1);
     EXPECT_EQ(Ask(spin, SPIN_SETCOLOR, 4, 0x80000001), 0xFFFFFFFF);
     EXPECT_EQ(Ask(spin, SPIN_GETCOLOR, 4), static_cast<int32_t>(0x80000001));
@@ -172,80 +215,67 @@ TEST_F(SpinControl, AnswersWhatItIsAskedFor) {
     EXPECT_EQ(Ask(spin, WM_USER + 13), 0);
 }
 
+// The halves of a vertical control of 15 x 20 pixels.
+const std::string kUpperRaised = R"(
+FFFFFFFFFFFFFFF
+FHHHHHHHHHHHHsF
+FH..........ssF
+FH.....a....ssF
+FH....aaa...ssF
+FH...aaaaa..ssF
+FH..aaaaaaa.ssF
+FH..........ssF
+FHssssssssssssF
+FsssssssssssssF
+)";
+const std::string kUpperPressed = R"(
+FFFFFFFFFFFFFFF
+FsssssssssssssF
+Fs............F
+Fs............F
+Fs......a.....F
+Fs.....aaa....F
+Fs....aaaaa...F
+Fs...aaaaaaa..F
+Fs............F
+Fs............F
+)";
+const std::string kLowerRaised = R"(FFFFFFFFFFFFFFF
+FHHHHHHHHHHHHsF
+FH..........ssF
+FH..aaaaaaa.ssF
+FH...aaaaa..ssF
+FH....aaa...ssF
+FH.....a....ssF
+FHssssssssssssF
+FsssssssssssssF
+FFFFFFFFFFFFFFF
+)";
+const std::string kLowerPressed = R"(FFFFFFFFFFFFFFF
+FsssssssssssssF
+Fs............F
+Fs............F
+Fs...aaaaaaa..F
+Fs....aaaaa...F
+Fs.....aaa....F
+Fs......a.....F
+Fs............F
+FFFFFFFFFFFFFFF
+)";
+
 TEST_F(SpinControl, DrawsItsHalvesRaisedPressedAndDisabled) {
     const HWND spin = MakeVertical();
-    EXPECT_EQ(Picture(spin), R"(
-FFFFFFFFFFFFFFF
-FHHHHHHHHHHHHsF
-FH..........ssF
-FH.....a....ssF
-FH....aaa...ssF
-FH...aaaaa..ssF
-FH..aaaaaaa.ssF
-FH..........ssF
-FHssssssssssssF
-FsssssssssssssF
-FFFFFFFFFFFFFFF
-FHHHHHHHHHHHHsF
-FH..........ssF
-FH..aaaaaaa.ssF
-FH...aaaaa..ssF
-FH....aaa...ssF
-FH.....a....ssF
-FHssssssssssssF
-FsssssssssssssF
-FFFFFFFFFFFFFFF
-)");
+    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerRaised);
     PointAt(spin, WM_LBUTTONDOWN, 7, 3);
-    EXPECT_EQ(Picture(spin), R"(
-FFFFFFFFFFFFFFF
-FsssssssssssssF
-Fs............F
-Fs............F
-Fs......a.....F
-Fs.....aaa....F
-Fs....aaaaa...F
-Fs...aaaaaaa..F
-Fs............F
-Fs............F
-FFFFFFFFFFFFFFF
-FHHHHHHHHHHHHsF
-FH..........ssF
-FH..aaaaaaa.ssF
-FH...aaaaa..ssF
-FH....aaa...ssF
-FH.....a....ssF
-FHssssssssssssF
-FsssssssssssssF
-FFFFFFFFFFFFFFF
-)") << "upper half pressed";
+    EXPECT_EQ(Picture(spin), kUpperPressed + kLowerRaised);
     PointAt(spin, WM_MOUSEMOVE, 7, -1);
-    const std::string raised = Picture(spin);
+    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerRaised) << "the pointer is outside";
     PointAt(spin, WM_LBUTTONUP, 7, -1);
-    EXPECT_EQ(raised, Picture(spin)) << "raised while the pointer is outside";
+    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerRaised);
+    // A pointer that passes before the press does not count as having left it.
+    PointAt(spin, WM_MOUSEMOVE, 7, 11);
     PointAt(spin, WM_LBUTTONDOWN, 7, 11);
-    EXPECT_EQ(Picture(spin), R"(
-FFFFFFFFFFFFFFF
-FHHHHHHHHHHHHsF
-FH..........ssF
-FH.....a....ssF
-FH....aaa...ssF
-FH...aaaaa..ssF
-FH..aaaaaaa.ssF
-FH..........ssF
-FHssssssssssssF
-FsssssssssssssF
-FFFFFFFFFFFFFFF
-FsssssssssssssF
-Fs............F
-Fs............F
-Fs...aaaaaaa..F
-Fs....aaaaa...F
-Fs.....aaa....F
-Fs......a.....F
-Fs............F
-FFFFFFFFFFFFFFF
-)") << "lower half pressed";
+    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerPressed);
     PointAt(spin, WM_LBUTTONUP, 7, 11);
     EnableWindow(spin, FALSE);
     EXPECT_EQ(Picture(spin), R"(
@@ -269,9 +299,71 @@ FH.....H....ssF
 FHssssssssssssF
 FsssssssssssssF
 FFFFFFFFFFFFFFF
-)") << "disabled";
+)");
     EnableWindow(spin, TRUE);
-    EXPECT_EQ(Picture(spin), raised);
+    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerRaised);
+}
+
+TEST_F(SpinControl, KeepsTheTracesOfPressesThatWereNotReleased) {
+    const HWND spin = MakeVertical();
+    machine->windows().Settle();
+    PointAt(spin, WM_LBUTTONDOWN, 7, 3);
+    PointAt(spin, WM_MOUSEMOVE, 7, 15);
+    Ask(spin, WM_CANCELMODE);
+    Notes();
+    PointAt(spin, WM_LBUTTONDOWN, 7, 3);
+    EXPECT_EQ(Notes().size(), 1u);
+    machine->windows().Advance(400);
+    EXPECT_TRUE(Notes().empty());
+    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerRaised);
+    PointAt(spin, WM_MOUSEMOVE, 7, 3);
+    machine->windows().Advance(50);
+    EXPECT_EQ(Notes().size(), 1u);
+    Ask(spin, WM_CANCELMODE);
+    Ask(spin, WM_TIMER, 501);
+    EXPECT_TRUE(Notes().empty());
+    EXPECT_EQ(Picture(spin), kUpperPressed + kLowerRaised) << "cancelling repaints nothing";
+    // Two presses without a release between: both halves are released, the second one repainted.
+    PointAt(spin, WM_LBUTTONDOWN, 7, 3);
+    PointAt(spin, WM_LBUTTONDOWN, 7, 15);
+    EXPECT_EQ(Picture(spin), kUpperPressed + kLowerPressed);
+    PointAt(spin, WM_LBUTTONUP, 7, 15);
+    EXPECT_EQ(Picture(spin), kUpperPressed + kLowerRaised);
+}
+
+TEST_F(SpinControl, RepaintsWhatChangesAtOnce) {
+    struct Row {
+        UINT message;
+        WPARAM wParam;
+        int x, y;
+        RECT changed;
+    };
+    const auto check = [](HWND spin, int width, int height, const std::vector<Row>& rows) {
+        for (const Row& row : rows) {
+            Flood(spin);
+            SendMessageW(spin, row.message, row.wParam, MAKELPARAM(row.x, row.y));
+            EXPECT_EQ(Drawn(spin, width, height), Sides(row.changed)) << row.message;
+        }
+    };
+    const HWND vertical = MakeVertical();
+    machine->windows().Settle();
+    OnNote([&] {
+        EXPECT_EQ(Drawn(vertical, 15, 20), Sides({0, 0, 15, 11})) << "before the first step";
+        EXPECT_EQ(GetCapture(), nullptr);
+        EXPECT_EQ(Timers(), 0u);
+    });
+    check(vertical, 15, 20,
+          {{WM_LBUTTONDOWN, 0, 7, 3, {0, 0, 15, 11}}, {WM_MOUSEMOVE, 0, 7, 15, {0, 0, 15, 11}},
+           {WM_LBUTTONUP, 0, 7, 15, {0, 0, 15, 11}}, {WM_LBUTTONDOWN, 0, 7, 15, {0, 10, 15, 20}},
+           {WM_LBUTTONUP, 0, 7, 15, {0, 10, 15, 20}}, {WM_ENABLE, FALSE, 0, 0, {0, 0, 15, 20}},
+           {SPIN_SETCOLOR, 0, 0, 0, {0, 0, 15, 20}}});
+    EXPECT_EQ(Notes().size(), 2u);
+    DestroyWindow(vertical);
+    const HWND horizontal = Make(kSpinClassName, 0, 24, 13);
+    machine->windows().Settle();
+    check(horizontal, 24, 13,
+          {{WM_LBUTTONDOWN, 0, 3, 3, {0, 0, 13, 13}}, {WM_LBUTTONUP, 0, 3, 3, {0, 0, 13, 13}},
+           {WM_LBUTTONDOWN, 0, 20, 3, {12, 0, 24, 13}}, {WM_LBUTTONUP, 0, 20, 3, {12, 0, 24, 13}}});
 }
 
 TEST_F(SpinControl, DrawsHorizontalHalvesAlike) {
@@ -328,16 +420,21 @@ FFFFFFFFFFFFFFFFFFFFFFFF
 
 TEST_F(SpinControl, DrawsWithTheColoursOfItsSlots) {
     const HWND spin = MakeVertical();
-    std::string expected = Picture(spin);
+    const std::string plain = Picture(spin);
     for (const auto& [slot, color] : {std::pair{0, tests::kParent}, {1, tests::kLight},
                                       {2, tests::kText}, {3, tests::kFrame}, {4, tests::kShadow}}) {
         Ask(spin, SPIN_SETCOLOR, static_cast<WPARAM>(slot), static_cast<LPARAM>(color));
     }
     const std::map<char, char> change{{'.', '~'}, {'a', 'H'}, {'s', 'a'}, {'H', 'F'}, {'F', 's'}};
+    std::string expected = plain;
     for (char& pixel : expected) {
         pixel = change.contains(pixel) ? change.at(pixel) : pixel;
     }
     EXPECT_EQ(Picture(spin), expected);
+    for (WPARAM slot = 0; slot < kSpinColors; ++slot) {
+        Ask(spin, SPIN_SETCOLOR, slot, kDefaultColor);
+    }
+    EXPECT_EQ(Picture(spin), plain);
 }
 
 TEST_F(SpinControl, RepeatsNothingWhenTheTargetEndsThePress) {
@@ -348,7 +445,7 @@ TEST_F(SpinControl, RepeatsNothingWhenTheTargetEndsThePress) {
         OnNote([&] { end(spin); });
         PointAt(spin, WM_LBUTTONDOWN, 7, 3);
         EXPECT_EQ(GetCapture(), nullptr);
-        EXPECT_EQ(machine->OpenNow().timers, 0u);
+        EXPECT_EQ(Timers(), 0u);
         DestroyWindow(spin);
     }
     const HWND spin = MakeVertical();
@@ -367,19 +464,13 @@ TEST_F(SpinControl, IsNotCreatedWithoutItsState) {
     Ask(spin, SPIN_SETPOS, 7);
     EXPECT_EQ(Ask(spin, WM_NCCREATE), TRUE);
     EXPECT_EQ(Ask(spin, SPIN_GETPOS), 7) << "it has a state already";
+    for (const UINT message : {WM_NCDESTROY, SPIN_GETPOS, WM_LBUTTONDOWN, WM_PAINT}) {
+        EXPECT_EQ(Ask(spin, message), 0) << "it has none any more";
+    }
 }
 
 TEST_F(SpinControl, PaintsWhatItCanWithoutPensAndBrushes) {
-    const HWND spin = MakeVertical();
-    machine->windows().Settle();
-    for (const char* name : {"CreatePen", "CreateSolidBrush", "BeginPaint"}) {
-        machine->faults.FailCall(name, 1, true);
-        InvalidateRect(spin, nullptr, TRUE);
-        UpdateWindow(spin);
-        machine->faults.Clear();
-        EXPECT_EQ(machine->OpenNow().graphicsObjects, 0u) << name;
-        EXPECT_EQ(machine->OpenNow().contexts, 0u) << name;
-    }
+    ExpectNoDrawingWithoutTools(MakeVertical(), 'a');
 }
 
 TEST_F(SpinControl, RegistersOnceUntilItIsUnregistered) {
