@@ -35,7 +35,7 @@ target_compile_options(windows_gtest PRIVATE -O0 -w)
 # embedded machine in the other home.
 file(GLOB WINDOWS_TEST_SOURCES CONFIGURE_DEPENDS
   tests/windows/*_test.cpp tests/platform/*_contract_test.cpp
-  tests/windows/installed_printer.cpp tests/windows/driver_answers.cpp)
+  tests/windows/installed_printer.cpp tests/windows/driver_answers.cpp ui/page_drawing.cpp)
 add_executable(ksfax_windows_tests ${WINDOWS_TEST_SOURCES})
 target_compile_options(ksfax_windows_tests PRIVATE -O1)
 target_compile_definitions(ksfax_windows_tests PRIVATE UNICODE _UNICODE)

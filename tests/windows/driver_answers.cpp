@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "ui/page_drawing.h"
 #include "ui/panel_control.h"
 #include "ui/spin_control.h"
 
@@ -411,10 +413,51 @@ std::string Controls() {
         pictures.Show("all", kPanelClassName, raised | PANELS_FILLED | PANELS_FRAMED, TEXT("2,0,0"),
                       16, 11);
         pictures.Show("no room", kPanelClassName, raised | PANELS_FILLED, TEXT("9,0,0"), 10, 7);
-        pictures.Show("captioned", kPanelClassName, raised | PANELS_CAPTIONED, TEXT("2,0,0"), 20,
-                      15);
+        pictures.Show("framed without room", kPanelClassName, raised | PANELS_FRAMED,
+                      TEXT("9,0,0"), 10, 7);
+        for (const DWORD more : {DWORD{0}, PANELS_FRAMED, PANELS_FILLED}) {
+            pictures.Show("captioned", kPanelClassName, raised | PANELS_CAPTIONED | more,
+                          TEXT("2,0,0"), 20, 15);
+        }
     }
     return pictures.text;
+}
+
+// What becomes of a pattern under a bitmap without its key colour, and of the bitmap.
+std::string TransparentDrawing() {
+    constexpr COLORREF kKey = RGB(255, 0, 255);
+    constexpr COLORREF kBitmap[] = {
+        kKey, RGB(254, 0, 255), 0,    RGB(255, 255, 255), kKey, kKey, RGB(1, 2, 3), kKey,
+        0,    RGB(200, 9, 90),  kKey, RGB(0, 255, 0),
+    };
+    const HDC context = CreateCompatibleDC(nullptr);
+    const HBITMAP bitmap = CreateBitmap(4, 3, 1, 32, nullptr);
+    const HBITMAP canvas = CreateBitmap(6, 5, 1, 32, nullptr);
+    const HGDIOBJ before = SelectObject(context, bitmap);
+    for (int at = 0; at < 4 * 3; ++at) {
+        SetPixel(context, at % 4, at / 4, kBitmap[at]);
+    }
+    SelectObject(context, canvas);
+    for (int at = 0; at < 6 * 5; ++at) {
+        SetPixel(context, at % 6, at / 6, RGB(40 * (at % 6), 60 * (at / 6), 85 * (at % 4)));
+    }
+    ksfax::DrawTransparentBitmap(context, bitmap, 1, 1, kKey);
+    std::string text = "transparent drawing";
+    for (const auto& [drawn, width, height] : {std::tuple(canvas, 6, 5), {bitmap, 4, 3}}) {
+        SelectObject(context, drawn);
+        for (int y = 0; y < height; ++y) {
+            std::vector<COLORREF> row;
+            for (int x = 0; x < width; ++x) {
+                row.push_back(GetPixel(context, x, y));
+            }
+            text += Hex(reinterpret_cast<const BYTE*>(row.data()), row.size() * sizeof row[0]);
+        }
+    }
+    SelectObject(context, before);
+    DeleteDC(context);
+    DeleteObject(canvas);
+    DeleteObject(bitmap);
+    return text + "\n";
 }
 
 }  // namespace
@@ -435,7 +478,7 @@ std::vector<Part> All(const EntryPoints& driver, HANDLE printer) {
         {"conversions.txt", Conversions(driver)},
         {"print_queries.txt", PrintQueries(driver, printer)},
         {"stored_state.txt", StoredState(driver, printer)},
-        {"controls.txt", Controls()},
+        {"controls.txt", Controls() + TransparentDrawing()},
     };
 }
 

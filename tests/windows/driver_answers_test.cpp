@@ -9,8 +9,16 @@
 
 #include <gtest/gtest.h>
 
+#include "core/module_state.h"
 #include "tests/windows/driver_answers.h"
 #include "tests/windows/installed_printer.h"
+#include "ui/panel_control.h"
+#include "ui/spin_control.h"
+
+namespace ksfax {
+// For the page drawing, which is linked into this program: the DLL does not export it.
+HINSTANCE ownModule = nullptr;
+}  // namespace ksfax
 
 namespace {
 
@@ -70,7 +78,24 @@ TEST(DriverAnswers, AreTheSameOnTheEmbeddedMachine) {
     }
     for (const answers::Part& part : answers::All(driver, SharedPrinter().handle())) {
         SCOPED_TRACE(part.file);
+        EXPECT_EQ(part.text.find("cannot be made"), std::string::npos);
         ExpectSameLines(part.text, ReadBytes(kHostAnswers / part.file));
+    }
+}
+
+TEST(WindowClasses, AreRegisteredForEveryModuleOfTheProcess) {
+    ASSERT_EQ(SharedPrinter().error(), "");
+    for (const LPCWSTR name : {ksfax::kSpinClassName, ksfax::kPanelClassName}) {
+        WNDCLASSEXW facts = {};
+        facts.cbSize = sizeof facts;
+        ASSERT_TRUE(GetClassInfoExW(SharedPrinter().module(), name, &facts));
+        EXPECT_EQ(facts.style, 0x400Bu);
+        EXPECT_EQ(facts.cbClsExtra, 0);
+        EXPECT_EQ(facts.cbWndExtra, 8);
+        EXPECT_EQ(facts.hCursor, LoadCursorW(nullptr, IDC_ARROW));
+        EXPECT_EQ(facts.hbrBackground, reinterpret_cast<HBRUSH>(16));
+        EXPECT_EQ(facts.hIcon, nullptr);
+        EXPECT_EQ(facts.lpszMenuName, nullptr);
     }
 }
 
