@@ -326,6 +326,7 @@ TEST_F(SpinControl, KeepsTheTracesOfPressesThatWereNotReleased) {
     // Two presses without a release between: both halves are released, the second one repainted.
     PointAt(spin, WM_LBUTTONDOWN, 7, 3);
     PointAt(spin, WM_LBUTTONDOWN, 7, 15);
+    InvalidateRect(spin, nullptr, TRUE);
     EXPECT_EQ(Picture(spin), kUpperPressed + kLowerPressed);
     PointAt(spin, WM_LBUTTONUP, 7, 15);
     EXPECT_EQ(Picture(spin), kUpperPressed + kLowerRaised);
