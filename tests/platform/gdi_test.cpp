@@ -191,6 +191,8 @@ TEST_F(Gdi, MakesBitmapsAsDeepAsTheContext) {
 // Where ink stands, row by row, of a text drawn in a rectangle.
 std::vector<int> InkRows(const RECT& rect, LPCWSTR text, UINT format, int* height = nullptr) {
     Canvas canvas(120, 60);
+    EXPECT_EQ(SelectObject(canvas.context(), GetStockObject(DEFAULT_GUI_FONT)),
+              GetStockObject(SYSTEM_FONT));
     SetTextColor(canvas.context(), kWhite);
     SetBkColor(canvas.context(), 0);
     RECT room = rect;
