@@ -55,7 +55,13 @@ int RunProgram(int count, const char* const* arguments) {
     return exitCode;
 }
 
-std::string ShownPath(const std::filesystem::path& path) { return path.string(); }
+std::string ShownPath(const std::filesystem::path& path) {
+    std::error_code error;
+    const std::filesystem::path here = std::filesystem::current_path(error);
+    const std::filesystem::path below =
+        error || path.is_relative() ? path : path.lexically_relative(here);
+    return (below.empty() || *below.begin() == ".." ? path : below).string();
+}
 
 nlohmann::ordered_json JsonPath(const std::filesystem::path& path) {
     return path.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(path.string());

@@ -69,10 +69,11 @@ class MachineRun {
 };
 
 // ---- Output
-// Text that is shown to people and to scripts; a host path that is no UTF-8 is shown with
-// replacement characters.
+// For people: what lies below the current folder as seen from there, all else as it is.
 std::string ShownPath(const std::filesystem::path& path);
-nlohmann::ordered_json JsonPath(const std::filesystem::path& path);  // null for an empty path
+// For scripts: the path as it is, with replacement characters for what is no UTF-8; null for an
+// empty path.
+nlohmann::ordered_json JsonPath(const std::filesystem::path& path);
 void PrintJson(const nlohmann::ordered_json& value);
 // Two lower-case digits a byte.
 std::string Hexadecimal(std::span<const std::byte> bytes);

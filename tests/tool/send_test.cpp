@@ -402,7 +402,7 @@ TEST_F(SendWithPpd, GoesTheWholeRoad) {
     const Outcome other =
         RunKsfax(folder, {"send", "--ppd", "b.ppd", "--to", "A=1", "--machine", "m"});
     EXPECT_EQ(other.code, 1);
-    EXPECT_NE(other.err.find("/a.ppd"), std::string::npos) << other.err;
+    EXPECT_NE(other.err.find("installed with a.ppd"), std::string::npos) << other.err;
     EXPECT_NE(other.err.find("ksfax install b.ppd"), std::string::npos) << other.err;
 }
 
