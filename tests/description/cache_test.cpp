@@ -1,7 +1,12 @@
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -258,6 +263,90 @@ TEST_F(CacheFile, IsNotUsedWithoutAQuotedVersionAndNeverStopsALoad) {
     loaded.reset();
     EXPECT_EQ(machine.OpenNow(), embedded::Leaks());
     EXPECT_EQ(LoadPrinterDescription(nullptr), nullptr);
+}
+
+// Of a file that shrinks while it is read, and of one that the disk has no room for.
+TEST_F(CacheFile, IsNotAcceptedWhenCutShort) {
+    Write("P.ppd", kPpd);
+    UsesCache(TEXT("C:\\D\\P.ppd"));
+    const std::string good = Read("P.PDC");
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit unlimited;
+    getrlimit(RLIMIT_FSIZE, &unlimited);
+    for (size_t size = 0; size < good.size(); size += 52) {
+        for (unsigned cutRead = 1; cutRead <= 3; ++cutRead) {  // header, PPD, rest
+            unsigned reads = 0;
+            machine.faults.Count([&](const std::string& name) {
+                if (name == "ReadFile" && ++reads == cutRead) {
+                    std::filesystem::resize_file(folder / "P.PDC", size);
+                }
+            });
+            EXPECT_FALSE(UsesCache(TEXT("C:\\D\\P.ppd"))) << size << ' ' << cutRead;
+            EXPECT_TRUE(loaded && Read("P.PDC") == good) << size << ' ' << cutRead;
+        }
+        machine.faults.Clear();
+
+        Write("P.PDC", "old");
+        rlimit limit = unlimited;
+        limit.rlim_cur = size;
+        setrlimit(RLIMIT_FSIZE, &limit);
+        EXPECT_FALSE(UsesCache(TEXT("C:\\D\\P.ppd"))) << size;
+        setrlimit(RLIMIT_FSIZE, &unlimited);
+        EXPECT_TRUE(loaded) << size;
+        EXPECT_EQ(Read("P.PDC"), good.substr(0, size));
+        EXPECT_FALSE(UsesCache(TEXT("C:\\D\\P.ppd"))) << size;
+        EXPECT_TRUE(loaded && Read("P.PDC") == good) << size;
+    }
+    std::signal(SIGXFSZ, SIG_DFL);
+}
+
+// Each writes blocks of two sizes; whatever is accepted is one of the four, whole.
+TEST_F(CacheFile, IsNeverAcceptedTornWhenTwoProcessesRebuildIt) {
+    Write("P.ppd", kPpd);
+    const WCHAR* const path = TEXT("C:\\D\\P.ppd");
+    std::vector<DescriptionPtr> blocks;
+    for (const size_t options : {1, 400, 2, 300}) {
+        std::string text = kPpd;
+        for (size_t i = 0; i < options; ++i) {
+            text += "*PageSize P" + std::to_string(i) + ": \"" + std::string(9, 'x') + "\"\n";
+        }
+        blocks.emplace_back(PackDescription(ParsePpdText(text, path)));
+        ASSERT_TRUE(blocks.back());
+    }
+    struct Seen {
+        unsigned own = 0;
+        unsigned others = 0;
+        unsigned torn = 0;
+    };
+    const auto rebuild = [&](size_t first) {
+        Seen seen;
+        for (unsigned round = 0; round < 10'000; ++round) {
+            WriteCachedDescription(path, blocks[first + round % 2].get(), nullptr);
+            const DescriptionPtr read(ReadCachedDescription(path));
+            if (read) {
+                const auto found = std::ranges::find_if(blocks, [&](const DescriptionPtr& block) {
+                    return std::ranges::equal(BytesOf(*block), BytesOf(*read));
+                });
+                const auto which = static_cast<size_t>(found - blocks.begin());
+                ++(which == blocks.size()   ? seen.torn
+                   : which / 2 == first / 2 ? seen.own
+                                            : seen.others);
+            }
+        }
+        return seen;
+    };
+    const pid_t other = fork();
+    if (other == 0) {
+        const Seen seen = rebuild(2);
+        _exit(seen.torn == 0 && seen.own != 0 && seen.others != 0 ? 0 : 1);
+    }
+    const Seen seen = rebuild(0);
+    int status = 0;
+    ASSERT_EQ(waitpid(other, &status, 0), other);
+    EXPECT_EQ(status, 0) << "what the other process saw";
+    EXPECT_EQ(seen.torn, 0u);
+    EXPECT_GT(seen.own, 0u);
+    EXPECT_GT(seen.others, 0u);
 }
 
 TEST(CacheFileName, ReplacesWhatFollowsTheLastFullStop) {

@@ -1,10 +1,10 @@
 // What README.md and docs/ promise: their command lines run as printed and print what they show,
 // the manual page and the completion know every option.
 
-#include <gtest/gtest.h>
-
 #include <regex>
 #include <sstream>
+
+#include <gtest/gtest.h>
 
 #include "tests/tool/run_ksfax.h"
 
@@ -111,19 +111,20 @@ TEST_F(Documents, CommandLinesRunAsPrinted) {
         return std::regex_replace(std::regex_replace(text, std::regex("Kes[0-9A-F]+"), "Kes"),
                                   std::regex(" +[0-9,]+ bytes"), " N bytes");
     };
-    for (const char* name : {"README.md", "docs/architecture.md", "docs/speed.md", "docs/ksfax.1"}) {
+    for (const char* name :
+         {"README.md", "docs/architecture.md", "docs/speed.md", "docs/ksfax.1"}) {
         const std::string document = FileText(std::filesystem::path(SOURCE_FOLDER) / name);
         ASSERT_NE(document, "") << name;
         for (Shown& shown : CommandsIn(document)) {
             int status = 0;
             const std::string output = Shell(shown.command, &status);
-            EXPECT_TRUE(status == 0 || status == 3)
-                << name << ": " << shown.command << "\n" << status << "\n" << output;
+            EXPECT_TRUE(status == 0 || status == 3) << name << ": " << shown.command << "\n"
+                                                    << status << "\n"
+                                                    << output;
             for (std::string& line : shown.output) {
                 line = withoutChance(line);
             }
-            EXPECT_TRUE(Fits(withoutChance(output), shown.output))
-                << name << ": " << shown.command;
+            EXPECT_TRUE(Fits(withoutChance(output), shown.output)) << name << ": " << shown.command;
         }
     }
 }
