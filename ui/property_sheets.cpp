@@ -114,19 +114,39 @@ PrinterSession* SessionOf(const PROPSHEETUI_INFO& information) {
     return IsPrinterSession(session) ? session : nullptr;
 }
 
-void FillHeader(LPARAM parameter, LPWSTR printerName) {
-    auto* header = reinterpret_cast<PROPSHEETUI_INFO_HEADER*>(parameter);
-    header->Flags = PSUIHDRF_NOAPPLYNOW | PSUIHDRF_PROPTITLE;
-    header->pTitle = printerName;
-    header->hInst = ownModule;
-    header->IconID = kPrinterIcon;
-}
-
-void EndSheet(PROPSHEETUI_INFO* information, PrinterSession* session) {
-    FreePaperList(session);
-    ClosePrinterSession(session);
-    // A host that calls once more finds no session, instead of one that is gone.
-    information->UserData = 0;
+// The events of a sheet after its first. `takeResult` is given the session and what the user
+// decided, before the host gets it back.
+template <typename TakeResult>
+LONG ContinueSheet(PROPSHEETUI_INFO* information, LPARAM parameter, LPWSTR printerName,
+                   TakeResult takeResult) {
+    PrinterSession* session = SessionOf(*information);
+    if (session == nullptr) {
+        return kRefused;
+    }
+    switch (information->Reason) {
+    case PROPSHEETUI_REASON_GET_INFO_HEADER: {
+        auto* header = reinterpret_cast<PROPSHEETUI_INFO_HEADER*>(parameter);
+        header->Flags = PSUIHDRF_NOAPPLYNOW | PSUIHDRF_PROPTITLE;
+        header->pTitle = printerName;
+        header->hInst = ownModule;
+        header->IconID = kPrinterIcon;
+        return kHandled;
+    }
+    case PROPSHEETUI_REASON_SET_RESULT: {
+        const LRESULT result = reinterpret_cast<const SETRESULT_INFO*>(parameter)->Result;
+        takeResult(session, result);
+        information->Result = static_cast<ULONG_PTR>(result);
+        return kHandled;
+    }
+    case PROPSHEETUI_REASON_DESTROY:
+        FreePaperList(session);
+        ClosePrinterSession(session);
+        // A host that calls once more finds no session, instead of one that is gone.
+        information->UserData = 0;
+        return kHandled;
+    default:
+        return kRefused;
+    }
 }
 
 // Shows the sheet whose events go to `function`. What compstui answers, with the sheet's result
@@ -160,16 +180,6 @@ LONG DocumentPropertiesWithoutSheet(DOCUMENTPROPERTYHEADER* header) {
         (void)CopyJobSettingsOut(session.get()->jobSettings, header->pdmIn, header->pdmOut);
     }
     return kHandled;
-}
-
-void TakeDocumentResult(PROPSHEETUI_INFO* information, LPARAM parameter,
-                        const DOCUMENTPROPERTYHEADER& header, JobSettings* settings) {
-    const LRESULT result = reinterpret_cast<const SETRESULT_INFO*>(parameter)->Result;
-    if (result == CPSUI_OK && WantsRecord(header)) {
-        DeriveJobBlock(settings);
-        (void)CopyJobSettingsOut(*settings, header.pdmIn, header.pdmOut);
-    }
-    information->Result = static_cast<ULONG_PTR>(result);
 }
 
 // Positive for OK, 0 for Cancel, negative for a failure.
@@ -210,23 +220,14 @@ extern "C" LONG WINAPI DrvDocumentPropertySheets(PPROPSHEETUI_INFO information, 
         return BeginSheet(information, header->hPrinter, header->pdmIn,
                           (header->fMode & DM_NOPERMISSION) == 0, AddDocumentPages);
     }
-    PrinterSession* session = SessionOf(*information);
-    if (session == nullptr) {
-        return kRefused;
-    }
-    switch (information->Reason) {
-    case PROPSHEETUI_REASON_GET_INFO_HEADER:
-        FillHeader(parameter, header->pszPrinterName);
-        return kHandled;
-    case PROPSHEETUI_REASON_DESTROY:
-        EndSheet(information, session);
-        return kHandled;
-    case PROPSHEETUI_REASON_SET_RESULT:
-        TakeDocumentResult(information, parameter, *header, &session->jobSettings);
-        return kHandled;
-    default:
-        return kRefused;
-    }
+    return ContinueSheet(information, parameter, header->pszPrinterName,
+                         [&](PrinterSession* session, LRESULT result) {
+                             if (result == CPSUI_OK && WantsRecord(*header)) {
+                                 DeriveJobBlock(&session->jobSettings);
+                                 (void)CopyJobSettingsOut(session->jobSettings, header->pdmIn,
+                                                          header->pdmOut);
+                             }
+                         });
 }
 
 extern "C" LONG WINAPI DrvDevicePropertySheets(PPROPSHEETUI_INFO information, LPARAM parameter) {
@@ -241,24 +242,8 @@ extern "C" LONG WINAPI DrvDevicePropertySheets(PPROPSHEETUI_INFO information, LP
         return BeginSheet(information, header->hPrinter, nullptr,
                           (header->Flags & DPS_NOPERMISSION) == 0, AddDevicePage);
     }
-    PrinterSession* session = SessionOf(*information);
-    if (session == nullptr) {
-        return kRefused;
-    }
-    switch (information->Reason) {
-    case PROPSHEETUI_REASON_GET_INFO_HEADER:
-        FillHeader(parameter, header->pszPrinterName);
-        return kHandled;
-    case PROPSHEETUI_REASON_DESTROY:
-        EndSheet(information, session);
-        return kHandled;
-    case PROPSHEETUI_REASON_SET_RESULT:
-        information->Result =
-            static_cast<ULONG_PTR>(reinterpret_cast<const SETRESULT_INFO*>(parameter)->Result);
-        return kHandled;
-    default:
-        return kRefused;
-    }
+    return ContinueSheet(information, parameter, header->pszPrinterName,
+                         [](PrinterSession*, LRESULT) {});
 }
 
 extern "C" LONG WINAPI DrvDocumentProperties(HWND owner, HANDLE printer, LPWSTR deviceName,
