@@ -143,14 +143,23 @@ bool ParseAndPack(const std::u16string& path) {
 #pragma GCC diagnostic push
 // The peer's own authors would rather that nobody used PPD files any more.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-bool PeerOpenAndMark(const char* path) {
+ppd_file_t* OpenForPeer(const char* path) {
     ppd_file_t* ppd = ppdOpenFile(path);
-    if (ppd == nullptr) {
-        return false;
+    if (ppd != nullptr) {
+        ppdMarkDefaults(ppd);
     }
-    ppdMarkDefaults(ppd);
-    ppdClose(ppd);
-    return true;
+    return ppd;
+}
+int PeerConflicts(ppd_file_t* ppd) {
+    return ppdConflicts(ppd);
+}
+void ClosePeer(ppd_file_t* ppd) {
+    ppdClose(ppd);  // null is none
+}
+bool PeerOpenAndMark(const char* path) {
+    ppd_file_t* ppd = OpenForPeer(path);
+    ClosePeer(ppd);
+    return ppd != nullptr;
 }
 #pragma GCC diagnostic pop
 
@@ -247,6 +256,47 @@ void CompareWithPeer(benchmark::State& state) {
     }
 }
 BENCHMARK(CompareWithPeer)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+// All conflicts among the defaults of a file that is loaded: ours asks for each document feature
+// whether its selection clashes with the others, libcups goes over its list of constraints.
+void ConflictsWithPeer(benchmark::State& state) {
+    embedded::Machine machine;
+    for (auto _ : state) {
+        std::vector<double> ratios;
+        std::vector<double> times;
+        for (const fs::path& file : RealPpds()) {
+            const std::u16string path = machine.files().MachinePath(file);
+            ksfax::ParseState* parsed = ksfax::ParsePpdFile(path.c_str());
+            const platform::GlobalBlock block(parsed != nullptr ? ksfax::PackDescription(parsed)
+                                                                : nullptr);
+            ppd_file_t* ppd = OpenForPeer(file.c_str());
+            if (block && ppd != nullptr) {
+                auto& description = *static_cast<ksfax::PrinterDescription*>(block.get());
+                ksfax::RelocateDescription(&description);
+                std::vector<uint8_t> document(description.DocumentFeatureCount);
+                std::vector<uint8_t> installable(description.InstallableFeatureCount);
+                ksfax::GetDefaultSelections(description, document);
+                ksfax::ResolveInstallableConflicts(description, installable);
+                const Measured measured = Measure({
+                    [&] { benchmark::DoNotOptimize(PeerConflicts(ppd)); },
+                    [&] {
+                        for (uint16_t feature = 0; feature < document.size(); ++feature) {
+                            benchmark::DoNotOptimize(ksfax::FindConflict(
+                                description, installable, document, feature, document[feature]));
+                        }
+                    },
+                });
+                ratios.push_back(measured.best[0] / measured.best[1]);
+                times.push_back(measured.best[1] * 1000);
+            }
+            ClosePeer(ppd);
+        }
+        state.counters["by_libcups_median"] = Median(ratios);
+        state.counters["by_libcups_least"] = Least(ratios);
+        state.counters["ns_median"] = Median(times);
+    }
+}
+BENCHMARK(ConflictsWithPeer)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 // Allocations of the driver for one file and their peak, by the file's size.
 void CountMemory(benchmark::State& state) {

@@ -175,8 +175,11 @@ TEST_F(DocumentEvent, ConfirmsARecordWithThePrivatePart) {
         DOCEVENT_CREATEDCPRE created = {};
         created.pdm = record;
         DEVMODEW* confirmed = nullptr;
-        EXPECT_EQ(DrvDocumentEvent(kPrinter, nullptr, 1, 0, &created, 0, &confirmed), 1);
-        EXPECT_EQ(confirmed, nullptr) << publicSize;
+        for (const char* signature : {"\0\0\0\0", "PRIv", "VIRP"}) {
+            std::memcpy(bytes.data() + publicSize + 4, signature, 4);
+            EXPECT_EQ(DrvDocumentEvent(kPrinter, nullptr, 1, 0, &created, 0, &confirmed), 1);
+            EXPECT_EQ(confirmed, nullptr) << publicSize << signature;
+        }
 
         std::memcpy(bytes.data() + publicSize + 4, "PRIV", 4);
         EXPECT_EQ(DrvDocumentEvent(kPrinter, nullptr, 1, 0, &created, 0, nullptr), 1);
