@@ -58,6 +58,14 @@ TEST(DllMain, TakesTheResourceModuleFromItsOwnFolderOrServesForIt) {
         EXPECT_EQ(DllMain(driver.instance(), DLL_THREAD_DETACH, nullptr), TRUE);
         EXPECT_EQ(ownModule, driver.instance());
     }
+    // A path that is cut off names another folder, whose module is not taken.
+    machine.modules().Install({.path = u"C:\\KSFAXRES.DLL", .exports = {}, .resources = {}});
+    {
+        const tool::LoadedDriver driver(
+            machine, u"C:\\" + std::u16string(MAX_PATH, u'd') + u"\\KSFAXUI.DLL");
+        EXPECT_EQ(resourceModule, ownModule);
+        EXPECT_EQ(machine.modules().CountLoaded(), 1u);
+    }
     EXPECT_EQ(machine.modules().CountLoaded(), 0u);
 }
 
