@@ -50,7 +50,7 @@ void PutString(MessageWriter* writer, HINSTANCE module, UINT id) {
 }
 
 void PutNumber(MessageWriter* writer, DWORD number, WCHAR directive) {
-    char digits[16];
+    char digits[16] = {};
     char* const end = digits + sizeof(digits);
     const std::to_chars_result result =
         directive == 'd'   ? std::to_chars(digits, end, static_cast<int32_t>(number))

@@ -85,12 +85,12 @@ constexpr uint64_t PowerOfX(unsigned bits) {
     const __m128i by16 = _mm_set_epi64x(static_cast<int64_t>(PowerOfX(128 + 64)),
                                         static_cast<int64_t>(PowerOfX(128)));
     __m128i lanes[4];
-    for (int lane = 0; lane < 4; ++lane) {
+    for (size_t lane = 0; lane < 4; ++lane) {
         lanes[lane] = LoadPiece(bytes + lane * 16);
     }
     bytes += 64;
     for (count -= 64; count >= 64; count -= 64, bytes += 64) {
-        for (int lane = 0; lane < 4; ++lane) {
+        for (size_t lane = 0; lane < 4; ++lane) {
             lanes[lane] = Fold(lanes[lane], by64, LoadPiece(bytes + lane * 16));
         }
     }
