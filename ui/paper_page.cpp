@@ -289,8 +289,12 @@ void SelectInPaperBox(HWND dialog, uint32_t paperCode) {
     SendMessageW(box, CB_SETCURSEL, static_cast<WPARAM>(item < count ? item : CB_ERR), 0);
 }
 
+bool IsSecondHalf(WCHAR character) {
+    return character >= 0xDC00 && character <= 0xDFFF;
+}
+
 // Cuts `text` to what is narrower than the label, with three dots at its end when there is room
-// for more than them and a few letters.
+// for more than them and a few letters. No character is cut in half.
 void FitToLabel(HWND label, WCHAR* text) {
     constexpr int kLongestWithoutDots = 8;
     RECT rect;
@@ -306,10 +310,12 @@ void FitToLabel(HWND label, WCHAR* text) {
         --length;
     }
     ReleaseDC(label, context);
-    text[length] = 0;
+    length -= length > 0 && IsSecondHalf(text[length]) ? 1 : 0;
     if (length < whole && length > kLongestWithoutDots) {
+        length -= IsSecondHalf(text[length - 3]) ? 1 : 0;
         std::fill_n(text + length - 3, 3, TEXT('.'));
     }
+    text[length] = 0;
 }
 
 void ShowPaperLabel(HWND dialog, const PrinterSession& session, uint32_t paperCode) {
@@ -343,7 +349,10 @@ void ShowFaxResolution(HWND dialog, const JobSettings& settings) {
 }
 
 void RepaintPicture(HWND dialog) {
-    InvalidateRect(GetDlgItem(dialog, IDC_PAPER_PICTURE), nullptr, FALSE);
+    // A template of the resource module may lack the picture; no window means every window.
+    if (const HWND picture = GetDlgItem(dialog, IDC_PAPER_PICTURE); picture != nullptr) {
+        InvalidateRect(picture, nullptr, FALSE);
+    }
 }
 
 void NotifySheet(HWND dialog) {
@@ -380,6 +389,9 @@ void LockPageControls(HWND dialog) {
 
 void InitializePage(HWND dialog, PrinterSession* session) {
     BindSession(dialog, session);
+    if (SessionOf(dialog) != session) {
+        return;  // what the page took could never be given back
+    }
     session->pageBrush = CreateSolidBrush(GetSysColor(COLOR_BTNFACE));
     session->pageWindow = dialog;
     BuildPaperList(session);

@@ -5,11 +5,12 @@
 
 #include <iterator>
 
+#include "platform/owned.h"
+#include "platform/windows_api.h"
+
 #include "core/module_state.h"
 #include "core/printer_data.h"
 #include "core/session.h"
-#include "platform/owned.h"
-#include "platform/windows_api.h"
 #include "resources/resource.h"
 #include "ui/about_box.h"
 #include "ui/paper_page.h"
@@ -120,7 +121,8 @@ template <typename TakeResult>
 LONG ContinueSheet(PROPSHEETUI_INFO* information, LPARAM parameter, LPWSTR printerName,
                    TakeResult takeResult) {
     PrinterSession* session = SessionOf(*information);
-    if (session == nullptr) {
+    const bool needsRecord = information->Reason != PROPSHEETUI_REASON_DESTROY;
+    if (session == nullptr || (needsRecord && parameter == 0)) {
         return kRefused;
     }
     switch (information->Reason) {

@@ -112,8 +112,9 @@ class FaxMachine {
     }
 
     // Runs `action` as it is, and then again for each platform call that it made, with that call
-    // failing; `prepare` goes before each. Nothing may stay taken, locked or impersonated,
-    // whatever fails. `check` sees the failed call's name, "" for the first run.
+    // failing, alone and with all after it; `prepare` goes before each. Nothing may stay taken,
+    // locked or impersonated, whatever fails. `check` sees the name of a call that failed alone,
+    // "" for the first run.
     void FailEachCall(const std::function<void()>& prepare, const std::function<void()>& action,
                       const std::function<void(const std::string& failed)>& check) {
         prepare();
@@ -128,19 +129,24 @@ class FaxMachine {
         check("");
         EXPECT_EQ(OpenWithoutCache(), before);
         ASSERT_GT(names.size(), 10u);
-        for (unsigned n = 1; n <= names.size(); ++n) {
-            prepare();
-            (void)OpenWithoutCache();
-            machine.faults.FailNthCall(n);
-            action();
-            const bool struck = machine.faults.struck();
-            machine.faults.Clear();
-            SCOPED_TRACE("call " + std::to_string(n) + ", " + names[n - 1]);
-            EXPECT_TRUE(struck);
-            check(names[n - 1]);
-            EXPECT_EQ(OpenWithoutCache(), before);
-            EXPECT_FALSE(embedded::IsHeldByAnyone(ksfax::moduleLock));
-            EXPECT_TRUE(machine.spooler().ThreadActsForClient());
+        for (const bool andAllLater : {false, true}) {
+            for (unsigned n = 1; n <= names.size(); ++n) {
+                prepare();
+                (void)OpenWithoutCache();
+                machine.faults.FailNthCall(n, andAllLater);
+                action();
+                const bool struck = machine.faults.struck();
+                machine.faults.Clear();
+                SCOPED_TRACE("call " + std::to_string(n) + ", " + names[n - 1] +
+                             (andAllLater ? " and all later" : ""));
+                EXPECT_TRUE(struck);
+                if (!andAllLater) {
+                    check(names[n - 1]);
+                }
+                EXPECT_EQ(OpenWithoutCache(), before);
+                EXPECT_FALSE(embedded::IsHeldByAnyone(ksfax::moduleLock));
+                EXPECT_TRUE(machine.spooler().ThreadActsForClient());
+            }
         }
     }
 

@@ -64,8 +64,8 @@ TEST_F(PaperPage, ComesUpWithWhatTheSettingsSay) {
     ShowDocument(
         [&](Sheet& sheet) {
             const HWND page = sheet.page();
-            EXPECT_EQ(Papers(page),
-                      (std::vector<std::u16string>{u"Letter", u"A4", u"Legal", u"A5", u"B5"}));
+            EXPECT_EQ(Papers(page), (std::vector<std::u16string>{u"Letter", u"A4", u"Legal", u"A5",
+                                                                 u"B5", u"A6"}));
             EXPECT_EQ(Selected(page), 1);
             EXPECT_EQ(TextOf(page, IDC_PAPER_LABEL), u"A4\n210 x 297 mm");
             EXPECT_EQ(IsDlgButtonChecked(page, IDC_LANDSCAPE), BST_CHECKED);
@@ -102,10 +102,20 @@ TEST_F(PaperPage, TakesTheFirstPaperForOneThatIsNotListed) {
                 // The session itself refuses such papers, so the page gets the record directly.
                 PrinterSession& session =
                     *reinterpret_cast<PrinterSession*>(GetWindowLongPtrW(sheet.page(), DWLP_USER));
-                session.jobSettings.devMode.dmPaperSize = code;
+                DEVMODEW& settings = session.jobSettings.devMode;
+                PrivateJobSettings& part = PrivatePart(session.jobSettings);
+                settings.dmPaperSize = code;
+                settings.dmScale = 77;
+                part.pagePaperSize = part.collateRequested = part.counterGate = 77;
+                part.paperChanged = part.defaultsMarker = 77;
                 EXPECT_EQ(BeginPaperPage(&session).paperCode, 1u);
-                EXPECT_EQ(session.jobSettings.devMode.dmPaperSize, 1);
-                EXPECT_EQ(PrivatePart(session.jobSettings).pagePaperSize, 1);
+                EXPECT_EQ(settings.dmPaperSize, 1);
+                EXPECT_EQ(part.pagePaperSize, 1);
+                EXPECT_EQ(settings.dmScale, 100);
+                EXPECT_EQ(part.collateRequested, 0);
+                EXPECT_EQ(part.counterGate, 0);
+                EXPECT_EQ(part.paperChanged, 1u);
+                EXPECT_EQ(part.defaultsMarker, 1);
             },
             &input);
     }
@@ -142,7 +152,18 @@ TEST_F(PaperPage, WritesEachChoiceIntoTheSettings) {
                   EXPECT_EQ(settings.dmOrientation, DMORIENT_PORTRAIT);
                   EXPECT_EQ(fax.machine.windows().Picture(picture), upright);
 
+                  // A new paper has the picture painted anew, a new resolution has not.
+                  settings.dmOrientation = DMORIENT_LANDSCAPE;
                   EXPECT_TRUE(Notifies(sheet, [&] { Click(page, IDC_RESOLUTION_200X100); }));
+                  EXPECT_EQ(fax.machine.windows().Picture(picture), upright);
+                  Choose(page, 3);
+                  EXPECT_NE(fax.machine.windows().Picture(picture), upright);
+                  settings.dmOrientation = DMORIENT_PORTRAIT;
+                  CheckRadioButton(page, IDC_PORTRAIT, IDC_LANDSCAPE, IDC_LANDSCAPE);
+                  EXPECT_TRUE(Notifies(sheet, [&] {
+                      SendMessageW(page, WM_COMMAND, MAKEWPARAM(IDC_LANDSCAPE, 5), 0);
+                  })) << "whatever the notification";
+                  Click(page, IDC_PORTRAIT);
                   EXPECT_EQ(part.faxResolution, 1u);
                   EXPECT_EQ(IsDlgButtonChecked(page, IDC_PORTRAIT), BST_CHECKED);
                   EXPECT_FALSE(Notifies(sheet, [&] { Click(page, IDC_RESOLUTION_200X100); }));
@@ -163,8 +184,11 @@ TEST_F(PaperPage, RestoresTheDefaults) {
         const HWND page = sheet.page();
         DEVMODEW& settings = SettingsOf(page).devMode;
         PrivateJobSettings& part = PrivatePart(SettingsOf(page));
+        const HWND picture = GetDlgItem(page, IDC_PAPER_PICTURE);
+        const embedded::Bitmap upright = fax.machine.windows().Picture(picture);
         Choose(page, 2);
         Click(page, IDC_LANDSCAPE);
+        EXPECT_NE(fax.machine.windows().Picture(picture), upright);
         Click(page, IDC_RESOLUTION_200X100);
         const auto spoil = [](auto&... fields) { ((fields = 77), ...); };
         spoil(settings.dmCollate, settings.dmCopies, settings.dmScale, settings.dmDefaultSource,
@@ -173,6 +197,7 @@ TEST_F(PaperPage, RestoresTheDefaults) {
               part.defaultsMarkerOut, part.source1, part.source2, part.reserved429);
         EXPECT_TRUE(Notifies(sheet, [&] { Click(page, IDC_DEFAULT); }));
         EXPECT_EQ(GetFocus(), GetDlgItem(page, IDC_DEFAULT));
+        EXPECT_EQ(fax.machine.windows().Picture(picture), upright);
         EXPECT_EQ(settings.dmPaperSize, DMPAPER_LETTER);
         EXPECT_EQ(part.pagePaperSize, DMPAPER_LEGAL) << "stays at the last choice";
         EXPECT_EQ(Selected(page), 0);
@@ -221,7 +246,9 @@ TEST_F(PaperPage, LocksAllButTheResolution) {
             }
             EXPECT_FALSE(Click(page, IDC_LANDSCAPE));
             EXPECT_TRUE(Notifies(sheet, [&] { Click(page, IDC_RESOLUTION_200X100); }));
-            EXPECT_TRUE(IsWindowEnabled(GetDlgItem(page, IDC_ABOUT)));
+            for (const int control : {IDC_RESOLUTION_TEXT, IDC_ABOUT}) {
+                EXPECT_TRUE(IsWindowEnabled(GetDlgItem(page, control))) << control;
+            }
         },
         nullptr, DM_IN_PROMPT | DM_NOPERMISSION);
 }
@@ -254,6 +281,19 @@ TEST_F(PaperPage, FitsACustomPapersNameToItsLabel) {
         EXPECT_EQ(show(u"WWWWWWWWWWWWWWWW"), u"WWWWWW...");
         MoveWindow(label, 0, 0, 1, 20, FALSE);
         EXPECT_EQ(show(u"WWWW"), u"");
+        // No half of a character remains, whatever the width.
+        const std::u16string_view pairs = u"\U0001D400\U0001D401W\U0001D402\U0001D403W\U0001D404";
+        for (int width = 1; width < size.cx * 2; ++width) {
+            MoveWindow(label, 0, 0, width, 20, FALSE);
+            const std::u16string shown = show(pairs);
+            for (size_t i = 0; i < shown.size(); ++i) {
+                if ((shown[i] & 0xF800) == 0xD800) {
+                    ASSERT_LT(i + 1, shown.size()) << width;
+                    EXPECT_EQ(shown[i] & 0xFC00, 0xD800) << width;
+                    EXPECT_EQ(shown[++i] & 0xFC00, 0xDC00) << width;
+                }
+            }
+        }
         ReleaseDC(label, context);
     });
 }
@@ -278,7 +318,9 @@ TEST_F(PaperPage, ColoursItsLabelAndItsBackground) {
         ask(IDC_PAPER_LABEL);
         EXPECT_EQ(SetTextColor(context, 5), 0xFFFFFFu);
         ReleaseDC(page, context);
-        InvalidateRect(page, nullptr, TRUE);
+        const HDC erased = GetDC(page);
+        EXPECT_EQ(PaperPageProc(page, WM_ERASEBKGND, reinterpret_cast<WPARAM>(erased), 0), TRUE);
+        ReleaseDC(page, erased);
         EXPECT_EQ(fax.machine.windows().Picture(page).At(0, 0), kBlue);
     });
 }
@@ -301,6 +343,44 @@ TEST_F(PaperPage, RefreshesItsLabelWhenTheSettingsAskForIt) {
         SendMessageW(GetDlgItem(page, IDC_PAPER_SIZE), CB_SETCURSEL, static_cast<WPARAM>(-1), 0);
         EXPECT_EQ(activate(), u"old") << "nothing is selected";
         EXPECT_EQ(part.pageFlags, 0);
+    });
+}
+
+TEST_F(PaperPage, AppliesByItsOwnHandle) {
+    static std::vector<LONG_PTR> told;
+    ShowDocument([&](Sheet& sheet) {
+        auto* session =
+            reinterpret_cast<PrinterSession*>(GetWindowLongPtrW(sheet.page(), DWLP_USER));
+        const auto callback = session->propSheetCallback;
+        session->propSheetCallback = [](HANDLE handle, UINT function, LPARAM first,
+                                        LPARAM second) -> LONG_PTR {
+            told = {reinterpret_cast<LONG_PTR>(handle), LONG_PTR{function}, first, second};
+            return 1;
+        };
+        NMHDR apply{.hwndFrom = sheet.window(), .idFrom = 0, .code = PSN_APPLY};
+        EXPECT_EQ(PaperPageProc(sheet.page(), WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&apply)),
+                  TRUE);
+        session->propSheetCallback = callback;
+        const auto handle = reinterpret_cast<LONG_PTR>(session->propSheetPages[0]);
+        EXPECT_EQ(told, (std::vector<LONG_PTR>{handle, 9, handle, 1}));
+    });
+}
+
+// What the page shows must be what the settings say, so such a paper shows none.
+TEST_F(PaperPage, SelectsNothingForAPaperWithoutAName) {
+    ShowDocument([&](Sheet& sheet) {
+        const HWND page = sheet.page();
+        auto* session = reinterpret_cast<PrinterSession*>(GetWindowLongPtrW(page, DWLP_USER));
+        PROPSHEETPAGEW record{};
+        record.lParam = reinterpret_cast<LPARAM>(session);
+        session->jobSettings.devMode.dmPaperSize = 300;
+        session->jobSettings.devMode.dmOrientation = 3;
+        DeleteObject(session->pageBrush);
+        PaperPageProc(page, WM_INITDIALOG, 0, reinterpret_cast<LPARAM>(&record));
+        EXPECT_EQ(Selected(page), CB_ERR);
+        EXPECT_EQ(session->jobSettings.devMode.dmPaperSize, 300);
+        EXPECT_EQ(TextOf(page, IDC_PAPER_LABEL), u"undefined");
+        EXPECT_EQ(IsDlgButtonChecked(page, IDC_LANDSCAPE), BST_CHECKED);
     });
 }
 
@@ -375,17 +455,47 @@ TEST_F(PaperPage, FallsBackToCommonPapersWithoutMemory) {
 }
 
 TEST_F(PaperPage, KnowsTheLabelOfEveryCode) {
-    const std::pair<uint32_t, UINT> rows[] = {
-        {1, 1094},    {9, 1097},    {7, 1096},   {34, 1098},  {1025, 1136}, {1033, 1138},
-        {1031, 1140}, {1058, 1145}, {11, 1099},  {20, 1101},  {27, 1102},   {28, 1103},
-        {37, 1100},   {257, 1104},  {258, 1105}, {259, 1106}, {260, 1107},  {261, 1134},
-        {262, 1135},  {14, 4220},   {70, 2011},  {35, 1142},  {5, 1095},    {13, 1148},
-        {43, 4201},   {91, 4202},   {73, 4203},  {263, 4234}, {256, 3064},  {0, 3064},
+    const struct {
+        uint32_t code;
+        UINT string;
+        const char16_t* text;  // null: any
+    } rows[] = {
+        {1, 1094, u"Letter\n8 \u00BD x 11 in"},
+        {9, 1097, u"A4\n210 x 297 mm"},
+        {7, 1096, u"Executive\n7 \u00BC x 10 \u00BD in"},
+        {34, 1098, u"B5\n176 x 250 mm"},
+        {1025, 1136, u"Letter Short Edge\n8 \u00BD x 11 in"},
+        {1033, 1138, u"A4 Short Edge\n210 x 297 mm"},
+        {1031, 1140, u"Executive Short Edge\n7 \u00BC x 10 \u00BD in"},
+        {1058, 1145, u"B5 Short Edge\n176 x 250 mm"},
+        {11, 1099, u"A5\n148 x 210 mm"},
+        {20, 1101, u"Com-10\n4 1/8 x 9 \u00BD in"},
+        {27, 1102, u"DL\n110 x 220 mm"},
+        {28, 1103, u"C5\n162 x 229 mm"},
+        {37, 1100, u"Monarch\n3 7/8 x 7 \u00BD in"},
+        {257, 1104, u"Organizer J\n2 \u00BE x 5 in"},
+        {258, 1105, u"Organizer K\n3 \u00BE x 6 \u00BE in"},
+        {259, 1106, u"Organizer L\n5 \u00BD x 8 \u00BD in"},
+        {260, 1107, u"Organizer M\n8 \u00BD x 11 in"},
+        {261, 1134, u"3 x 5 in"},
+        {262, 1135, u"A4 Long\n210 x 405 mm"},
+        {14, 4220, u"Folio\n8 \u00BD x 13 in"},
+        {70, 2011, u"A6\n105 x 148 mm"},
+        {35, 1142, u"B6\n125 x176 mm"},
+        {5, 1095, u"Legal\n8 \u00BD x 14 in"},
+        {13, 1148, u"JIS B5\n182 x 257 mm"},
+        {43, 4201, nullptr},
+        {91, 4202, nullptr},
+        {73, 4203, nullptr},
+        {263, 4234, nullptr},
+        {256, 3064, u"undefined"},
+        {0, 3064, u"undefined"},
     };
-    for (const auto& [code, string] : rows) {
-        EXPECT_EQ(PaperLabelString(code), string) << code;
+    for (const auto& row : rows) {
+        EXPECT_EQ(PaperLabelString(row.code), row.string) << row.code;
         WCHAR text[80];
-        EXPECT_GT(LoadStringW(fax.driver.instance(), string, text, 80), 0) << string;
+        ASSERT_GT(LoadStringW(fax.driver.instance(), row.string, text, 80), 0) << row.string;
+        EXPECT_EQ(std::u16string(text), row.text != nullptr ? row.text : text);
     }
 }
 

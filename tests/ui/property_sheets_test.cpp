@@ -5,10 +5,10 @@
 #include "platform/embedded/registry.h"
 
 #include "core/session.h"
-#include "tests/platform/resource_file.h"
 #include "tests/ui/sheet_fixture.h"
 #include "ui/about_box.h"
 #include "ui/help.h"
+#include "ui/user_folder.h"
 
 namespace ksfax {
 namespace {
@@ -25,12 +25,12 @@ class PropertySheets : public SheetTest {
     static void PressOk(Sheet& sheet) { EXPECT_TRUE(sheet.PressOk()); }
     static void PressCancel(Sheet& sheet) { sheet.PressCancel(); }
 
-    LONG ShowAdvanced(std::function<void(Sheet&)> user) {
+    LONG ShowAdvanced(std::function<void(Sheet&)> user, DEVMODEW* input = nullptr) {
         host.user = std::move(user);
         output = kUntouched;
         std::u16string name = kPrinter;
         return DrvAdvancedDocumentProperties(nullptr, printer.get(), name.data(), &output.devMode,
-                                             nullptr);
+                                             input);
     }
 };
 
@@ -45,6 +45,10 @@ TEST_F(PropertySheets, TellTheRecordsSizeAndTouchNothing) {
     header.fMode = DM_OUT_BUFFER;
     EXPECT_EQ(DrvDocumentPropertySheets(nullptr, reinterpret_cast<LPARAM>(&header)), 2608);
     EXPECT_EQ(header.cbOut, 2608u);
+    header.fMode = 0;
+    header.pdmOut = &output.devMode;
+    EXPECT_EQ(DrvDocumentPropertySheets(nullptr, reinterpret_cast<LPARAM>(&header)), 2608);
+    EXPECT_TRUE(OutputIsUntouched());
     EXPECT_EQ(DrvDocumentPropertySheets(nullptr, 0), -1);
 }
 
@@ -92,6 +96,10 @@ TEST_F(PropertySheets, HandOutWhatTheUserConfirms) {
                                                      {PROPSHEETUI_REASON_DESTROY, 1}}));
     EXPECT_EQ(ShowAdvanced(turnAndConfirm), 1);
     EXPECT_EQ(output.devMode.dmOrientation, DMORIENT_LANDSCAPE);
+    JobSettings input = DefaultRecord();
+    input.devMode.dmOrientation = DMORIENT_LANDSCAPE;
+    EXPECT_EQ(ShowAdvanced(PressOk, &input.devMode), 1);
+    EXPECT_EQ(output.devMode.dmOrientation, DMORIENT_LANDSCAPE) << "the input counts";
     EXPECT_EQ(ShowDocument(PressOk, nullptr, DM_IN_PROMPT), IDOK);
     EXPECT_TRUE(OutputIsUntouched()) << "nobody asked for it";
 
@@ -99,6 +107,26 @@ TEST_F(PropertySheets, HandOutWhatTheUserConfirms) {
     EXPECT_TRUE(OutputIsUntouched());
     EXPECT_EQ(ShowAdvanced(PressCancel), 0);
     EXPECT_TRUE(OutputIsUntouched());
+}
+
+TEST_F(PropertySheets, StandBeforeTheirOwner) {
+    const HWND owner = fax.machine.windows().Add(u"Dialog");
+    unsigned shown = 0;
+    const auto look = [&](Sheet&) {
+        EXPECT_FALSE(IsWindowEnabled(owner));
+        ++shown;
+    };
+    std::u16string name = kPrinter;
+    host.user = look;
+    DrvDocumentProperties(owner, printer.get(), name.data(), &output.devMode, nullptr,
+                          DM_IN_PROMPT);
+    host.user = look;
+    DrvAdvancedDocumentProperties(owner, printer.get(), name.data(), &output.devMode, nullptr);
+    host.user = look;
+    PrinterProperties(owner, printer.get());
+    EXPECT_EQ(shown, 3u);
+    EXPECT_TRUE(IsWindowEnabled(owner));
+    DestroyWindow(owner);
 }
 
 TEST_F(PropertySheets, FailWhenTheHostRefusesOrIsMissing) {
@@ -115,6 +143,15 @@ TEST_F(PropertySheets, FailWhenTheHostRefusesOrIsMissing) {
     EXPECT_EQ(ShowAdvanced(PressOk), 0);
     EXPECT_EQ(PrinterProperties(nullptr, printer.get()), TRUE);
     EXPECT_TRUE(OutputIsUntouched());
+}
+
+// The answer is the whole record, or the output is untouched.
+TEST_F(PropertySheets, MergeOrLeaveTheOutputAloneWhateverFails) {
+    LONG result = 0;
+    fax.FailEachCall([] {}, [&] { result = ShowDocument(nullptr, nullptr, DM_OUT_BUFFER); },
+                     [&](const std::string& failed) {
+                         EXPECT_EQ(result == IDOK, !OutputIsUntouched()) << failed;
+                     });
 }
 
 TEST_F(PropertySheets, ProbeWhetherThePrinterMayBeChanged) {
@@ -151,6 +188,8 @@ LONG_PTR CALLBACK TakePage(HANDLE sheet, UINT function, LPARAM first, LPARAM sec
     EXPECT_EQ(function, CPSFUNC_INSERT_PSUIPAGEW);
     const auto& insertion = *reinterpret_cast<const INSERTPSUIPAGE_INFO*>(second);
     const auto& page = *reinterpret_cast<const PROPSHEETPAGEW*>(insertion.dwData1);
+    EXPECT_EQ(reinterpret_cast<const PrinterSession*>(page.lParam)->pageResourceModule, nullptr)
+        << "not before the page is in";
     insertions.push_back({sheet, first, insertion, page, page.pszTitle ? page.pszTitle : u""});
     return 42;
 }
@@ -176,6 +215,7 @@ class SheetEvents : public SheetTest {
         information.Result = 99;
         return information;
     }
+    void GoThroughBothSheets();
     template <typename Record>
     static LONG Tell(Function function, PROPSHEETUI_INFO* information, WORD reason,
                      Record* parameter) {
@@ -194,6 +234,10 @@ class SheetEvents : public SheetTest {
 };
 
 TEST_F(SheetEvents, GoFromTheFirstToTheLast) {
+    WithResources({{591, u"Basis"}}, [this] { GoThroughBothSheets(); });
+}
+
+void SheetEvents::GoThroughBothSheets() {
     for (const Function function : {DrvDocumentPropertySheets, DrvDevicePropertySheets}) {
         const bool isDocument = function == DrvDocumentPropertySheets;
         insertions.clear();
@@ -203,7 +247,7 @@ TEST_F(SheetEvents, GoFromTheFirstToTheLast) {
         auto* session = reinterpret_cast<PrinterSession*>(information.UserData);
         ASSERT_TRUE(IsPrinterSession(session));
         EXPECT_EQ(session->canModify, 1u);
-        EXPECT_EQ(session->pageResourceModule, fax.driver.instance());
+        EXPECT_EQ(session->pageResourceModule, resourceModule);
         EXPECT_EQ(session->propSheetPages[0], reinterpret_cast<HANDLE>(isDocument ? 42 : 0));
 
         ASSERT_EQ(insertions.size(), 1u);
@@ -217,9 +261,9 @@ TEST_F(SheetEvents, GoFromTheFirstToTheLast) {
         EXPECT_EQ(insertion.insertion.dwData3, 0u);
         EXPECT_EQ(insertion.page.dwSize, sizeof(PROPSHEETPAGEW));
         EXPECT_EQ(insertion.page.dwFlags, isDocument ? 0x28u : 0u);
-        EXPECT_EQ(insertion.page.hInstance, fax.driver.instance());
+        EXPECT_EQ(insertion.page.hInstance, resourceModule);
         EXPECT_EQ(insertion.page.pszTemplate, MAKEINTRESOURCEW(isDocument ? 145 : 143));
-        EXPECT_EQ(insertion.title, isDocument ? u"Basic" : u"");
+        EXPECT_EQ(insertion.title, isDocument ? u"Basis" : u"");
         EXPECT_EQ(insertion.page.lParam, reinterpret_cast<LPARAM>(session));
 
         EXPECT_EQ(Tell(function, &information, PROPSHEETUI_REASON_GET_INFO_HEADER, &header), 1);
@@ -228,10 +272,19 @@ TEST_F(SheetEvents, GoFromTheFirstToTheLast) {
         EXPECT_EQ(header.hInst, fax.driver.instance());
         EXPECT_EQ(header.IconID, 64062u);
         EXPECT_EQ(Tell(function, &information, PROPSHEETUI_REASON_GET_ICON, &header), -1);
+        for (const WORD reason :
+             {PROPSHEETUI_REASON_GET_INFO_HEADER, PROPSHEETUI_REASON_SET_RESULT}) {
+            information.Reason = reason;
+            EXPECT_EQ(function(&information, 0), -1) << "without a record";
+        }
 
         result.Result = CPSUI_CANCEL;
         EXPECT_EQ(Tell(function, &information, PROPSHEETUI_REASON_SET_RESULT, &result), 1);
         EXPECT_EQ(information.Result, 0u);
+        EXPECT_TRUE(OutputIsUntouched());
+        result.Result = 2;  // compstui's for a restart
+        EXPECT_EQ(Tell(function, &information, PROPSHEETUI_REASON_SET_RESULT, &result), 1);
+        EXPECT_EQ(information.Result, 2u);
         EXPECT_TRUE(OutputIsUntouched());
         result.Result = CPSUI_OK;
         EXPECT_EQ(Tell(function, &information, PROPSHEETUI_REASON_SET_RESULT, &result), 1);
@@ -318,6 +371,26 @@ TEST_F(UserFolder, IsMadeWithItsRecord) {
     EXPECT_TRUE(FolderIsThere());
     EXPECT_EQ(Stored(), (embedded::StoredValues{{u"Path", Binary(kRecord)}}));
     EXPECT_FALSE(OpenSheet()) << "the record is current";
+}
+
+TEST_F(UserFolder, IsMadeBeforeTheSessionOfAnySheet) {
+    DEVICEPROPERTYHEADER noPrinter{};
+    PROPSHEETUI_INFO information{};
+    information.lParamInit = reinterpret_cast<LPARAM>(&noPrinter);
+    information.Reason = PROPSHEETUI_REASON_INIT;
+    EXPECT_EQ(DrvDevicePropertySheets(&information, 0), -1);
+    EXPECT_TRUE(FolderIsThere());
+}
+
+TEST_F(UserFolder, IsNotMadeWithoutBothFoldersOfTheUser) {
+    for (unsigned nth : {1u, 2u}) {
+        fax.machine.faults.FailCall("SHGetFolderPathW", nth);
+        PrepareUserFolder();
+        fax.machine.faults.Clear();
+        EXPECT_FALSE(FolderIsThere());
+        EXPECT_EQ(Stored()[u"Path"], Binary(kRecord));
+        fax.machine.registry().SetValue(HKEY_CURRENT_USER, kKey, u"Path", Binary("C:\\Old"));
+    }
 }
 
 TEST_F(UserFolder, TakesTheAttributesOfTheDocuments) {
@@ -430,21 +503,27 @@ TEST_F(About, TellsNameVersionAndDate) {
 }
 
 TEST_F(About, TakesItsWordsFromTheResourceModule) {
-    embedded::ResourceFile words;
-    words.AddString(4224, u"Fassung");
-    words.AddString(14018, u"Dezember");
-    // The driver's own resources behind them, for the templates.
-    const auto own = fax.machine.modules().Resources(fax.driver.instance());
-    words.bytes.insert(words.bytes.end(), own.begin() + 32, own.end());
-    fax.machine.modules().Install(
-        {.path = u"C:\\WORDS.DLL", .exports = {}, .resources = words.bytes});
-    resourceModule = LoadLibraryW(u"C:\\WORDS.DLL");
-    ShowBox([&](HWND box) {
-        EXPECT_EQ(TextOf(box, IDC_DRIVER_VERSION), u"Fassung 1.04");
-        EXPECT_EQ(TextOf(box, IDC_DRIVER_DATE), u"18 Dezember 2006");
+    WithResources({{4224, u"Fassung"}, {14018, u"Dezember"}}, [this] {
+        ShowBox([&](HWND box) {
+            EXPECT_EQ(TextOf(box, IDC_DRIVER_VERSION), u"Fassung 1.04");
+            EXPECT_EQ(TextOf(box, IDC_DRIVER_DATE), u"18 Dezember 2006");
+        });
     });
-    FreeLibrary(resourceModule);
-    resourceModule = ownModule;
+}
+
+TEST_F(About, AnswersHowItWasClosed) {
+    ShowDocument([&](Sheet& sheet) {
+        for (const int button : {IDOK, IDCANCEL}) {
+            fax.machine.windows().modalUsers.push_back([&](HWND box) {
+                SendMessageW(box, WM_COMMAND, IDC_DRIVER_NAME, 0);
+                EXPECT_TRUE(IsWindowVisible(box));
+                SendMessageW(box, WM_COMMAND, static_cast<WPARAM>(button), 0);
+            });
+            EXPECT_EQ(DialogBoxParamW(resourceModule, MAKEINTRESOURCEW(IDD_ABOUT), sheet.window(),
+                                      AboutDialogProc, GetWindowLongPtrW(sheet.page(), DWLP_USER)),
+                      button == IDOK ? 1 : 0);
+        }
+    });
 }
 
 TEST_F(About, CentresALogoThatATemplateMayCarry) {
@@ -532,6 +611,8 @@ class Help : public SheetTest {
 
 TEST_F(Help, ComesFromTheSheetAndGoesWithThePage) {
     InstallLibrary(kByName);
+    ShowDocument(nullptr);
+    EXPECT_EQ(fax.machine.modules().CountLoaded(kByName), 0u) << "nobody asked for help";
     HWND page = nullptr;
     ShowDocument([&](Sheet& sheet) {
         page = sheet.page();
@@ -618,7 +699,7 @@ TEST_F(PropertySheets, GiveEverythingBackWhicheverCallFails) {
         {"LoadStringW", 1, 4, true},      {"GlobalLock", 1, 1, true},
         {"CreateSolidBrush", 1, 3, true}, {"GetDlgItem", 1, 8, true},
         {"GetWindowRect", 1, 2, true},    {"CheckRadioButton", 1, 2, true},
-        {"DialogBoxParamW", 1, 1, true},  {"GetClipBox", 1, 2, true},
+        {"DialogBoxParamW", 1, 1, true},  {"HeapAlloc", 4, 4, false},
     };
     const nlohmann::json fresh = fax.machine.registry().Save();
     for (const auto& row : rows) {

@@ -10,12 +10,15 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/embedded/modules.h"
 #include "platform/embedded/property_sheets.h"
 #include "platform/embedded/windows.h"
 
+#include "core/module_state.h"
 #include "jobsettings/job_settings.h"
 #include "resources/resource.h"
 #include "tests/core/fax_machine.h"
+#include "tests/platform/resource_file.h"
 
 namespace tests {
 
@@ -29,6 +32,7 @@ inline constexpr std::string_view kPagePapers = R"(*OpenUI *Paper: PickOne
 *Paper Legal: "5"
 *Paper A5: "65547"
 *Paper B5: "256"
+*Paper A6: "65535"
 *CloseUI: *Paper
 *OpenUI *MediaType: PickOne
 *DefaultMediaType: Thick
@@ -75,6 +79,24 @@ class SheetTest : public testing::Test {
         std::u16string name = FaxMachine::kPrinter;
         return DrvDocumentProperties(nullptr, printer.get(), name.data(), &output.devMode,
                                      input != nullptr ? &input->devMode : nullptr, mode);
+    }
+
+    // Makes a module the resource module, with these strings and behind them the driver's own
+    // resources, while `use` runs.
+    void WithResources(const std::vector<std::pair<UINT, std::u16string>>& strings,
+                       const std::function<void()>& use) {
+        embedded::ResourceFile file;
+        for (const auto& [id, text] : strings) {
+            file.AddString(static_cast<uint16_t>(id), text);
+        }
+        const auto own = fax.machine.modules().Resources(fax.driver.instance());
+        file.bytes.insert(file.bytes.end(), own.begin() + 32, own.end());
+        fax.machine.modules().Install(
+            {.path = u"C:\\WORDS.DLL", .exports = {}, .resources = file.bytes});
+        ksfax::resourceModule = LoadLibraryW(u"C:\\WORDS.DLL");
+        use();
+        FreeLibrary(ksfax::resourceModule);
+        ksfax::resourceModule = ksfax::ownModule;
     }
 
     std::u16string TextOf(HWND dialog, int control) {
