@@ -17,7 +17,6 @@
 
 #include "core/module_state.h"
 #include "core/session.h"
-#include "core/spooler_queries.h"
 #include "jobsettings/job_settings.h"
 #include "tool/loaded_driver.h"
 
@@ -68,6 +67,15 @@ class Printer {
     HANDLE handle_ = nullptr;
 };
 
+// One answer of the two-call pattern, by the published calls alone.
+template <typename Query>
+void AskAlone(Query query) {
+    DWORD needed = 0;
+    (void)query(nullptr, 0, &needed);
+    const platform::GlobalBlock block(GlobalAlloc(GMEM_FIXED, needed));
+    benchmark::DoNotOptimize(query(static_cast<LPBYTE>(block.get()), needed, &needed));
+}
+
 void AcquireOnAHit(benchmark::State& state) {
     const Printer printer;
     for (auto _ : state) {
@@ -81,7 +89,9 @@ BENCHMARK(AcquireOnAHit);
 void AcquireOnAHitPlatformAlone(benchmark::State& state) {
     const Printer printer;
     for (auto _ : state) {
-        benchmark::DoNotOptimize(ksfax::GetDriverInfo(printer.handle(), 2).get());
+        AskAlone([&](LPBYTE buffer, DWORD bytes, DWORD* needed) {
+            return GetPrinterDriverW(printer.handle(), nullptr, 2, buffer, bytes, needed);
+        });
     }
 }
 BENCHMARK(AcquireOnAHitPlatformAlone);
@@ -104,31 +114,63 @@ void OpenAndCloseSession(benchmark::State& state) {
 }
 BENCHMARK(OpenAndCloseSession);
 
-// The spooler, heap and locale calls of a session on a printer in order.
+// What a session asks of the locale, and who uses the machine.
+void AskLocaleAndNamesAlone(HANDLE printer) {
+    char stored[600];
+    char name[600];
+    WCHAR country[16];
+    DWORD type = 0;
+    DWORD needed = 0;
+    for (int i = 0; i < 2; ++i) {
+        const int characters = GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_ICOUNTRY, nullptr, 0);
+        const platform::GlobalBlock text(GlobalAlloc(GMEM_ZEROINIT, sizeof(country)));
+        benchmark::DoNotOptimize(
+            GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_ICOUNTRY, country, characters));
+    }
+    DWORD length = 0;
+    GetUserNameA(nullptr, &length);
+    const platform::GlobalBlock user(GlobalAlloc(GMEM_ZEROINIT, length));
+    GetUserNameA(static_cast<char*>(user.get()), &length);
+    length = sizeof(name);
+    GetComputerNameA(name, &length);
+    for (const auto* value : {"UserName", "ComputerName"}) {
+        GetPrinterDataA(printer, const_cast<LPSTR>(value), &type, reinterpret_cast<LPBYTE>(stored),
+                        sizeof(stored), &needed);
+        benchmark::DoNotOptimize(lstrcmpiA(stored, name));
+    }
+}
+
+// The spooler, heap and locale calls of a session on a printer, none of the driver's code.
 void OpenAndCloseSessionPlatformAlone(benchmark::State& state) {
     const Printer printer;
+    const HANDLE handle = printer.handle();
     for (auto _ : state) {
         const platform::PrivateHeap heap(HeapCreate(0, 8192, 0));
         for (const SIZE_T bytes : {sizeof(ksfax::PrinterSession), SIZE_T{8}, SIZE_T{100}}) {
             benchmark::DoNotOptimize(HeapAlloc(heap.get(), HEAP_ZERO_MEMORY, bytes));
         }
         for (const DWORD level : {2u, 8u, 2u}) {
-            benchmark::DoNotOptimize(ksfax::GetPrinterInfo(printer.handle(), level).get());
+            AskAlone([=](LPBYTE buffer, DWORD bytes, DWORD* size) {
+                return GetPrinterW(handle, level, buffer, bytes, size);
+            });
         }
         for (const DWORD level : {2u, 3u}) {
-            benchmark::DoNotOptimize(ksfax::GetDriverInfo(printer.handle(), level).get());
+            AskAlone([=](LPBYTE buffer, DWORD bytes, DWORD* size) {
+                return GetPrinterDriverW(handle, nullptr, level, buffer, bytes, size);
+            });
         }
         DWORD needed = 0;
         WCHAR folder[MAX_PATH];
         GetPrinterDriverDirectoryW(nullptr, nullptr, 1, nullptr, 0, &needed);
         GetPrinterDriverDirectoryW(nullptr, nullptr, 1, reinterpret_cast<LPBYTE>(folder),
                                    sizeof(folder), &needed);
-        benchmark::DoNotOptimize(ksfax::IsMetricLocale());
-        benchmark::DoNotOptimize(ksfax::IsMetricLocale());
-        ksfax::RecordUserAndComputer(printer.handle());
+        AskLocaleAndNamesAlone(handle);
         for (const auto* name : {u"Forms?", u"PrinterDataSize", u"FreeMem", u"PrinterHT"}) {
             DWORD number = 0;
-            benchmark::DoNotOptimize(ksfax::ReadPrinterNumber(printer.handle(), name, &number));
+            DWORD type = 0;
+            benchmark::DoNotOptimize(GetPrinterDataW(handle, const_cast<LPWSTR>(name), &type,
+                                                     reinterpret_cast<LPBYTE>(&number),
+                                                     sizeof(number), &needed));
         }
     }
 }

@@ -27,8 +27,9 @@ bool IsDefaultPaperOfPrinter(HANDLE printer, const DEVMODEW* job) {
     const platform::GlobalBlock block = GetPrinterInfo(printer, 2);
     const auto* information = static_cast<const PRINTER_INFO_2W*>(block.get());
     // A printer that does not say what it holds is taken to hold what is asked for.
-    return information == nullptr || information->pDevMode == nullptr ||
-           PaperSizeOf(job) == PaperSizeOf(information->pDevMode);
+    const DEVMODEW* own =
+        information != nullptr ? WholeRecordIn(block, information->pDevMode) : nullptr;
+    return own == nullptr || PaperSizeOf(job) == PaperSizeOf(own);
 }
 
 bool SameText(const WCHAR* left, const WCHAR* right) {

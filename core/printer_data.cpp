@@ -111,7 +111,7 @@ platform::GlobalBlock ReadPrinterBlock(HANDLE printer, DWORD* length, BlockKind 
     platform::GlobalBlock block(GlobalAlloc(GMEM_ZEROINIT, size));
     DWORD type = 0;
     DWORD needed = 0;
-    if (!block ||
+    if (block &&
         GetPrinterDataW(printer, SpoolerText(NamesOf(kind).data), &type,
                         static_cast<LPBYTE>(block.get()), size, &needed) != ERROR_SUCCESS) {
         return {};
@@ -127,9 +127,19 @@ platform::GlobalBlock ReadPrinterBlock(HANDLE printer, DWORD* length, BlockKind 
 
 bool WritePrinterBlock(HANDLE printer, const void* block, DWORD length, BlockKind kind) {
     auto* bytes = static_cast<LPBYTE>(const_cast<void*>(block));
-    return WritePrinterNumber(printer, NamesOf(kind).size, length) &&
-           SetPrinterDataW(printer, SpoolerText(NamesOf(kind).data), REG_BINARY, bytes, length) ==
-               ERROR_SUCCESS;
+    DWORD oldLength = 0;
+    const bool hadLength = ReadPrinterNumber(printer, NamesOf(kind).size, &oldLength);
+    if (!WritePrinterNumber(printer, NamesOf(kind).size, length)) {
+        return false;
+    }
+    if (SetPrinterDataW(printer, SpoolerText(NamesOf(kind).data), REG_BINARY, bytes, length) ==
+        ERROR_SUCCESS) {
+        return true;
+    }
+    if (hadLength) {
+        (void)WritePrinterNumber(printer, NamesOf(kind).size, oldLength);  // as good as can be
+    }
+    return false;
 }
 
 platform::GlobalBlock BuildDefaultPrinterData(HANDLE printer,
@@ -166,6 +176,9 @@ platform::GlobalBlock GetPrinterDataRecord(HANDLE printer, const PrinterDescript
     DWORD length = 0;
     const platform::GlobalBlock stored =
         ReadPrinterBlock(printer, &length, BlockKind::DeviceRecord);
+    if (!stored && length != 0) {
+        return {};  // defaults in its place would be saved over it
+    }
     if (!stored) {
         return BuildDefaultPrinterData(printer, description);
     }

@@ -27,14 +27,16 @@ enum class BlockKind {
 
 // Reads the stored block of `kind`: global memory that the caller owns, with exactly the stored
 // size in bytes, in *length too unless length is null; a shorter data value is filled up with
-// zero. Empty, with *length 0, when the size value is missing, not 4 bytes, 0 or above 16 MiB,
-// when the data value is missing or longer than the size value says, or when memory runs out.
+// zero. Empty, with *length 0, when the size value is missing, not 4 bytes, 0 or above 16 MiB, or
+// when the data value is missing or longer than the size value says. Empty, with the stored size
+// in *length, when memory runs out: what is stored is good then and nobody's to replace.
 // `delivered`, where asked for, is how many of the bytes the data value really has.
 [[nodiscard]] platform::GlobalBlock ReadPrinterBlock(HANDLE printer, DWORD* length, BlockKind kind,
                                                      DWORD* delivered = nullptr);
 
 // Stores `length` bytes as the block of `kind`: the size value first, and the data value only
-// after that succeeded. True when both were written.
+// after that succeeded. When the data is refused, the size goes back to what it was, so that the
+// block stored before stays readable. True when both were written.
 bool WritePrinterBlock(HANDLE printer, const void* block, DWORD length, BlockKind kind);
 
 // One 4-byte printer data value, such as "Forms?". False, and *value untouched, when it is missing
@@ -94,7 +96,8 @@ static_assert(offsetof(PrinterDataRecord, installableSelections) == 44);
 // The stored record, or the default one when none is stored, in 108 bytes of global memory. When
 // the stored selections were made for another description file they are made anew here, but not
 // stored. A damaged record may hold any `installableCount`: readers go by the description's own
-// count, at most 64. Empty when memory runs out.
+// count, at most 64. A record that the spooler does not give counts as not stored. Empty when
+// memory runs out.
 [[nodiscard]] platform::GlobalBlock GetPrinterDataRecord(HANDLE printer,
                                                          const PrinterDescription& description);
 

@@ -17,6 +17,8 @@ constexpr SIZE_T kHeapStartBytes = 8192;
 
 // A name of at most 15 characters and its terminator.
 constexpr DWORD kComputerNameRoom = 16;
+// One of at most 256 characters, two bytes each at the most, and its terminator.
+constexpr DWORD kUserNameRoom = 513;
 
 using WideText = std::basic_string_view<WCHAR>;
 
@@ -36,26 +38,31 @@ bool IsCurrentRecord(const DEVMODEW& record) {
            record.dmDriverExtra == kPrivateSize;
 }
 
-// Opens the printer that `printer` is a handle of anew, with every right.
+// Opens a printer anew, with every right. Empty when the spooler refuses, and without a name, with
+// which Windows would open the print server and take its data for the printer's.
 platform::PrinterHandle OpenAsAdministrator(LPWSTR printerName, LPWSTR dataType) {
     PRINTER_DEFAULTSW fullAccess = {
         .pDatatype = dataType, .pDevMode = nullptr, .DesiredAccess = PRINTER_ALL_ACCESS};
     HANDLE handle = nullptr;
-    return platform::PrinterHandle(OpenPrinterW(printerName, &handle, &fullAccess) ? handle
-                                                                                   : nullptr);
+    if (printerName == nullptr || !OpenPrinterW(printerName, &handle, &fullAccess)) {
+        return {};
+    }
+    return platform::PrinterHandle(handle);
 }
 
 // The job settings of a new session: the defaults, over them the printer's own default record if
 // it is this driver's, and over that the caller's. A record that EnsurePrinterDefaultJobSettings
 // has just replaced says nothing about what the caller's was built on, so the caller's waits for
 // the next session.
-void FillJobSettings(PrinterSession* session, const PRINTER_INFO_2W& printer, bool isReplaced,
+void FillJobSettings(PrinterSession* session, const platform::GlobalBlock& block, bool isReplaced,
                      const DEVMODEW* callerRecord) {
+    const auto& printer = *static_cast<const PRINTER_INFO_2W*>(block.get());
+    const DEVMODEW* own = WholeRecordIn(block, printer.pDevMode);
     JobSettings* settings = &session->jobSettings;
     BuildDefaultJobSettings(settings, printer.pDriverName, *session->description, IsMetricLocale());
-    if (printer.pDevMode != nullptr && printer.pDevMode->dmDriverVersion == kDriverVersion) {
+    if (own != nullptr && own->dmDriverVersion == kDriverVersion) {
         // A record that cannot be merged leaves what stands.
-        (void)MergeJobSettings(settings, printer.pDevMode, *session->description);
+        (void)MergeJobSettings(settings, own, *session->description);
         if (!isReplaced) {
             (void)MergeJobSettings(settings, callerRecord, *session->description);
         }
@@ -85,24 +92,18 @@ bool FillPrinterData(PrinterSession* session) {
     return true;
 }
 
-// A stored text value with a terminator behind it, whatever was stored; empty when there is none.
-platform::GlobalBlock ReadStoredText(HANDLE printer, LPSTR name) {
+// Whether the stored text value is `current`, letter case aside and with or without a terminator.
+// One of more than `mostBytes` bytes, at most kUserNameRoom, is another name.
+bool IsStoredName(HANDLE printer, const char* valueName, const char* current, DWORD mostBytes) {
+    char stored[kUserNameRoom + 1] = {};
     DWORD needed = 0;
     DWORD type = 0;
-    if (GetPrinterDataA(printer, name, &type, nullptr, 0, &needed) != ERROR_MORE_DATA) {
-        return {};
-    }
-    platform::GlobalBlock block(GlobalAlloc(GMEM_ZEROINIT, SIZE_T{needed} + 1));
-    if (!block || GetPrinterDataA(printer, name, &type, static_cast<LPBYTE>(block.get()), needed,
-                                  &needed) != ERROR_SUCCESS) {
-        return {};
-    }
-    return block;
+    return GetPrinterDataA(printer, const_cast<LPSTR>(valueName), &type,
+                           reinterpret_cast<LPBYTE>(stored), mostBytes, &needed) == ERROR_SUCCESS &&
+           lstrcmpiA(stored, current) == 0;
 }
 
 void RecordUser(HANDLE printer) {
-    char valueName[] = "UserName";
-    const platform::GlobalBlock stored = ReadStoredText(printer, valueName);
     DWORD length = 0;
     if (GetUserNameA(nullptr, &length) || length == 0) {
         return;
@@ -112,7 +113,7 @@ void RecordUser(HANDLE printer) {
     if (user == nullptr || !GetUserNameA(user, &length)) {
         return;
     }
-    if (!stored || lstrcmpiA(static_cast<const char*>(stored.get()), user) != 0) {
+    if (!IsStoredName(printer, "UserName", user, kUserNameRoom)) {
         (void)SetPrinterDataAsAdministrator(printer, TEXT("UserName"), REG_BINARY, user, length);
     }
 }
@@ -123,14 +124,7 @@ void RecordComputer(HANDLE printer) {
     if (!GetComputerNameA(computer, &length)) {
         return;
     }
-    char valueName[] = "ComputerName";
-    char stored[kComputerNameRoom + 1] = {};
-    DWORD needed = 0;
-    DWORD type = 0;
-    const bool isStored =
-        GetPrinterDataA(printer, valueName, &type, reinterpret_cast<LPBYTE>(stored),
-                        kComputerNameRoom, &needed) == ERROR_SUCCESS;
-    if (!isStored || lstrcmpiA(stored, computer) != 0) {
+    if (!IsStoredName(printer, "ComputerName", computer, kComputerNameRoom)) {
         (void)SetPrinterDataAsAdministrator(printer, TEXT("ComputerName"), REG_BINARY, computer,
                                             length + 1);
     }
@@ -173,7 +167,7 @@ PrinterSession* OpenPrinterSession(HANDLE printer, const DEVMODEW* callerRecord)
             CopyWideFixed(session->portName, information->pPortName);
         }
         session->helpFilePath = FindHelpFile(printer, heap.get());
-        FillJobSettings(session, *information, isReplaced, callerRecord);
+        FillJobSettings(session, block, isReplaced, callerRecord);
     }
     PaperForm form;
     (void)MatchJobFormToPaper(&session->jobSettings.devMode, &form, *session->description);
@@ -212,7 +206,12 @@ bool EnsurePrinterDefaultJobSettings(HANDLE printer, const PrinterDescription& d
     }
     const platform::GlobalBlock defaults = GetPrinterInfo(printer, 8);
     auto* stored = static_cast<PRINTER_INFO_8W*>(defaults.get());
-    if (stored == nullptr || stored->pDevMode == nullptr || IsCurrentRecord(*stored->pDevMode)) {
+    if (stored == nullptr || stored->pDevMode == nullptr) {
+        return false;
+    }
+    // A record that is cut short is nobody's, so it is replaced as a foreign one is.
+    const DEVMODEW* whole = WholeRecordIn(defaults, stored->pDevMode);
+    if (whole != nullptr && IsCurrentRecord(*whole)) {
         return false;
     }
     JobSettings settings;
@@ -227,7 +226,7 @@ bool EnsurePrinterDefaultJobSettings(HANDLE printer, const PrinterDescription& d
 WCHAR* FindHelpFile(HANDLE printer, HANDLE heap) {
     const platform::GlobalBlock block = GetDriverInfo(printer, 3);
     const auto* driver = static_cast<const DRIVER_INFO_3W*>(block.get());
-    if (driver != nullptr && driver->pHelpFile != nullptr && driver->pHelpFile[0] != 0) {
+    if (driver != nullptr && driver->pHelpFile != nullptr) {
         WCHAR* named = CopyIntoHeap(heap, driver->pHelpFile);
         if (named != nullptr) {
             return named;
@@ -239,8 +238,9 @@ WCHAR* FindHelpFile(HANDLE printer, HANDLE heap) {
         GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
         return nullptr;
     }
+    // One character more than both need, for a spooler that names an odd number of bytes.
     auto* path = static_cast<WCHAR*>(
-        HeapAlloc(heap, HEAP_ZERO_MEMORY, SIZE_T{needed} + sizeof(kHelpFileName)));
+        HeapAlloc(heap, HEAP_ZERO_MEMORY, SIZE_T{needed} + sizeof(kHelpFileName) + sizeof(WCHAR)));
     if (path == nullptr ||
         !GetPrinterDriverDirectoryW(nullptr, nullptr, 1, reinterpret_cast<LPBYTE>(path), needed,
                                     &needed)) {

@@ -29,10 +29,10 @@ class SpoolerIdentity {
         if (!library_) {
             return false;
         }
-        const auto revert = platform::FunctionCast<RevertFunction>(
-            GetProcAddress(library_.get(), "RevertToPrinterSelf"));
-        impersonate_ = platform::FunctionCast<ImpersonateFunction>(
-            GetProcAddress(library_.get(), "ImpersonatePrinterClient"));
+        const auto revert =
+            platform::ExportOf<RevertFunction>(library_.get(), "RevertToPrinterSelf");
+        impersonate_ =
+            platform::ExportOf<ImpersonateFunction>(library_.get(), "ImpersonatePrinterClient");
         if (revert == nullptr || impersonate_ == nullptr) {
             return false;
         }
@@ -73,10 +73,11 @@ void CreateHelpKey() {
 }
 
 // `defaults` says with which rights the printer is opened. Nothing here is reported: the printer
-// works without it, and the next event tries again.
+// works without it, and the next event tries again. Without a name Windows would open the print
+// server, which is no printer to tidy.
 void TidyPrinter(LPWSTR printerName, PRINTER_DEFAULTSW* defaults, bool savesRecord) {
     HANDLE handle = nullptr;
-    if (!OpenPrinterW(printerName, &handle, defaults)) {
+    if (printerName == nullptr || !OpenPrinterW(printerName, &handle, defaults)) {
         return;
     }
     const platform::PrinterHandle printer(handle);

@@ -193,14 +193,14 @@ bool UpgradeTrayFormTable(HANDLE printer) {
     const platform::GlobalBlock stored =
         ReadPrinterBlock(printer, &bytes, BlockKind::TrayForms, &delivered);
     if (!stored) {
-        return true;
-    }
-    if (delivered != bytes) {
-        return false;  // torn: what is there may be somebody's, so it stays
+        return bytes == 0;  // else memory ran out for a table that is there
     }
     const auto* table = static_cast<const WCHAR*>(stored.get());
     if (bytes >= sizeof(WORD) && static_cast<WORD>(table[0]) == bytes) {
         return true;
+    }
+    if (delivered != bytes) {
+        return false;  // torn: the zeros behind the data are not its end
     }
     DWORD newBytes = 0;
     const platform::GlobalBlock converted = ConvertOlderTrayForms(table, bytes, &newBytes);

@@ -22,8 +22,8 @@ void UpgradeForms(HANDLE printer, const PrinterDescription& description);
 
 // Rewrites a tray-form table of the older layout in the current one. True when there is none, when
 // it is current, and when it was converted, whether or not the spooler took the result; false,
-// with the stored table untouched, when it is malformed or too long for the current layout, or
-// when memory runs out.
+// with the stored table untouched, when it is malformed, shorter than its size value says or too
+// long for the current layout, or when memory runs out.
 [[nodiscard]] bool UpgradeTrayFormTable(HANDLE printer);
 
 // The `bytes` bytes of a table in the older layout, which has neither the leading length nor the

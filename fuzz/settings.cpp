@@ -8,8 +8,9 @@
 // there is (bit 0 a default record, bit 1 a tray-form table, bit 2 a device record) and what of it
 // is put right (bit 3 the table's length, bit 4 the record's checksum), bytes 10 to 12 where each
 // begins, in steps of 8 bytes, bytes 13 and 14 how long the last two are, in steps of 4 bytes, byte
-// 15 how far their size values are from the truth. Records get exactly the memory that they
-// declare, so the sanitizers see every step beyond.
+// 15 how far their size values are from the truth. With bit 5 of byte 9 the default record is cut
+// to the bytes that there are. Records get exactly the memory that they declare, so the sanitizers
+// see every step beyond.
 
 #include <algorithm>
 #include <cstdint>
@@ -197,7 +198,9 @@ void StoreWhatThePrinterHas(Home& home, const uint8_t* data, size_t size) {
         const Bytes bytes = Slice(data, size, data[10], SIZE_MAX);
         Record record(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
         const auto* first = reinterpret_cast<const std::byte*>(record.get());
-        printer.defaultSettings.assign(first, first + record.size());
+        const size_t stored =
+            (data[9] & 32) != 0 ? std::min(bytes.size(), record.size()) : record.size();
+        printer.defaultSettings.assign(first, first + stored);
     }
     home.spooler().AddPrinter(std::move(printer));  // in place of what it was
     const auto lie = static_cast<int8_t>(data[15]);

@@ -120,6 +120,18 @@ bool BuildDriverDefault(LPWSTR printerName, DEVMODEW* output, LONG* bytes) {
 
 }  // namespace
 
+const DEVMODEW* WholeRecordIn(const platform::GlobalBlock& block, const DEVMODEW* record) {
+    if (record == nullptr) {
+        return nullptr;
+    }
+    const SIZE_T size = GlobalSize(block.get());
+    const auto offset = static_cast<SIZE_T>(Bytes(record) - static_cast<BYTE*>(block.get()));
+    return offset <= size && size - offset >= kDevModeHeaderSize &&
+                   size - offset >= static_cast<SIZE_T>(DeclaredSize(record))
+               ? record
+               : nullptr;
+}
+
 bool HasPrivatePart(const DEVMODEW* record) {
     constexpr size_t offset = offsetof(PrivateJobSettings, signature);
     DWORD signature = 0;

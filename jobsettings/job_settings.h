@@ -253,6 +253,12 @@ inline const PrivateJobSettings& PrivatePart(const JobSettings& settings) {
 
 // ---- What a caller's record says ----
 
+// `record` when all of it that it declares, and its header at least, lies in `block`, from which
+// the spooler handed it out; null for one that is cut short, and for null. A printer's default
+// record is stored bytes of whoever wrote it, and the spooler does not measure it for us.
+[[nodiscard]] const DEVMODEW* WholeRecordIn(const platform::GlobalBlock& block,
+                                            const DEVMODEW* record);
+
 // Whether the record carries this driver's private part: its signature lies at private offset 4,
 // inside the private bytes that the record declares.
 [[nodiscard]] bool HasPrivatePart(const DEVMODEW* record);

@@ -88,8 +88,7 @@ using LoadedModule = Owned<ModuleTraits>;
 // The function that a module exports by that name, null when it has none.
 template <typename Function>
 Function ExportOf(HMODULE module, LPCSTR name) {
-    // By way of the one function type that the compiler lets become any other.
-    return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
+    return FunctionCast<Function>(GetProcAddress(module, name));
 }
 
 struct PrinterHandleTraits {

@@ -86,6 +86,17 @@ int Lock(const std::filesystem::path& folder) {
     return lock;
 }
 
+// Brings a file's or a folder's content to the disk.
+bool Flush(const std::filesystem::path& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return false;
+    }
+    const bool flushed = fsync(descriptor) == 0;
+    close(descriptor);
+    return flushed;
+}
+
 }  // namespace
 
 void MachineOptions::AddTo(CLI::App& command) {
@@ -149,15 +160,22 @@ void MachineRun::Save() {
     const std::filesystem::path file = StateFile(folder_);
     const std::filesystem::path fresh = file.string() + ".new";
     std::ofstream stream(fresh, std::ios::binary);
+    const bool isOurs = stream.is_open();
     stream << state.dump(2) << '\n';
     stream.close();
+    // On the disk before it takes its name, or a crash could leave the name without the content.
     std::error_code error;
-    if (stream) {
+    const bool written = stream && Flush(fresh);
+    if (written) {
         std::filesystem::rename(fresh, file, error);
     }
-    if (!stream || error) {
+    if (!written || error) {
+        if (isOurs) {
+            std::filesystem::remove(fresh, error);
+        }
         throw UserError(file.string() + " cannot be written; the machine keeps its old state");
     }
+    (void)Flush(folder_);  // some file systems have nothing to flush there
 }
 
 }  // namespace tool

@@ -14,6 +14,7 @@
 constexpr DWORD ERROR_INVALID_LEVEL = 124;
 constexpr DWORD ERROR_UNKNOWN_PRINTER_DRIVER = 1797;
 constexpr DWORD ERROR_INVALID_PRINTER_NAME = 1801;
+constexpr DWORD ERROR_INVALID_DATATYPE = 1804;
 constexpr DWORD ERROR_INVALID_ENVIRONMENT = 1805;
 constexpr DWORD ERROR_INVALID_FORM_NAME = 1902;
 constexpr DWORD ERROR_INVALID_FORM_SIZE = 1903;
@@ -114,7 +115,9 @@ static_assert(sizeof(FORM_INFO_1W) == 40);
 static_assert(offsetof(FORM_INFO_1W, Size) == 16);
 static_assert(offsetof(FORM_INFO_1W, ImageableArea) == 24);
 
-// `defaults` null asks for PRINTER_ACCESS_USE.
+// `defaults` null asks for PRINTER_ACCESS_USE. A data type that the system's print processor does
+// not take is refused with ERROR_INVALID_DATATYPE. A null name fails here, where Windows opens the
+// print server.
 BOOL OpenPrinterW(LPWSTR name, HANDLE* printer, PRINTER_DEFAULTSW* defaults);
 BOOL ClosePrinter(HANDLE printer);
 // Levels 2 and 8.
@@ -141,6 +144,8 @@ DWORD SetPrinterDataW(HANDLE printer, LPWSTR value, DWORD type, LPBYTE data, DWO
 // Level 1.
 BOOL EnumFormsW(HANDLE printer, DWORD level, LPBYTE buffer, DWORD bytes, DWORD* needed,
                 DWORD* count);
+// Both go by the user, an administrator or not, where Windows goes by the handle's rights to the
+// print server; the rights that the printer was opened with do not count.
 // Level 1; ERROR_FILE_EXISTS when the database has a form of that name.
 BOOL AddFormW(HANDLE printer, DWORD level, LPBYTE form);
 // ERROR_INVALID_FORM_NAME for a name that is not there, ERROR_INVALID_PARAMETER for a built-in

@@ -7,6 +7,7 @@
 
 #include "platform/embedded/api_kernel.h"
 #include "platform/embedded/modules.h"
+#include "platform/owned.h"
 
 namespace embedded {
 namespace {
@@ -191,14 +192,19 @@ bool IsFormSize(const FORM_INFO_1W& form) {
            area.bottom <= form.Size.cy;
 }
 
-bool IsOwnEnvironment(const WCHAR* environment) {
-    return environment == nullptr || EqualIgnoringCase(environment, kEnvironment);
+// What the system's print processor takes.
+constexpr const char16_t* kDataTypes[] = {
+    u"RAW",          u"RAW [FF appended]", u"RAW [FF auto]", u"NT EMF 1.003",
+    u"NT EMF 1.006", u"NT EMF 1.007",      u"NT EMF 1.008",  u"TEXT",
+};
+
+bool IsDataType(std::u16string_view name) {
+    return std::ranges::any_of(kDataTypes,
+                               [&](auto known) { return EqualIgnoringCase(known, name); });
 }
 
-template <typename Function>
-FARPROC AsExport(Function* function) {
-    // By way of the one function type that the compiler lets become any other.
-    return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(function));
+bool IsOwnEnvironment(const WCHAR* environment) {
+    return environment == nullptr || EqualIgnoringCase(environment, kEnvironment);
 }
 
 // The exports of spoolss.dll.
@@ -227,8 +233,9 @@ Form WholePageForm(std::u16string name, DWORD flags, LONG width, LONG height) {
 Spooler::Spooler(Machine& machine) {
     machine.modules().Install(
         {.path = u"C:\\Windows\\System32\\spoolss.dll",
-         .exports = {{"RevertToPrinterSelf", AsExport(RevertToPrinterSelf)},
-                     {"ImpersonatePrinterClient", AsExport(ImpersonatePrinterClient)}},
+         .exports = {{"RevertToPrinterSelf", platform::FunctionCast<FARPROC>(RevertToPrinterSelf)},
+                     {"ImpersonatePrinterClient",
+                      platform::FunctionCast<FARPROC>(ImpersonatePrinterClient)}},
          .resources = {}});
     for (const auto& form : kBuiltInForms) {
         forms_.push_back(WholePageForm(form.name, FORM_BUILTIN, form.width, form.height));
@@ -361,6 +368,11 @@ void Spooler::ReportSize(std::string call, DWORD bytes) {
 void Spooler::TellTheTruth() {
     std::lock_guard lock(mutex_);
     lies_.clear();
+}
+
+PrinterOpening Spooler::lastOpening() const {
+    std::lock_guard lock(mutex_);
+    return lastOpening_;
 }
 
 bool Spooler::ThreadActsForClient() const {
@@ -552,9 +564,20 @@ struct SpoolerCalls {
                              ? defaults->DesiredAccess
                              : PRINTER_ACCESS_USE;
         std::lock_guard lock(spooler.mutex_);
+        spooler.lastOpening_ = {};
+        if (defaults != nullptr) {
+            const WCHAR* dataType = defaults->pDatatype;
+            spooler.lastOpening_ = {.dataType = dataType != nullptr ? dataType : u"",
+                                    .hasRecord = defaults->pDevMode != nullptr,
+                                    .access = defaults->DesiredAccess};
+        }
         const auto found = spooler.Find(name);
         if (found == nullptr) {
             return Fail(ERROR_INVALID_PRINTER_NAME);
+        }
+        if (defaults != nullptr && defaults->pDatatype != nullptr &&
+            !IsDataType(defaults->pDatatype)) {
+            return Fail(ERROR_INVALID_DATATYPE);
         }
         const auto refusal = spooler.refusals_.find(std::u16string_view(name));
         if (refusal != spooler.refusals_.end() && refusal->second != ERROR_SUCCESS) {
@@ -722,6 +745,7 @@ HANDLE RevertToPrinterSelf() {
 }
 
 BOOL ImpersonatePrinterClient(HANDLE token) {
+    // Never planned to fail: nobody could give the thread its identity back then.
     return SpoolerCalls::Impersonate(token);
 }
 

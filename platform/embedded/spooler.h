@@ -59,6 +59,15 @@ struct Form {
 // A form whose imageable area is the whole page.
 Form WholePageForm(std::u16string name, DWORD flags, LONG width, LONG height);
 
+// What OpenPrinterW was asked for beside the name.
+struct PrinterOpening {
+    std::u16string dataType = {};  // empty for none
+    bool hasRecord = false;        // a job settings record
+    DWORD access = 0;              // as given; 0 without defaults
+
+    bool operator==(const PrinterOpening&) const = default;
+};
+
 class Spooler {
   public:
     // Holds the usual built-in forms, no printer and no driver. Installs spoolss.dll with
@@ -93,6 +102,8 @@ class Spooler {
     // When the user is no administrator, opening with PRINTER_ACCESS_ADMINISTER and changing
     // forms fail with ERROR_ACCESS_DENIED.
     void SetAdministrator(bool administrator);
+    // Of the last OpenPrinterW that reached a lookup of its name, whether or not it succeeded.
+    PrinterOpening lastOpening() const;
 
     // A spooler that lies: that call ("GetPrinterW", "GetPrinterDriverW", "EnumFormsW" ...)
     // reports `bytes` as the size it needs. Handed that many when the truth is more, it fills
@@ -122,6 +133,7 @@ class Spooler {
     std::vector<Form> forms_;
     std::map<std::u16string, DWORD, LessIgnoringCase> refusals_;
     bool administrator_ = true;
+    PrinterOpening lastOpening_;
     std::map<std::string, DWORD> lies_;
     std::set<std::thread::id> reverted_;
 };

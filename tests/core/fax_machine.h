@@ -3,11 +3,14 @@
 // An embedded machine with the driver loaded and printers installed, for tests of everything that
 // takes a printer handle.
 
+#include <cstring>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -19,6 +22,8 @@
 #include "platform/windows_api.h"
 
 #include "core/module_state.h"
+#include "core/printer_data.h"
+#include "description/printer_description.h"
 #include "tool/loaded_driver.h"
 
 // A fax device with four papers (one of no size), two resolutions, two sources, installed memory
@@ -66,6 +71,19 @@ inline constexpr std::string_view kFaxPpd = R"(*PPD-Adobe: "4.3"
 *UIConstraints: *LowerTray True *UpperTray True
 )";
 
+using Bytes = std::vector<std::byte>;
+
+inline Bytes BytesOf(const void* data, size_t length) {
+    const auto* bytes = static_cast<const std::byte*>(data);
+    return Bytes(bytes, bytes + length);
+}
+inline Bytes BytesOf(std::string_view text) {
+    return BytesOf(text.data(), text.size());
+}
+inline Bytes BytesOf(std::u16string_view text) {
+    return BytesOf(text.data(), text.size() * 2);
+}
+
 class FaxMachine {
   public:
     static constexpr char16_t kPrinter[] = u"Fax";
@@ -86,9 +104,70 @@ class FaxMachine {
         std::filesystem::create_directories(hostPath.parent_path());
         std::ofstream(hostPath, std::ios::binary) << bytes;
     }
+
+    // The printer's data values, past any access check.
+    void Store(std::u16string_view name, DWORD number) {
+        machine.spooler().SetPrinterData(kPrinter, name, embedded::StoredNumber(number));
+    }
+    void Store(std::u16string_view name, Bytes bytes) {
+        machine.spooler().SetPrinterData(kPrinter, name,
+                                         {.type = REG_BINARY, .data = std::move(bytes)});
+    }
+    std::optional<Bytes> Stored(std::u16string_view name) {
+        const auto value = machine.spooler().PrinterData(kPrinter, name);
+        return value ? std::optional(value->data) : std::nullopt;
+    }
+    std::optional<DWORD> StoredNumber(std::u16string_view name) {
+        const auto value = Stored(name);
+        DWORD number = 0;
+        if (!value || value->size() != sizeof(number)) {
+            return std::nullopt;
+        }
+        std::memcpy(&number, value->data(), sizeof(number));
+        return number;
+    }
+    void Forget(std::u16string_view name) { machine.spooler().RemovePrinterData(kPrinter, name); }
+    // With a size value that is `missing` bytes too high.
+    void StoreTable(const Bytes& table, size_t missing = 0) {
+        Store(u"TrayFormSize", static_cast<DWORD>(table.size() + missing));
+        Store(u"TrayFormTable", table);
+    }
+    // A device record that the description's own defaults are told from.
+    static ksfax::PrinterDataRecord DeviceRecord() {
+        ksfax::PrinterDataRecord record = {};
+        record.version = 260;
+        record.size = 108;
+        record.memoryBytes = 77;
+        return record;
+    }
+    void StoreDeviceRecord(const ksfax::PrinterDataRecord& record,
+                           size_t length = sizeof(ksfax::PrinterDataRecord)) {
+        Store(u"PrinterDataSize", static_cast<DWORD>(length));
+        Store(u"PrinterData", BytesOf(&record, length));
+    }
+    ksfax::PrinterDataRecord StoredDeviceRecord() {
+        ksfax::PrinterDataRecord record = {};
+        const Bytes bytes = Stored(u"PrinterData").value_or(Bytes());
+        EXPECT_EQ(bytes.size(), sizeof(record));
+        std::memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof(record)));
+        return record;
+    }
     void RemoveDeviceRecord() {
-        machine.spooler().RemovePrinterData(kPrinter, u"PrinterDataSize");
-        machine.spooler().RemovePrinterData(kPrinter, u"PrinterData");
+        Forget(u"PrinterDataSize");
+        Forget(u"PrinterData");
+    }
+
+    // What the printer's description says now, by way of the cache.
+    uint16_t Checksum() {
+        const platform::PrinterHandle printer = Open();
+        const ksfax::DescriptionUse description(ksfax::AcquireDescription(printer.get(), true));
+        return description.get()->Checksum;
+    }
+    // The printer's data file becomes another, as an administrator puts it there; cached
+    // descriptions that lie on the disk are gone with the old one.
+    void ChangePpd(std::string_view more) {
+        WriteFile(u"C:\\Ppd\\FAX.PPD", std::string(kFaxPpd) + std::string(more));
+        RemoveFile(u"C:\\Ppd\\FAX.PDC");
     }
     void RemoveFile(std::u16string_view path) {
         std::filesystem::remove(machine.files().HostPath(path));

@@ -5,52 +5,21 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/embedded/modules.h"
+
 #include "core/module_state.h"
 #include "core/printer_data.h"
 #include "description/printer_description.h"
 #include "tests/core/fax_machine.h"
+#include "tests/platform/resource_file.h"
 
 namespace ksfax {
 namespace {
-
-using Bytes = std::vector<std::byte>;
-
-Bytes BytesOf(const void* data, size_t length) {
-    const auto* bytes = static_cast<const std::byte*>(data);
-    return Bytes(bytes, bytes + length);
-}
-
-Bytes BytesOf(std::u16string_view text) {
-    return BytesOf(text.data(), text.size() * 2);
-}
 
 class PrinterDataTest : public testing::Test {
   protected:
     PrinterDataTest() : printer(fax.Open(FaxMachine::kPrinter, true)) {}
 
-    void Store(std::u16string_view name, DWORD number) {
-        fax.machine.spooler().SetPrinterData(FaxMachine::kPrinter, name,
-                                             embedded::StoredNumber(number));
-    }
-    void Store(std::u16string_view name, Bytes bytes) {
-        fax.machine.spooler().SetPrinterData(FaxMachine::kPrinter, name,
-                                             {.type = REG_BINARY, .data = std::move(bytes)});
-    }
-    std::optional<Bytes> Stored(std::u16string_view name) {
-        const auto value = fax.machine.spooler().PrinterData(FaxMachine::kPrinter, name);
-        return value ? std::optional(value->data) : std::nullopt;
-    }
-    void StoreRecord(const PrinterDataRecord& record, size_t length) {
-        Store(u"PrinterDataSize", static_cast<DWORD>(length));
-        Store(u"PrinterData", BytesOf(&record, length));
-    }
-    PrinterDataRecord StoredRecord() {
-        PrinterDataRecord record = {};
-        const Bytes bytes = Stored(u"PrinterData").value_or(Bytes());
-        EXPECT_EQ(bytes.size(), sizeof(record));
-        std::memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof(record)));
-        return record;
-    }
     // The record as readers get it.
     PrinterDataRecord Read() {
         const DescriptionUse description(AcquireDescription(printer.get(), true));
@@ -66,10 +35,6 @@ class PrinterDataTest : public testing::Test {
     bool Save() {
         const DescriptionUse description(AcquireDescription(printer.get(), true));
         return SavePrinterDataRecord(printer.get(), *description.get());
-    }
-    uint16_t Checksum() {
-        const DescriptionUse description(AcquireDescription(printer.get(), true));
-        return description.get()->Checksum;
     }
 
     FaxMachine fax;
@@ -97,13 +62,13 @@ TEST_F(PrinterDataTest, ReadsBlocksOfHonestAndLyingSizes) {
         {"no data", BytesOf("\5\0\0", 4), std::nullopt, std::nullopt},
     };
     for (const auto& row : rows) {
-        fax.machine.spooler().RemovePrinterData(FaxMachine::kPrinter, u"TrayFormSize");
-        fax.machine.spooler().RemovePrinterData(FaxMachine::kPrinter, u"TrayFormTable");
+        fax.Forget(u"TrayFormSize");
+        fax.Forget(u"TrayFormTable");
         if (row.size) {
-            Store(u"TrayFormSize", *row.size);
+            fax.Store(u"TrayFormSize", *row.size);
         }
         if (row.data) {
-            Store(u"TrayFormTable", *row.data);
+            fax.Store(u"TrayFormTable", *row.data);
         }
         DWORD length = 99;
         const platform::GlobalBlock block =
@@ -119,19 +84,20 @@ TEST_F(PrinterDataTest, ReadsBlocksOfHonestAndLyingSizes) {
 
 TEST_F(PrinterDataTest, WritesTheSizeFirstAndTheDataOnlyAfterIt) {
     EXPECT_TRUE(WritePrinterBlock(printer.get(), "abcde", 5, BlockKind::FontSubstitution));
-    EXPECT_EQ(Stored(u"TTFontSubTableSize"), BytesOf("\5\0\0", 4));
-    EXPECT_EQ(Stored(u"TTFontSubTable"), BytesOf("abcde", 5));
+    EXPECT_EQ(fax.Stored(u"TTFontSubTableSize"), BytesOf("\5\0\0", 4));
+    EXPECT_EQ(fax.Stored(u"TTFontSubTable"), BytesOf("abcde", 5));
     const auto type =
         fax.machine.spooler().PrinterData(FaxMachine::kPrinter, u"TTFontSubTableSize")->type;
     EXPECT_EQ(type, REG_DWORD);
 
     fax.machine.faults.FailCall("SetPrinterDataW", 1);
     EXPECT_FALSE(WritePrinterBlock(printer.get(), "xy", 2, BlockKind::FontSubstitution));
-    EXPECT_EQ(Stored(u"TTFontSubTableSize"), BytesOf("\5\0\0", 4));
-    EXPECT_EQ(Stored(u"TTFontSubTable"), BytesOf("abcde", 5));
+    EXPECT_EQ(fax.Stored(u"TTFontSubTableSize"), BytesOf("\5\0\0", 4));
+    EXPECT_EQ(fax.Stored(u"TTFontSubTable"), BytesOf("abcde", 5));
     fax.machine.faults.FailCall("SetPrinterDataW", 2);
     EXPECT_FALSE(WritePrinterBlock(printer.get(), "xy", 2, BlockKind::FontSubstitution));
-    EXPECT_EQ(Stored(u"TTFontSubTable"), BytesOf("abcde", 5));
+    EXPECT_EQ(fax.Stored(u"TTFontSubTable"), BytesOf("abcde", 5));
+    EXPECT_EQ(fax.StoredNumber(u"TTFontSubTableSize"), 5u) << "put back";
 }
 
 TEST_F(PrinterDataTest, MakesTheDefaultsOfTheDescription) {
@@ -142,7 +108,7 @@ TEST_F(PrinterDataTest, MakesTheDefaultsOfTheDescription) {
     expected.memoryBytes = 4194304;
     expected.jobTimeout = 30;
     expected.waitTimeout = 90;
-    expected.descriptionChecksum = Checksum();
+    expected.descriptionChecksum = fax.Checksum();
     expected.installableCount = 3;
     // Both trays are installed by default, which the constraints forbid: the upper one yields.
     expected.installableSelections[0] = 0;
@@ -160,14 +126,14 @@ TEST_F(PrinterDataTest, HeedsWhatTheAdministratorSet) {
     } rows[] = {{0, 102400},     {50, 102400},          {100, 102400},  {101, 103424},
                 {4096, 4194304}, {4194303, 4294966272}, {4194304, ~0u}, {0xFFFFFFFF, 0xFFFFFFFF}};
     for (const auto& row : rows) {
-        Store(u"FreeMem", row.kilobytes);
+        fax.Store(u"FreeMem", row.kilobytes);
         EXPECT_EQ(Read().memoryBytes, row.bytes) << row.kilobytes;
     }
-    Store(u"FreeMem", BytesOf("\1", 2));
+    fax.Store(u"FreeMem", BytesOf("\1", 2));
     EXPECT_EQ(Read().memoryBytes, 4194304u) << "not a number of four bytes";
-    Store(u"PrinterHT", 0);
+    fax.Store(u"PrinterHT", 0);
     EXPECT_EQ(Read().deviceFlags, 0u);
-    Store(u"PrinterHT", 7);
+    fax.Store(u"PrinterHT", 7);
     EXPECT_EQ(Read().deviceFlags, kPrinterHalftone);
 }
 
@@ -192,39 +158,36 @@ TEST(BuildDefaultPrinterData, SaysWhereTheUserIs) {
 TEST_F(PrinterDataTest, KeepsAStoredRecordOfTheSameDescription) {
     PrinterDataRecord record;
     std::memset(&record, 0x5A, sizeof(record));
-    record.descriptionChecksum = Checksum();
-    StoreRecord(record, sizeof(record));
+    record.descriptionChecksum = fax.Checksum();
+    fax.StoreDeviceRecord(record);
     const PrinterDataRecord read = Read();
     EXPECT_EQ(BytesOf(&read, sizeof(read)), BytesOf(&record, sizeof(record)));
 }
 
 TEST_F(PrinterDataTest, MakesSelectionsOfAnotherDescriptionAnew) {
-    PrinterDataRecord record = {};
-    record.version = 260;
-    record.size = 108;
-    record.memoryBytes = 77;
-    record.descriptionChecksum = static_cast<uint16_t>(Checksum() + 1);
+    PrinterDataRecord record = fax.DeviceRecord();
+    record.descriptionChecksum = static_cast<uint16_t>(fax.Checksum() + 1);
     record.installableCount = 9;
     record.installableSelections[2] = 5;
-    StoreRecord(record, sizeof(record));
+    fax.StoreDeviceRecord(record);
     const PrinterDataRecord read = Read();
-    EXPECT_EQ(read.descriptionChecksum, Checksum());
+    EXPECT_EQ(read.descriptionChecksum, fax.Checksum());
     EXPECT_EQ(read.installableCount, 3);
     EXPECT_EQ(read.installableSelections[2], 1);
     EXPECT_EQ(read.memoryBytes, 77u);
-    EXPECT_EQ(StoredRecord().installableCount, 9) << "reading does not store";
+    EXPECT_EQ(fax.StoredDeviceRecord().installableCount, 9) << "reading does not store";
 }
 
 TEST_F(PrinterDataTest, TakesStoredBytesOfAnyLength) {
     PrinterDataRecord record;
     std::memset(&record, 0x5A, sizeof(record));
-    record.descriptionChecksum = Checksum();
+    record.descriptionChecksum = fax.Checksum();
     for (const size_t length : {size_t{1}, size_t{42}, size_t{50}, size_t{107}}) {
-        StoreRecord(record, length);
+        fax.StoreDeviceRecord(record, length);
         PrinterDataRecord expected = {};
         std::memcpy(&expected, &record, length);
         if (length < 42) {  // the checksum is not among them
-            expected.descriptionChecksum = Checksum();
+            expected.descriptionChecksum = fax.Checksum();
             expected.installableCount = 3;
             expected.installableSelections[2] = 1;
         }
@@ -233,8 +196,8 @@ TEST_F(PrinterDataTest, TakesStoredBytesOfAnyLength) {
     }
     Bytes longer = BytesOf(&record, sizeof(record));
     longer.resize(5000, std::byte{0x77});
-    Store(u"PrinterDataSize", DWORD{5000});
-    Store(u"PrinterData", longer);
+    fax.Store(u"PrinterDataSize", DWORD{5000});
+    fax.Store(u"PrinterData", longer);
     const PrinterDataRecord read = Read();
     EXPECT_EQ(BytesOf(&read, sizeof(read)), BytesOf(&record, sizeof(record)));
 }
@@ -244,25 +207,25 @@ TEST_F(PrinterDataTest, SavesAnOlderRecordInTheCurrentVersion) {
     std::memset(&record, 0x5A, sizeof(record));
     record.version = 259;
     record.size = 100;
-    record.descriptionChecksum = Checksum();
-    StoreRecord(record, 100);
+    record.descriptionChecksum = fax.Checksum();
+    fax.StoreDeviceRecord(record, 100);
     ASSERT_TRUE(Save());
     PrinterDataRecord expected = record;
     expected.version = 260;
     expected.size = 108;
     expected.languageIndex = 0;
     std::memset(expected.installableSelections + 56, 0, 8);
-    PrinterDataRecord stored = StoredRecord();
+    PrinterDataRecord stored = fax.StoredDeviceRecord();
     EXPECT_EQ(BytesOf(&stored, sizeof(stored)), BytesOf(&expected, sizeof(expected)));
-    EXPECT_EQ(Stored(u"PrinterDataSize"), BytesOf("\x6c\0\0", 4));
+    EXPECT_EQ(fax.Stored(u"PrinterDataSize"), BytesOf("\x6c\0\0", 4));
 
     // Selections made anew come first, so that an older record's size cuts those too.
     record.size = 46;
     record.descriptionChecksum ^= 1;
-    StoreRecord(record, 108);
+    fax.StoreDeviceRecord(record);
     ASSERT_TRUE(Save());
-    stored = StoredRecord();
-    EXPECT_EQ(stored.descriptionChecksum, Checksum());
+    stored = fax.StoredDeviceRecord();
+    EXPECT_EQ(stored.descriptionChecksum, fax.Checksum());
     EXPECT_EQ(stored.installableCount, 3);
     EXPECT_EQ(stored.installableSelections[1], 0);
     EXPECT_EQ(stored.installableSelections[2], 0);
@@ -270,10 +233,10 @@ TEST_F(PrinterDataTest, SavesAnOlderRecordInTheCurrentVersion) {
     // A record of this version or a later one keeps its version and size, whatever they are.
     record.version = 300;
     record.size = 9000;
-    StoreRecord(record, 108);
+    fax.StoreDeviceRecord(record);
     ASSERT_TRUE(Save());
-    EXPECT_EQ(StoredRecord().version, 300);
-    EXPECT_EQ(StoredRecord().size, 9000);
+    EXPECT_EQ(fax.StoredDeviceRecord().version, 300);
+    EXPECT_EQ(fax.StoredDeviceRecord().size, 9000);
 }
 
 TEST_F(PrinterDataTest, CountsARecordAsSavedWhetherOrNotTheSpoolerTakesIt) {
@@ -281,12 +244,41 @@ TEST_F(PrinterDataTest, CountsARecordAsSavedWhetherOrNotTheSpoolerTakesIt) {
     EXPECT_TRUE(Save());
     EXPECT_TRUE(fax.machine.faults.struck());
     fax.machine.faults.Clear();
-    EXPECT_EQ(Stored(u"PrinterData"), std::nullopt);
+    EXPECT_EQ(fax.Stored(u"PrinterData"), std::nullopt);
+}
+
+TEST_F(PrinterDataTest, SavesNothingWhenMemoryRunsOut) {
     const DescriptionUse description(AcquireDescription(printer.get(), true));
-    fax.machine.faults.FailCall("GlobalAlloc");
-    EXPECT_FALSE(SavePrinterDataRecord(printer.get(), *description.get()));
-    fax.machine.faults.Clear();
-    EXPECT_EQ(Stored(u"PrinterData"), std::nullopt);
+    // The default record; the stored block; the copy of it.
+    for (const auto& [isStored, nth] : {std::pair(false, 1u), {true, 1u}, {true, 2u}}) {
+        if (isStored) {
+            fax.StoreDeviceRecord(fax.DeviceRecord());
+        }
+        const auto before = fax.Stored(u"PrinterData");
+        fax.machine.faults.FailCall("GlobalAlloc", nth);
+        EXPECT_FALSE(SavePrinterDataRecord(printer.get(), *description.get())) << nth;
+        fax.machine.faults.Clear();
+        EXPECT_EQ(fax.Stored(u"PrinterData"), before) << nth;
+    }
+}
+
+TEST_F(PrinterDataTest, FindsTheDescriptionsLanguageAmongTheModulesOwn) {
+    embedded::ResourceFile strings;
+    strings.AddString(40060, u"English");
+    strings.AddString(42060, u"german");
+    strings.AddString(56060, u"Welsh");
+    fax.machine.modules().Install(
+        {.path = u"C:\\LANGUAGE.DLL", .exports = {}, .resources = strings.bytes});
+    const HMODULE languages = LoadLibraryW(u"C:\\LANGUAGE.DLL");
+    const std::pair<const char*, int> rows[] = {{"German", 2}, {"WELSH", 16}, {"Frisian", 0}};
+    for (const auto& [language, index] : rows) {
+        fax.ChangePpd("*DefaultLanguage: " + std::string(language) + "\n");
+        const DescriptionUse description(AcquireDescription(printer.get(), false));
+        const HMODULE own = std::exchange(ownModule, languages);
+        EXPECT_TRUE(SavePrinterDataRecord(printer.get(), *description.get()));
+        ownModule = own;
+        EXPECT_EQ(fax.StoredDeviceRecord().languageIndex, index) << language;
+    }
 }
 
 // A table in the current layout: the length is put in front.
@@ -331,8 +323,7 @@ TEST_F(PrinterDataTest, WalksTheTrayFormTable) {
     const unsigned before = fax.machine.globalBlocks;
     EXPECT_EQ(ReadTrayFormTable(printer.get()), nullptr);
     const std::u16string table = Table(u"Upper\0A4\0A4 fax\0\5Lower\0\0\0\x1234\0"s);
-    Store(u"TrayFormSize", static_cast<DWORD>(table.size() * 2));
-    Store(u"TrayFormTable", BytesOf(table));
+    fax.StoreTable(BytesOf(table));
     {
         const TrayFormTable read(ReadTrayFormTable(printer.get()));
         ASSERT_TRUE(read);
@@ -351,10 +342,10 @@ TEST_F(PrinterDataTest, WalksTheTrayFormTable) {
         EXPECT_EQ(entry.value, 1);
     }
     // The zeros that fill a shorter data value up must not pass for its missing end.
-    Store(u"TrayFormTable", BytesOf(table.substr(0, table.size() - 1)));
+    fax.Store(u"TrayFormTable", BytesOf(table.substr(0, table.size() - 1)));
     EXPECT_EQ(ReadTrayFormTable(printer.get()), nullptr);
 
-    Store(u"TrayFormTable", BytesOf(table.substr(1)));
+    fax.Store(u"TrayFormTable", BytesOf(table.substr(1)));
     EXPECT_EQ(ReadTrayFormTable(printer.get()), nullptr);
     EXPECT_EQ(fax.machine.globalBlocks, before);
 }

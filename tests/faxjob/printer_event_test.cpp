@@ -1,4 +1,6 @@
-#include <vector>
+#include <map>
+#include <set>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -22,13 +24,16 @@ class PrinterEventTest : public testing::Test {
         WCHAR name[] = u"Fax";
         return DrvPrinterEvent(name, event, 0, 0);
     }
+    void InstallSpoolss(std::map<std::string, FARPROC> exports) {
+        fax.machine.modules().Install({.path = u"C:\\Windows\\System32\\spoolss.dll",
+                                       .exports = std::move(exports),
+                                       .resources = {}});
+    }
     void AddKey(const WCHAR* name) { fax.machine.registry().CreateKey(HKEY_LOCAL_MACHINE, name); }
     bool HasKey(const WCHAR* name) {
         return fax.machine.registry().HasKey(HKEY_LOCAL_MACHINE, name);
     }
-    bool HasRecord() {
-        return fax.machine.spooler().PrinterData(FaxMachine::kPrinter, u"PrinterData").has_value();
-    }
+    bool HasRecord() { return fax.Stored(u"PrinterData").has_value(); }
 
     FaxMachine fax;
 };
@@ -75,6 +80,11 @@ TEST_F(PrinterEventTest, TidiesWithoutADescriptionButNotWithoutThePrinter) {
     fax.machine.spooler().RefuseOpen(FaxMachine::kPrinter, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Send(PRINTER_EVENT_INITIALIZE), TRUE);
     EXPECT_EQ(Send(PRINTER_EVENT_CACHE_REFRESH), TRUE);
+    // Without a name Windows would open the print server.
+    fax.machine.faults.Count();
+    EXPECT_EQ(DrvPrinterEvent(nullptr, PRINTER_EVENT_INITIALIZE, 0, 0), TRUE);
+    EXPECT_EQ(fax.machine.faults.calls(), 0u);
+    fax.machine.faults.Clear();
     EXPECT_TRUE(HasKey(kOldKey));
     EXPECT_FALSE(HasKey(kHelpKey));
     fax.machine.spooler().RefuseOpen(FaxMachine::kPrinter, ERROR_SUCCESS);
@@ -85,19 +95,62 @@ TEST_F(PrinterEventTest, TidiesWithoutADescriptionButNotWithoutThePrinter) {
     EXPECT_TRUE(HasKey(kHelpKey));
 }
 
+TEST_F(PrinterEventTest, GoesByTheDataFileAsItIsNow) {
+    for (const INT event : {PRINTER_EVENT_INITIALIZE, PRINTER_EVENT_CACHE_REFRESH}) {
+        fax.ChangePpd("");
+        const uint16_t before = fax.Checksum();  // and the cache holds the old description
+        fax.ChangePpd("*Manufacturer: \"Another\"\n");
+        EXPECT_EQ(Send(event), TRUE);
+        EXPECT_NE(descriptionCache.cachedDescription->Checksum, before) << event;
+        DiscardDescriptionCache();
+    }
+}
+
+TEST_F(PrinterEventTest, ActsAsTheSpoolerItselfOnARefreshAlone) {
+    const std::set<std::string> calls = {"OpenPrinterW", "GetPrinterDriverW", "RegOpenKeyExW",
+                                         "RegDeleteKeyW", "RegCreateKeyExW"};
+    for (const INT event : {PRINTER_EVENT_INITIALIZE, PRINTER_EVENT_CACHE_REFRESH}) {
+        std::set<std::string> asClient;
+        std::set<std::string> asSpooler;
+        fax.machine.faults.Count([&](const std::string& call) {
+            if (calls.contains(call)) {
+                (fax.machine.spooler().ThreadActsForClient() ? asClient : asSpooler).insert(call);
+            }
+        });
+        EXPECT_EQ(Send(event), TRUE);
+        fax.machine.faults.Clear();
+        const bool isRefresh = event == PRINTER_EVENT_CACHE_REFRESH;
+        EXPECT_EQ(isRefresh ? asSpooler : asClient, calls) << event;
+        EXPECT_TRUE((isRefresh ? asClient : asSpooler).empty()) << event;
+    }
+}
+
+// A thread that ran under the spooler's identity already gets no token.
+TEST_F(PrinterEventTest, GivesNoTokenBackThatItDidNotGet) {
+    HANDLE (*revert)() = [] { return HANDLE(); };
+    BOOL(*impersonate)
+    (HANDLE) = [](HANDLE) {
+        ADD_FAILURE() << "called";
+        return TRUE;
+    };
+    InstallSpoolss({{"RevertToPrinterSelf", platform::FunctionCast<FARPROC>(revert)},
+                    {"ImpersonatePrinterClient", platform::FunctionCast<FARPROC>(impersonate)}});
+    const unsigned loaded = fax.machine.modules().CountLoaded();
+    EXPECT_EQ(Send(PRINTER_EVENT_CACHE_REFRESH), TRUE);
+    EXPECT_FALSE(HasKey(kOldKey));
+    EXPECT_EQ(fax.machine.modules().CountLoaded(), loaded);
+}
+
 TEST_F(PrinterEventTest, RefusesARefreshWithoutTheSpoolersFunctions) {
     fax.machine.modules().Remove(u"C:\\Windows\\System32\\spoolss.dll");
     EXPECT_EQ(Send(PRINTER_EVENT_CACHE_REFRESH), FALSE);
     EXPECT_TRUE(HasKey(kOldKey));
     // One of the two is not enough, and does not change the thread's identity.
     for (const auto* present : {"RevertToPrinterSelf", "ImpersonatePrinterClient"}) {
-        fax.machine.modules().Install({.path = u"C:\\Windows\\System32\\spoolss.dll",
-                                       .exports = {{present,
-                                                    []() -> INT_PTR {
-                                                        ADD_FAILURE() << "called";
-                                                        return 0;
-                                                    }}},
-                                       .resources = {}});
+        InstallSpoolss({{present, []() -> INT_PTR {
+                             ADD_FAILURE() << "called";
+                             return 0;
+                         }}});
         const unsigned loaded = fax.machine.modules().CountLoaded();
         EXPECT_EQ(Send(PRINTER_EVENT_CACHE_REFRESH), FALSE) << present;
         EXPECT_EQ(fax.machine.modules().CountLoaded(), loaded) << present;

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <atomic>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,35 +18,16 @@ namespace {
 
 using namespace std::string_literals;
 
+const std::u16string kOlderTable = u"s\0f\0p\0\0"s;
+const std::u16string kConvertedTable = u"\x12s\0f\0p\0\0\0"s;
+
 class UpgradeTest : public testing::Test {
   protected:
     UpgradeTest() : printer(fax.Open(FaxMachine::kPrinter, true)) {}
 
-    void Store(std::u16string_view name, DWORD number) {
-        fax.machine.spooler().SetPrinterData(FaxMachine::kPrinter, name,
-                                             embedded::StoredNumber(number));
-    }
-    void StoreTable(std::u16string_view table, size_t bytes) {
-        const auto* first = reinterpret_cast<const std::byte*>(table.data());
-        Store(u"TrayFormSize", static_cast<DWORD>(bytes));
-        fax.machine.spooler().SetPrinterData(FaxMachine::kPrinter, u"TrayFormTable",
-                                             {.type = REG_BINARY, .data = {first, first + bytes}});
-    }
     std::u16string StoredTable() {
-        const auto value =
-            fax.machine.spooler().PrinterData(FaxMachine::kPrinter, u"TrayFormTable");
-        return std::u16string(reinterpret_cast<const char16_t*>(value->data.data()),
-                              value->data.size() / 2);
-    }
-    std::optional<DWORD> Number(std::u16string_view name) {
-        const auto value = fax.machine.spooler().PrinterData(FaxMachine::kPrinter, name);
-        if (!value) {
-            return std::nullopt;
-        }
-        DWORD number = 0;
-        EXPECT_EQ(value->data.size(), sizeof(number));
-        std::memcpy(&number, value->data.data(), std::min(value->data.size(), sizeof(number)));
-        return number;
+        const Bytes bytes = fax.Stored(u"TrayFormTable").value_or(Bytes());
+        return std::u16string(reinterpret_cast<const char16_t*>(bytes.data()), bytes.size() / 2);
     }
     std::optional<embedded::Form> FindForm(std::u16string_view name) {
         for (const embedded::Form& form : fax.machine.spooler().forms()) {
@@ -56,6 +39,12 @@ class UpgradeTest : public testing::Test {
     }
     void AddUserForm(std::u16string name) {
         fax.machine.spooler().AddForm(embedded::WholePageForm(std::move(name), FORM_USER, 1, 2));
+    }
+    // Everything that an upgrade rewrites.
+    void MakeOld() {
+        AddUserForm(u"A4");
+        fax.Store(u"Forms?", 2);
+        fax.StoreTable(BytesOf(kOlderTable));
     }
     void Install() {
         const DescriptionUse description(AcquireDescription(printer.get(), true));
@@ -80,7 +69,7 @@ TEST_F(UpgradeTest, InstallsPapersThatHaveASizeAsFormsOnce) {
     fax.machine.spooler().RemoveAllForms();
     AddUserForm(u"Letter");
     Install();
-    EXPECT_EQ(Number(u"Forms?"), 2u);
+    EXPECT_EQ(fax.StoredNumber(u"Forms?"), 2u);
     ASSERT_EQ(fax.machine.spooler().forms().size(), 3u);
     const embedded::Form a4 = FindForm(u"A4").value();
     EXPECT_EQ(a4.flags, FORM_PRINTER);
@@ -96,7 +85,7 @@ TEST_F(UpgradeTest, InstallsPapersThatHaveASizeAsFormsOnce) {
     fax.machine.spooler().RemoveAllForms();
     Install();
     EXPECT_TRUE(fax.machine.spooler().forms().empty());
-    Store(u"Forms?", 0);
+    fax.Store(u"Forms?", 0);
     Install();
     EXPECT_EQ(fax.machine.spooler().forms().size(), 3u);
 }
@@ -105,14 +94,19 @@ TEST_F(UpgradeTest, NamesFormsWithinTheirField) {
     fax.machine.spooler().RemoveAllForms();
     fax.AddPrinter(u"Long", u"C:\\Ppd\\LONG.PPD",
                    "*PPD-Adobe: \"4.3\"\n*OpenUI *PageSize: PickOne\n"
-                   "*PageSize A/: \"x\"\n"
+                   "*PageSize A/: \"x\"\n*PageSize C: \"x\"\n*PageSize D: \"x\"\n"
                    "*PageSize B/A name of thirty-five characters so: \"x\"\n"
                    "*CloseUI: *PageSize\n"
-                   "*PaperDimension A: \"1 1\"\n*PaperDimension B: \"8388607 1\"\n");
+                   "*PaperDimension A: \"1 1\"\n*PaperDimension B: \"8388607 1\"\n"
+                   "*PaperDimension C: \"0 842\"\n*PaperDimension D: \"595 0\"\n");
     const platform::PrinterHandle other = fax.Open(u"Long", true);
     const DescriptionUse description(AcquireDescription(other.get(), true));
     ASSERT_TRUE(description);
+    fax.machine.faults.Count();
     InstallForms(other.get(), *description.get());
+    const auto names = fax.machine.faults.names();
+    fax.machine.faults.Clear();
+    EXPECT_EQ(std::ranges::count(names, "AddFormW"), 2) << "none without width or height";
     EXPECT_TRUE(FindForm(u"A")) << "an empty translation is none";
     const auto cut = FindForm(u"A name of thirty-five character");
     ASSERT_TRUE(cut);
@@ -120,13 +114,21 @@ TEST_F(UpgradeTest, NamesFormsWithinTheirField) {
 }
 
 TEST_F(UpgradeTest, LeavesADescriptionWithoutPapersAlone) {
-    fax.AddPrinter(u"Bare", u"C:\\Ppd\\BARE.PPD", "*PPD-Adobe: \"4.3\"\n");
-    const platform::PrinterHandle bare = fax.Open(u"Bare", true);
-    const DescriptionUse description(AcquireDescription(bare.get(), true));
-    ASSERT_TRUE(description);
-    InstallForms(bare.get(), *description.get());
-    UpgradeForms(bare.get(), *description.get());
-    EXPECT_EQ(fax.machine.spooler().PrinterData(u"Bare", u"Forms?"), std::nullopt);
+    const std::pair<const char*, std::optional<DWORD>> rows[] = {
+        {"*PPD-Adobe: \"4.3\"\n", std::nullopt},
+        {"*PPD-Adobe: \"4.3\"\n*OpenUI *PageSize: PickOne\n*CloseUI: *PageSize\n", 2},
+    };
+    for (const auto& [ppd, installed] : rows) {
+        fax.AddPrinter(FaxMachine::kPrinter, u"C:\\Ppd\\BARE.PPD", ppd);
+        const platform::PrinterHandle bare = fax.Open(FaxMachine::kPrinter, true);
+        const DescriptionUse description(AcquireDescription(bare.get(), false));
+        ASSERT_TRUE(description) << ppd;
+        const size_t before = fax.machine.spooler().forms().size();
+        UpgradeForms(bare.get(), *description.get());
+        InstallForms(bare.get(), *description.get());
+        EXPECT_EQ(fax.StoredNumber(u"Forms?"), installed) << ppd;
+        EXPECT_EQ(fax.machine.spooler().forms().size(), before) << ppd;
+    }
 }
 
 TEST_F(UpgradeTest, PutsPrinterFormsInThePlaceOfUserForms) {
@@ -134,9 +136,9 @@ TEST_F(UpgradeTest, PutsPrinterFormsInThePlaceOfUserForms) {
     for (const auto* name : {u"Zebra", u"A4", u"a4", u"Custom", u"B5"}) {
         AddUserForm(name);
     }
-    Store(u"Forms?", 2);
+    fax.Store(u"Forms?", 2);
     Upgrade();
-    EXPECT_EQ(Number(u"Forms?"), 2u);
+    EXPECT_EQ(fax.StoredNumber(u"Forms?"), 2u);
     EXPECT_EQ(FindForm(u"A4")->flags, FORM_PRINTER);
     EXPECT_FALSE(FindForm(u"Custom")) << "deleted, although its paper has no size";
     EXPECT_EQ(FindForm(u"Zebra")->flags, FORM_USER);
@@ -160,14 +162,14 @@ TEST_F(UpgradeTest, LeavesFormsThatDoNotClashAlone) {
     for (const auto& row : rows) {
         fax.machine.spooler().RemoveAllForms();
         fax.machine.spooler().AddForm(embedded::WholePageForm(row.name, row.flags, 1, 2));
-        fax.machine.spooler().RemovePrinterData(FaxMachine::kPrinter, u"Forms?");
+        fax.Forget(u"Forms?");
         if (row.installed) {
-            Store(u"Forms?", *row.installed);
+            fax.Store(u"Forms?", *row.installed);
         }
         Upgrade();
         ASSERT_EQ(fax.machine.spooler().forms().size(), 1u) << row.what;
         EXPECT_EQ(fax.machine.spooler().forms()[0].flags, row.flags) << row.what;
-        EXPECT_EQ(Number(u"Forms?"), row.installed) << row.what;
+        EXPECT_EQ(fax.StoredNumber(u"Forms?"), row.installed) << row.what;
     }
 }
 
@@ -193,6 +195,7 @@ TEST_F(UpgradeTest, ConvertsOlderTables) {
         const char* what;
         std::u16string older;
         std::u16string expected;  // empty: malformed
+        size_t missing = 0;       // bytes by which the data is shorter than its size value
     } rows[] = {
         {"no entry", u"\0"s, u"\4\0"s},
         {"one entry", u"s\0f\0p\0\0"s, u"\x12s\0f\0p\0\0\0"s},
@@ -204,14 +207,20 @@ TEST_F(UpgradeTest, ConvertsOlderTables) {
         {"a string to the end", u"s\0f\0p"s, u""s},
         {"an end before the end", u"s\0f\0p\0\0\0"s, u""s},
         {"the end first", u"\0s\0f\0p\0\0"s, u""s},
-        {"too long", std::u16string(32761, u's') + u"\0f\0p\0\0"s, u""s},
+        {"60 bytes with two entries", u"Upper\0A4\0A4 f\0Low\0Letter\0Let\0\0"s,
+         u"\x42Upper\0A4\0A4 f\0\0Low\0Letter\0Let\0\0\0"s},
+        {"as long as can be", std::u16string(32759, u's') + u"\0f\0p\0\0"s,
+         u"\xFFFE" + std::u16string(32759, u's') + u"\0f\0p\0\0\0"s},
+        {"too long", std::u16string(32760, u's') + u"\0f\0p\0\0"s, u""s},
+        {"torn", u"s\0f\0p\0"s, u""s, 2},
     };
     for (const auto& row : rows) {
-        StoreTable(row.older, row.older.size() * 2);
+        fax.StoreTable(BytesOf(row.older), row.missing);
         const bool isMalformed = row.expected.empty();
         EXPECT_EQ(UpgradeTrayFormTable(printer.get()), !isMalformed) << row.what;
         EXPECT_EQ(StoredTable(), isMalformed ? row.older : row.expected) << row.what;
-        EXPECT_EQ(Number(u"TrayFormSize"), (isMalformed ? row.older : row.expected).size() * 2)
+        EXPECT_EQ(fax.StoredNumber(u"TrayFormSize"),
+                  (isMalformed ? row.older : row.expected).size() * 2 + row.missing)
             << row.what;
         if (!isMalformed) {
             EXPECT_TRUE(TrayFormTable(ReadTrayFormTable(printer.get()))) << row.what;
@@ -219,35 +228,48 @@ TEST_F(UpgradeTest, ConvertsOlderTables) {
             EXPECT_EQ(StoredTable(), row.expected) << "again: " << row.what;
         }
     }
-    const std::u16string odd = u"s\0f\0p\0\0"s;
-    StoreTable(odd, 15);
-    EXPECT_FALSE(UpgradeTrayFormTable(printer.get()));
-    StoreTable(odd, 1);
-    EXPECT_FALSE(UpgradeTrayFormTable(printer.get()));
-    EXPECT_EQ(Number(u"TrayFormSize"), 1u);
+    for (const size_t odd : {15, 1}) {
+        fax.StoreTable(BytesOf(u"s\0f\0p\0\0"s.data(), odd));
+        EXPECT_FALSE(UpgradeTrayFormTable(printer.get()));
+        EXPECT_EQ(fax.StoredNumber(u"TrayFormSize"), odd);
+    }
+    // Its own length in front makes a table current, though its end is missing.
+    fax.StoreTable(BytesOf(u"\x12s\0f\0"s), 8);
+    EXPECT_TRUE(UpgradeTrayFormTable(printer.get()));
+    EXPECT_EQ(StoredTable(), u"\x12s\0f\0"s);
 }
 
-TEST_F(UpgradeTest, MakesSixtySixBytesOfSixtyWithTwoEntries) {
-    const std::u16string older = u"Upper\0A4\0A4 f\0Low\0Letter\0Let\0\0"s;
-    ASSERT_EQ(older.size() * 2, 60u);
-    StoreTable(older, 60);
-    EXPECT_TRUE(UpgradeTrayFormTable(printer.get()));
-    EXPECT_EQ(StoredTable(), u"\x42Upper\0A4\0A4 f\0\0Low\0Letter\0Let\0\0\0"s);
-    EXPECT_EQ(Number(u"TrayFormSize"), 66u);
+TEST_F(UpgradeTest, ConvertsATableAgainThatCouldNotBeStored) {
+    for (const unsigned nth : {1, 2}) {
+        fax.StoreTable(BytesOf(kOlderTable));
+        fax.machine.faults.FailCall("SetPrinterDataW", nth);
+        EXPECT_TRUE(UpgradeTrayFormTable(printer.get())) << nth;
+        fax.machine.faults.Clear();
+        EXPECT_EQ(StoredTable(), kOlderTable) << nth;
+        EXPECT_TRUE(UpgradeTrayFormTable(printer.get())) << nth;
+        EXPECT_EQ(StoredTable(), kConvertedTable) << nth;
+    }
+    for (const unsigned nth : {1, 2}) {
+        fax.StoreTable(BytesOf(kOlderTable));
+        fax.machine.faults.FailCall("GlobalAlloc", nth);
+        EXPECT_FALSE(UpgradeTrayFormTable(printer.get())) << nth;
+        fax.machine.faults.Clear();
+        EXPECT_EQ(StoredTable(), kOlderTable) << nth;
+    }
 }
 
 TEST_F(UpgradeTest, UpgradesAPrinter) {
-    Store(u"Forms?", 2);
+    fax.Store(u"Forms?", 2);
     AddUserForm(u"B5 sheet");
-    StoreTable(u"s\0f\0p\0\0"s, 14);
+    fax.StoreTable(BytesOf(kOlderTable));
     EXPECT_EQ(UpgradePrinter(), TRUE);
     EXPECT_EQ(FindForm(u"B5 sheet")->flags, FORM_PRINTER);
-    EXPECT_EQ(Number(u"PrinterDataSize"), 108u);
-    EXPECT_EQ(StoredTable(), u"\x12s\0f\0p\0\0\0"s);
+    EXPECT_EQ(fax.StoredNumber(u"PrinterDataSize"), 108u);
+    EXPECT_EQ(StoredTable(), kConvertedTable);
     // A printer without a table is as good; one with a malformed table keeps it.
-    fax.machine.spooler().RemovePrinterData(FaxMachine::kPrinter, u"TrayFormSize");
+    fax.Forget(u"TrayFormSize");
     EXPECT_EQ(UpgradePrinter(), TRUE);
-    StoreTable(u"s\0f"s, 6);
+    fax.StoreTable(BytesOf(u"s\0f"s));
     EXPECT_EQ(UpgradePrinter(), FALSE);
     EXPECT_NE(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(StoredTable(), u"s\0f"s);
@@ -266,7 +288,7 @@ TEST_F(UpgradeTest, RefusesWrongArguments) {
     fax.machine.spooler().RefuseOpen(FaxMachine::kPrinter, ERROR_ACCESS_DENIED);
     EXPECT_EQ(UpgradePrinter(), FALSE);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(Number(u"PrinterDataSize"), std::nullopt);
+    EXPECT_EQ(fax.StoredNumber(u"PrinterDataSize"), std::nullopt);
 }
 
 TEST_F(UpgradeTest, FailsWithoutADescription) {
@@ -275,22 +297,46 @@ TEST_F(UpgradeTest, FailsWithoutADescription) {
     EXPECT_NE(GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
+TEST_F(UpgradeTest, GoesByTheDataFileAsItIsNow) {
+    const uint16_t before = fax.Checksum();  // and the cache holds the old description
+    fax.ChangePpd("*Manufacturer: \"Another\"\n");
+    EXPECT_EQ(UpgradePrinter(), TRUE);
+    EXPECT_NE(fax.StoredDeviceRecord().descriptionChecksum, before);
+    EXPECT_EQ(fax.StoredDeviceRecord().descriptionChecksum,
+              descriptionCache.cachedDescription->Checksum);
+}
+
+TEST_F(UpgradeTest, HoldsTheLockWhileItRewritesButNotWhileItAsks) {
+    MakeOld();
+    std::set<std::pair<std::string, bool>> seen;
+    const auto watch = [&](const std::string& call) {
+        seen.emplace(call, embedded::IsHeldByThisThread(moduleLock));
+    };
+    fax.machine.faults.Count(watch);
+    EXPECT_EQ(UpgradePrinter(), TRUE);
+    fax.machine.faults.Clear();
+    for (const auto* held : {"EnumFormsW", "AddFormW", "DeleteFormW", "SetPrinterDataW"}) {
+        EXPECT_TRUE(seen.contains({held, true}) && !seen.contains({held, false})) << held;
+    }
+    for (const auto* free : {"OpenPrinterW", "GetPrinterDriverW"}) {
+        EXPECT_TRUE(seen.contains({free, false}) && !seen.contains({free, true})) << free;
+    }
+}
+
 TEST_F(UpgradeTest, GivesEverythingBackWhateverFails) {
     BOOL result = FALSE;
     const auto prepare = [&] {
         fax.machine.spooler().RemoveAllForms();
-        AddUserForm(u"A4");
-        fax.RemoveDeviceRecord();
-        Store(u"Forms?", 2);
-        StoreTable(u"s\0f\0p\0\0"s, 14);
+        MakeOld();
+        fax.StoreDeviceRecord(fax.DeviceRecord());
     };
     unsigned failures = 0;
     fax.FailEachCall(
         prepare, [&] { result = UpgradePrinter(); },
         [&](const std::string& failed) {
             // Forms and the spooler's refusal to store count for nothing.
-            for (const auto* harmless : {"", "AddFormW", "DeleteFormW", "EnumFormsW",
-                                         "SetPrinterDataW", "GetLocaleInfoW"}) {
+            for (const auto* harmless :
+                 {"", "AddFormW", "DeleteFormW", "EnumFormsW", "SetPrinterDataW"}) {
                 EXPECT_TRUE(failed != harmless || result == TRUE);
             }
             for (const auto* fatal : {"OpenPrinterW", "GetPrinterDriverW"}) {
@@ -300,19 +346,27 @@ TEST_F(UpgradeTest, GivesEverythingBackWhateverFails) {
                 EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
             }
             failures += result == FALSE;
+            // Whatever is stored is the old or the new, whole. Only a record that the spooler
+            // does not give is made anew.
+            EXPECT_TRUE(StoredTable() == kOlderTable ||
+                        (result == TRUE && StoredTable() == kConvertedTable));
+            EXPECT_EQ(fax.StoredNumber(u"TrayFormSize"), StoredTable().size() * 2);
+            EXPECT_EQ(fax.StoredNumber(u"PrinterDataSize"), 108u);
+            EXPECT_TRUE(failed == "GetPrinterDataW" || fax.StoredDeviceRecord().memoryBytes == 77);
         });
     EXPECT_GE(failures, 6u);
 }
 
-TEST(DrvUpgradePrinterThreads, RunsWhileOthersAskCapabilities) {
-    FaxMachine fax;
+TEST_F(UpgradeTest, RunsWhileOthersAskCapabilities) {
     fax.AddPrinter(u"Other", u"C:\\Ppd\\OTHER.PPD", kFaxPpd);
     std::atomic<unsigned> wrong = 0;
-    const auto upgrade = [&](std::u16string name) {
-        DRIVER_UPGRADE_INFO_1W information = {.pPrinterName = name.data(),
-                                              .pOldDriverDirectory = nullptr};
+    const auto upgrade = [&] {
         for (int i = 0; i < 20; ++i) {
-            wrong += !DrvUpgradePrinter(1, reinterpret_cast<LPBYTE>(&information));
+            MakeOld();
+            wrong += UpgradePrinter() != TRUE;
+            wrong += FindForm(u"A4")->flags != FORM_PRINTER;
+            wrong += fax.StoredNumber(u"Forms?") != 2u;
+            wrong += StoredTable() != kConvertedTable;
         }
     };
     const auto use = [&](std::u16string name) {
@@ -326,7 +380,7 @@ TEST(DrvUpgradePrinterThreads, RunsWhileOthersAskCapabilities) {
         }
     };
     {
-        std::jthread first(upgrade, u"Fax");
+        std::jthread first(upgrade);
         std::jthread second(use, u"Fax");
         std::jthread third(use, u"Other");
     }

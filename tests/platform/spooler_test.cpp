@@ -80,6 +80,15 @@ TEST_F(SpoolerTest, OpensByNameWithRightsAndRefuses) {
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
     EXPECT_TRUE(OpenPrinterW(Name(u"Office"), &printer, nullptr));
     EXPECT_TRUE(ClosePrinter(printer));
+
+    DEVMODEW record = {};
+    PRINTER_DEFAULTSW defaults = {Name(u"raw"), &record, PRINTER_ACCESS_USE};
+    EXPECT_TRUE(OpenPrinterW(Name(u"Office"), &printer, &defaults));
+    EXPECT_TRUE(ClosePrinter(printer));
+    EXPECT_EQ(machine.spooler().lastOpening(), (PrinterOpening{u"raw", true, PRINTER_ACCESS_USE}));
+    defaults.pDatatype = Name(u"RAV");
+    EXPECT_FALSE(OpenPrinterW(Name(u"Office"), &printer, &defaults));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_DATATYPE);
 }
 
 TEST_F(SpoolerTest, PacksPrinterInformationBehindTheRecord) {

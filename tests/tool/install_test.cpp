@@ -117,6 +117,16 @@ TEST_F(Install, UpgradeLeavesATableThatItCannotRead) {
     EXPECT_EQ(Data(machine = Machine())["TrayFormTable"]["data"], "41000000");
 }
 
+TEST_F(Install, KeepsTheOldStateWhenTheNewOneCannotBeWritten) {
+    Changes("install");
+    const std::string before = FileText(folder / "m/machine.json");
+    std::filesystem::create_directory(folder / "m/machine.json.new");
+    const Outcome run = Run({"install", "a.ppd"});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_NE(run.err.find("machine.json"), std::string::npos) << run.err;
+    EXPECT_EQ(FileText(folder / "m/machine.json"), before);
+}
+
 TEST_F(Install, FailsClearly) {
     WriteText(folder / "no.ppd", "");
     const struct {

@@ -1,6 +1,7 @@
 // The shipped DLL on Windows, with a real printer installed, gives the answers that the driver
 // gives on the embedded machine.
 
+#include <cctype>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -174,6 +175,15 @@ TEST(Session, OpensThroughDocumentPropertiesWithoutAPrompt) {
     ASSERT_TRUE(GetComputerNameA(computer, &length));
     EXPECT_EQ(StoredBytes(handle, TEXT("ComputerName")), std::string(computer, length + 1));
     EXPECT_EQ(StoredBytes(handle, TEXT("Forms?")), std::string("\2\0\0", 4));
+    // The same user in other letter case is nobody new.
+    std::string otherCase(user, std::strlen(user) + 1);
+    for (char& letter : otherCase) {
+        letter = static_cast<char>(std::toupper(letter) == letter ? std::tolower(letter)
+                                                                  : std::toupper(letter));
+    }
+    StoreBytes(handle, TEXT("UserName"), REG_BINARY, otherCase);
+    ASSERT_EQ(DocumentPropertiesW(nullptr, handle, name, record, nullptr, DM_OUT_BUFFER), IDOK);
+    EXPECT_EQ(StoredBytes(handle, TEXT("UserName")), otherCase);
     DWORD needed = 0;
     GetPrinterW(handle, 8, nullptr, 0, &needed);
     std::vector<BYTE> information(needed);
