@@ -163,9 +163,7 @@ PrinterSession* OpenPrinterSession(HANDLE printer, const DEVMODEW* callerRecord)
         if (session->driverName == nullptr) {
             return nullptr;
         }
-        if (information->pPortName != nullptr) {
-            CopyWideFixed(session->portName, information->pPortName);
-        }
+        CopyWideFixed(session->portName, information->pPortName);
         session->helpFilePath = FindHelpFile(printer, heap.get());
         FillJobSettings(session, block, isReplaced, callerRecord);
     }
