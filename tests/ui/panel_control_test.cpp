@@ -31,35 +31,21 @@ class PanelControl : public tests::ControlTest {
 };
 
 TEST_F(PanelControl, DrawsRingsAsWideAsItsTextSays) {
-    EXPECT_EQ(Draw(0, 10, 8, TEXT("2,0,0")), R"(
-aaaaaaaaaH
-aaaaaaaaHH
-aa~~~~~~HH
-aa~~~~~~HH
-aa~~~~~~HH
-aa~~~~~~HH
-aaHHHHHHHH
-aHHHHHHHHH
-)") << "sunken; the inside is the parent's";
-    EXPECT_EQ(Draw(PANELS_RAISED, 10, 8, TEXT("2,0,0")), R"(
-HHHHHHHHHa
-HHHHHHHHaa
-HH~~~~~~aa
-HH~~~~~~aa
-HH~~~~~~aa
-HH~~~~~~aa
-HHaaaaaaaa
-Haaaaaaaaa
-)") << "raised";
+    // The inside is the parent's.
+    const auto expected = tests::Pictures(R"(
+aaaaaaaaaH HHHHHHHHHa
+aaaaaaaaHH HHHHHHHHaa
+aa~~~~~~HH HH~~~~~~aa
+aa~~~~~~HH HH~~~~~~aa
+aa~~~~~~HH HH~~~~~~aa
+aa~~~~~~HH HH~~~~~~aa
+aaHHHHHHHH HHaaaaaaaa
+aHHHHHHHHH Haaaaaaaaa
+)");
+    EXPECT_EQ(Draw(0, 10, 8, TEXT("2,0,0")), expected[0]);
+    EXPECT_EQ(Draw(PANELS_RAISED, 10, 8, TEXT("2,0,0")), expected[1]);
     const std::string bare = Draw(0, 8, 6, TEXT("2"));
-    EXPECT_EQ(bare, R"(
-~~~~~~~~
-~~~~~~~~
-~~~~~~~~
-~~~~~~~~
-~~~~~~~~
-~~~~~~~~
-)") << "a text of one number gives no bevel";
+    EXPECT_EQ(Count(bare, '~'), 8 * 6) << "a text of one number gives no bevel";
     EXPECT_EQ(Draw(0, 8, 6, nullptr), bare);
     EXPECT_EQ(Draw(PANELS_RAISED, 8, 6, TEXT("0,0,0")), bare);
 }
@@ -89,30 +75,23 @@ aHHHHHHHHH
 }
 
 TEST_F(PanelControl, EtchesItsFrameInsideTheBevelWidth) {
-    EXPECT_EQ(Draw(PANELS_CAPTIONED, 14, 10, TEXT("1,0,0")), R"(
-.............~
-.sssssssssss.~
-.ssssssssss.H~
-.ss........HH~
-.ss........HH~
-.ss........HH~
-.ss........HH~
-.ss.HHHHHHHHH~
-.s.HHHHHHHHHH~
-~~~~~~~~~~~~~~
+    const auto expected = tests::Pictures(R"(
+.............~ .............~
+.sssssssssss.~ .FFFFFFFFFFF.~
+.ssssssssss.H~ .F.........FH~
+.ss........HH~ .F.........FH~
+.ss........HH~ .F.........FH~
+.ss........HH~ .F.........FH~
+.ss........HH~ .F.........FH~
+.ss.HHHHHHHHH~ .FFFFFFFFFFFH~
+.s.HHHHHHHHHH~ .s.HHHHHHHHHH~
+~~~~~~~~~~~~~~ ~~~~~~~~~~~~~~
 )");
-    EXPECT_EQ(Draw(PANELS_CAPTIONED | PANELS_FRAMED | PANELS_FILLED, 14, 10, TEXT("1,0,0")), R"(
-.............~
-.FFFFFFFFFFF.~
-.F.........FH~
-.F.........FH~
-.F.........FH~
-.F.........FH~
-.F.........FH~
-.FFFFFFFFFFFH~
-.s.HHHHHHHHHH~
-~~~~~~~~~~~~~~
-)") << "a captioned panel is filled once";
+    for (const DWORD filled : {DWORD{0}, PANELS_FILLED}) {  // a captioned panel is filled once
+        const DWORD style = PANELS_CAPTIONED | filled;
+        EXPECT_EQ(Draw(style, 14, 10, TEXT("1,0,0")), expected[0]);
+        EXPECT_EQ(Draw(style | PANELS_FRAMED, 14, 10, TEXT("1,0,0")), expected[1]);
+    }
 }
 
 TEST_F(PanelControl, EndsWithTheWidestBevel) {

@@ -215,93 +215,49 @@ TEST_F(SpinControl, AnswersWhatItIsAskedFor) {
     EXPECT_EQ(Ask(spin, WM_USER + 13), 0);
 }
 
-// The halves of a vertical control of 15 x 20 pixels.
-const std::string kUpperRaised = R"(
-FFFFFFFFFFFFFFF
-FHHHHHHHHHHHHsF
-FH..........ssF
-FH.....a....ssF
-FH....aaa...ssF
-FH...aaaaa..ssF
-FH..aaaaaaa.ssF
-FH..........ssF
-FHssssssssssssF
-FsssssssssssssF
-)";
-const std::string kUpperPressed = R"(
-FFFFFFFFFFFFFFF
-FsssssssssssssF
-Fs............F
-Fs............F
-Fs......a.....F
-Fs.....aaa....F
-Fs....aaaaa...F
-Fs...aaaaaaa..F
-Fs............F
-Fs............F
-)";
-const std::string kLowerRaised = R"(FFFFFFFFFFFFFFF
-FHHHHHHHHHHHHsF
-FH..........ssF
-FH..aaaaaaa.ssF
-FH...aaaaa..ssF
-FH....aaa...ssF
-FH.....a....ssF
-FHssssssssssssF
-FsssssssssssssF
-FFFFFFFFFFFFFFF
-)";
-const std::string kLowerPressed = R"(FFFFFFFFFFFFFFF
-FsssssssssssssF
-Fs............F
-Fs............F
-Fs...aaaaaaa..F
-Fs....aaaaa...F
-Fs.....aaa....F
-Fs......a.....F
-Fs............F
-FFFFFFFFFFFFFFF
-)";
+// A vertical control of 15 x 20 pixels.
+enum VerticalPicture { kRaised, kUpperPressed, kLowerPressed, kBothPressed, kDisabled };
+const std::vector<std::string> kVertical = tests::Pictures(R"(
+FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF
+FHHHHHHHHHHHHsF FsssssssssssssF FHHHHHHHHHHHHsF FsssssssssssssF FHHHHHHHHHHHHsF
+FH..........ssF Fs............F FH..........ssF Fs............F FH..........ssF
+FH.....a....ssF Fs............F FH.....a....ssF Fs............F FH.....a....ssF
+FH....aaa...ssF Fs......a.....F FH....aaa...ssF Fs......a.....F FH....a.....ssF
+FH...aaaaa..ssF Fs.....aaa....F FH...aaaaa..ssF Fs.....aaa....F FH...a......ssF
+FH..aaaaaaa.ssF Fs....aaaaa...F FH..aaaaaaa.ssF Fs....aaaaa...F FH..HHHHHH..ssF
+FH..........ssF Fs...aaaaaaa..F FH..........ssF Fs...aaaaaaa..F FH..........ssF
+FHssssssssssssF Fs............F FHssssssssssssF Fs............F FHssssssssssssF
+FsssssssssssssF Fs............F FsssssssssssssF Fs............F FsssssssssssssF
+FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF
+FHHHHHHHHHHHHsF FHHHHHHHHHHHHsF FsssssssssssssF FsssssssssssssF FHHHHHHHHHHHHsF
+FH..........ssF FH..........ssF Fs............F Fs............F FH..........ssF
+FH..aaaaaaa.ssF FH..aaaaaaa.ssF Fs............F Fs............F FH..aaaaaaH.ssF
+FH...aaaaa..ssF FH...aaaaa..ssF Fs...aaaaaaa..F Fs...aaaaaaa..F FH.......H..ssF
+FH....aaa...ssF FH....aaa...ssF Fs....aaaaa...F Fs....aaaaa...F FH......H...ssF
+FH.....a....ssF FH.....a....ssF Fs.....aaa....F Fs.....aaa....F FH.....H....ssF
+FHssssssssssssF FHssssssssssssF Fs......a.....F Fs......a.....F FHssssssssssssF
+FsssssssssssssF FsssssssssssssF Fs............F Fs............F FsssssssssssssF
+FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF FFFFFFFFFFFFFFF
+)");
 
 TEST_F(SpinControl, DrawsItsHalvesRaisedPressedAndDisabled) {
     const HWND spin = MakeVertical();
-    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerRaised);
+    EXPECT_EQ(Picture(spin), kVertical[kRaised]);
     PointAt(spin, WM_LBUTTONDOWN, 7, 3);
-    EXPECT_EQ(Picture(spin), kUpperPressed + kLowerRaised);
+    EXPECT_EQ(Picture(spin), kVertical[kUpperPressed]);
     PointAt(spin, WM_MOUSEMOVE, 7, -1);
-    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerRaised) << "the pointer is outside";
+    EXPECT_EQ(Picture(spin), kVertical[kRaised]) << "the pointer is outside";
     PointAt(spin, WM_LBUTTONUP, 7, -1);
-    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerRaised);
+    EXPECT_EQ(Picture(spin), kVertical[kRaised]);
     // A pointer that passes before the press does not count as having left it.
     PointAt(spin, WM_MOUSEMOVE, 7, 11);
     PointAt(spin, WM_LBUTTONDOWN, 7, 11);
-    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerPressed);
+    EXPECT_EQ(Picture(spin), kVertical[kLowerPressed]);
     PointAt(spin, WM_LBUTTONUP, 7, 11);
     EnableWindow(spin, FALSE);
-    EXPECT_EQ(Picture(spin), R"(
-FFFFFFFFFFFFFFF
-FHHHHHHHHHHHHsF
-FH..........ssF
-FH.....a....ssF
-FH....a.....ssF
-FH...a......ssF
-FH..HHHHHH..ssF
-FH..........ssF
-FHssssssssssssF
-FsssssssssssssF
-FFFFFFFFFFFFFFF
-FHHHHHHHHHHHHsF
-FH..........ssF
-FH..aaaaaaH.ssF
-FH.......H..ssF
-FH......H...ssF
-FH.....H....ssF
-FHssssssssssssF
-FsssssssssssssF
-FFFFFFFFFFFFFFF
-)");
+    EXPECT_EQ(Picture(spin), kVertical[kDisabled]);
     EnableWindow(spin, TRUE);
-    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerRaised);
+    EXPECT_EQ(Picture(spin), kVertical[kRaised]);
 }
 
 TEST_F(SpinControl, KeepsTheTracesOfPressesThatWereNotReleased) {
@@ -315,21 +271,21 @@ TEST_F(SpinControl, KeepsTheTracesOfPressesThatWereNotReleased) {
     EXPECT_EQ(Notes().size(), 1u);
     machine->windows().Advance(400);
     EXPECT_TRUE(Notes().empty());
-    EXPECT_EQ(Picture(spin), kUpperRaised + kLowerRaised);
+    EXPECT_EQ(Picture(spin), kVertical[kRaised]);
     PointAt(spin, WM_MOUSEMOVE, 7, 3);
     machine->windows().Advance(50);
     EXPECT_EQ(Notes().size(), 1u);
     Ask(spin, WM_CANCELMODE);
     Ask(spin, WM_TIMER, 501);
     EXPECT_TRUE(Notes().empty());
-    EXPECT_EQ(Picture(spin), kUpperPressed + kLowerRaised) << "cancelling repaints nothing";
+    EXPECT_EQ(Picture(spin), kVertical[kUpperPressed]) << "cancelling repaints nothing";
     // Two presses without a release between: both halves are released, the second one repainted.
     PointAt(spin, WM_LBUTTONDOWN, 7, 3);
     PointAt(spin, WM_LBUTTONDOWN, 7, 15);
     InvalidateRect(spin, nullptr, TRUE);
-    EXPECT_EQ(Picture(spin), kUpperPressed + kLowerPressed);
+    EXPECT_EQ(Picture(spin), kVertical[kBothPressed]);
     PointAt(spin, WM_LBUTTONUP, 7, 15);
-    EXPECT_EQ(Picture(spin), kUpperPressed + kLowerRaised);
+    EXPECT_EQ(Picture(spin), kVertical[kUpperPressed]);
 }
 
 TEST_F(SpinControl, RepaintsWhatChangesAtOnce) {
@@ -368,55 +324,29 @@ TEST_F(SpinControl, RepaintsWhatChangesAtOnce) {
 }
 
 TEST_F(SpinControl, DrawsHorizontalHalvesAlike) {
-    const HWND spin = Make(kSpinClassName, 0, 24, 13);
-    EXPECT_EQ(Picture(spin), R"(
-FFFFFFFFFFFFFFFFFFFFFFFF
-FHHHHHHHHHHsFHHHHHHHHHsF
-FH........ssFH.......ssF
-FH.....a..ssFH..a....ssF
-FH....aa..ssFH..aa...ssF
-FH...aaa..ssFH..aaa..ssF
-FH..aaaa..ssFH..aaaa.ssF
-FH...aaa..ssFH..aaa..ssF
-FH....aa..ssFH..aa...ssF
-FH.....a..ssFH..a....ssF
-FHssssssssssFHsssssssssF
-FsssssssssssFssssssssssF
-FFFFFFFFFFFFFFFFFFFFFFFF
+    // Raised, right half pressed, disabled.
+    const auto expected = tests::Pictures(R"(
+FFFFFFFFFFFFFFFFFFFFFFFF FFFFFFFFFFFFFFFFFFFFFFFF FFFFFFFFFFFFFFFFFFFFFFFF
+FHHHHHHHHHHsFHHHHHHHHHsF FHHHHHHHHHHsFssssssssssF FHHHHHHHHHHsFHHHHHHHHHsF
+FH........ssFH.......ssF FH........ssFs.........F FH........ssFH.......ssF
+FH.....a..ssFH..a....ssF FH.....a..ssFs.........F FH.....H..ssFH..a....ssF
+FH....aa..ssFH..aa...ssF FH....aa..ssFs...a.....F FH....aH..ssFH..a....ssF
+FH...aaa..ssFH..aaa..ssF FH...aaa..ssFs...aa....F FH...a.H..ssFH..a....ssF
+FH..aaaa..ssFH..aaaa.ssF FH..aaaa..ssFs...aaa...F FH..a..H..ssFH..a..H.ssF
+FH...aaa..ssFH..aaa..ssF FH...aaa..ssFs...aaaa..F FH.....H..ssFH..a.H..ssF
+FH....aa..ssFH..aa...ssF FH....aa..ssFs...aaa...F FH.....H..ssFH..aH...ssF
+FH.....a..ssFH..a....ssF FH.....a..ssFs...aa....F FH........ssFH.......ssF
+FHssssssssssFHsssssssssF FHssssssssssFs...a.....F FHssssssssssFHsssssssssF
+FsssssssssssFssssssssssF FsssssssssssFs.........F FsssssssssssFssssssssssF
+FFFFFFFFFFFFFFFFFFFFFFFF FFFFFFFFFFFFFFFFFFFFFFFF FFFFFFFFFFFFFFFFFFFFFFFF
 )");
+    const HWND spin = Make(kSpinClassName, 0, 24, 13);
+    EXPECT_EQ(Picture(spin), expected[0]);
     PointAt(spin, WM_LBUTTONDOWN, 20, 3);
-    EXPECT_EQ(Picture(spin), R"(
-FFFFFFFFFFFFFFFFFFFFFFFF
-FHHHHHHHHHHsFssssssssssF
-FH........ssFs.........F
-FH.....a..ssFs.........F
-FH....aa..ssFs...a.....F
-FH...aaa..ssFs...aa....F
-FH..aaaa..ssFs...aaa...F
-FH...aaa..ssFs...aaaa..F
-FH....aa..ssFs...aaa...F
-FH.....a..ssFs...aa....F
-FHssssssssssFs...a.....F
-FsssssssssssFs.........F
-FFFFFFFFFFFFFFFFFFFFFFFF
-)") << "right half pressed";
+    EXPECT_EQ(Picture(spin), expected[1]);
     PointAt(spin, WM_LBUTTONUP, 20, 3);
     EnableWindow(spin, FALSE);
-    EXPECT_EQ(Picture(spin), R"(
-FFFFFFFFFFFFFFFFFFFFFFFF
-FHHHHHHHHHHsFHHHHHHHHHsF
-FH........ssFH.......ssF
-FH.....H..ssFH..a....ssF
-FH....aH..ssFH..a....ssF
-FH...a.H..ssFH..a....ssF
-FH..a..H..ssFH..a..H.ssF
-FH.....H..ssFH..a.H..ssF
-FH.....H..ssFH..aH...ssF
-FH........ssFH.......ssF
-FHssssssssssFHsssssssssF
-FsssssssssssFssssssssssF
-FFFFFFFFFFFFFFFFFFFFFFFF
-)") << "disabled";
+    EXPECT_EQ(Picture(spin), expected[2]);
 }
 
 TEST_F(SpinControl, DrawsWithTheColoursOfItsSlots) {
