@@ -2,16 +2,17 @@
 
 // A dialog-like window that holds one control and notes what the control tells it.
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "platform/embedded/windows.h"
 #include "platform/windows_api.h"
+
 #include "tests/picture.h"
 
 namespace tests {
@@ -98,8 +99,8 @@ class ControlTest : public testing::Test {
     // What a flooded control shows of itself, before anything else is painted.
     static std::vector<LONG> Drawn(HWND control, LONG width, LONG height) {
         const HDC context = GetDC(control);
-        const auto sides = Around(
-            width, height, [&](int x, int y) { return GetPixel(context, x, y) != kParent; });
+        const auto sides =
+            Around(width, height, [&](int x, int y) { return GetPixel(context, x, y) != kParent; });
         ReleaseDC(control, context);
         return sides;
     }

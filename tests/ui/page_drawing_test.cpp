@@ -1,16 +1,16 @@
-#include "ui/page_drawing.h"
-
-#include <gtest/gtest.h>
-
 #include <set>
 #include <span>
 
-#include "core/module_state.h"
+#include <gtest/gtest.h>
+
 #include "platform/embedded/modules.h"
 #include "platform/embedded/resources.h"
 #include "platform/embedded/windows.h"
+
+#include "core/module_state.h"
 #include "tests/picture.h"
 #include "ui/about_box.h"
+#include "ui/page_drawing.h"
 
 extern "C" const std::byte ksfaxui_resources[];
 extern "C" const std::byte ksfaxui_resources_end[];

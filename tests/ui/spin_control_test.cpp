@@ -113,8 +113,8 @@ TEST_F(SpinControl, TellsTheHalfPressedWhicheverWayItGoes) {
         const bool isVertical = (style & SPINS_VERTICAL) != 0;
         const HWND spin = Make(kSpinClassName, style, isVertical ? 15 : 24, isVertical ? 20 : 13);
         PointAt(spin, WM_LBUTTONDOWN, x, y);
-        EXPECT_EQ(Notes(), (std::vector{Step(spin, half, position,
-                                             isVertical ? WM_VSCROLL : WM_HSCROLL)}));
+        EXPECT_EQ(Notes(),
+                  (std::vector{Step(spin, half, position, isVertical ? WM_VSCROLL : WM_HSCROLL)}));
         PointAt(spin, WM_LBUTTONUP, x, y);
         DestroyWindow(spin);
     }
@@ -310,17 +310,22 @@ TEST_F(SpinControl, RepaintsWhatChangesAtOnce) {
         EXPECT_EQ(Timers(), 0u);
     });
     check(vertical, 15, 20,
-          {{WM_LBUTTONDOWN, 0, 7, 3, {0, 0, 15, 11}}, {WM_MOUSEMOVE, 0, 7, 15, {0, 0, 15, 11}},
-           {WM_LBUTTONUP, 0, 7, 15, {0, 0, 15, 11}}, {WM_LBUTTONDOWN, 0, 7, 15, {0, 10, 15, 20}},
-           {WM_LBUTTONUP, 0, 7, 15, {0, 10, 15, 20}}, {WM_ENABLE, FALSE, 0, 0, {0, 0, 15, 20}},
+          {{WM_LBUTTONDOWN, 0, 7, 3, {0, 0, 15, 11}},
+           {WM_MOUSEMOVE, 0, 7, 15, {0, 0, 15, 11}},
+           {WM_LBUTTONUP, 0, 7, 15, {0, 0, 15, 11}},
+           {WM_LBUTTONDOWN, 0, 7, 15, {0, 10, 15, 20}},
+           {WM_LBUTTONUP, 0, 7, 15, {0, 10, 15, 20}},
+           {WM_ENABLE, FALSE, 0, 0, {0, 0, 15, 20}},
            {SPIN_SETCOLOR, 0, 0, 0, {0, 0, 15, 20}}});
     EXPECT_EQ(Notes().size(), 2u);
     DestroyWindow(vertical);
     const HWND horizontal = Make(kSpinClassName, 0, 24, 13);
     machine->windows().Settle();
     check(horizontal, 24, 13,
-          {{WM_LBUTTONDOWN, 0, 3, 3, {0, 0, 13, 13}}, {WM_LBUTTONUP, 0, 3, 3, {0, 0, 13, 13}},
-           {WM_LBUTTONDOWN, 0, 20, 3, {12, 0, 24, 13}}, {WM_LBUTTONUP, 0, 20, 3, {12, 0, 24, 13}}});
+          {{WM_LBUTTONDOWN, 0, 3, 3, {0, 0, 13, 13}},
+           {WM_LBUTTONUP, 0, 3, 3, {0, 0, 13, 13}},
+           {WM_LBUTTONDOWN, 0, 20, 3, {12, 0, 24, 13}},
+           {WM_LBUTTONUP, 0, 20, 3, {12, 0, 24, 13}}});
 }
 
 TEST_F(SpinControl, DrawsHorizontalHalvesAlike) {
@@ -369,9 +374,9 @@ TEST_F(SpinControl, DrawsWithTheColoursOfItsSlots) {
 }
 
 TEST_F(SpinControl, RepeatsNothingWhenTheTargetEndsThePress) {
-    for (const auto end : {+[](HWND spin) { DestroyWindow(spin); },
-                           +[](HWND spin) { EnableWindow(spin, FALSE); },
-                           +[](HWND spin) { PointAt(spin, WM_LBUTTONUP, 7, 3); }}) {
+    for (const auto end :
+         {+[](HWND spin) { DestroyWindow(spin); }, +[](HWND spin) { EnableWindow(spin, FALSE); },
+          +[](HWND spin) { PointAt(spin, WM_LBUTTONUP, 7, 3); }}) {
         const HWND spin = MakeVertical();
         OnNote([&] { end(spin); });
         PointAt(spin, WM_LBUTTONDOWN, 7, 3);

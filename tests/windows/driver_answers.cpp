@@ -413,8 +413,8 @@ std::string Controls() {
         pictures.Show("all", kPanelClassName, raised | PANELS_FILLED | PANELS_FRAMED, TEXT("2,0,0"),
                       16, 11);
         pictures.Show("no room", kPanelClassName, raised | PANELS_FILLED, TEXT("9,0,0"), 10, 7);
-        pictures.Show("framed without room", kPanelClassName, raised | PANELS_FRAMED,
-                      TEXT("9,0,0"), 10, 7);
+        pictures.Show("framed without room", kPanelClassName, raised | PANELS_FRAMED, TEXT("9,0,0"),
+                      10, 7);
         for (const DWORD more : {DWORD{0}, PANELS_FRAMED, PANELS_FILLED}) {
             pictures.Show("captioned", kPanelClassName, raised | PANELS_CAPTIONED | more,
                           TEXT("2,0,0"), 20, 15);
