@@ -231,12 +231,14 @@ TEST_F(PrinterDataTest, SavesAnOlderRecordInTheCurrentVersion) {
     EXPECT_EQ(stored.installableSelections[2], 0);
 
     // A record of this version or a later one keeps its version and size, whatever they are.
-    record.version = 300;
-    record.size = 9000;
-    fax.StoreDeviceRecord(record);
-    ASSERT_TRUE(Save());
-    EXPECT_EQ(fax.StoredDeviceRecord().version, 300);
-    EXPECT_EQ(fax.StoredDeviceRecord().size, 9000);
+    for (const uint16_t version : {260, 300}) {
+        record.version = version;
+        record.size = 9000;
+        fax.StoreDeviceRecord(record);
+        ASSERT_TRUE(Save());
+        EXPECT_EQ(fax.StoredDeviceRecord().version, version);
+        EXPECT_EQ(fax.StoredDeviceRecord().size, 9000);
+    }
 }
 
 TEST_F(PrinterDataTest, CountsARecordAsSavedWhetherOrNotTheSpoolerTakesIt) {

@@ -42,6 +42,7 @@ TEST(HeaderKeywords, StoreTheirFields) {
         {"*DefaultUseReprint: True\n", FIELD(MakerFlags), 0x10},
         {"*DefaultUsePrinterFonts: True\n", FIELD(MakerFlags), 0x20},
         {"*FreeVM: \"65536\"\n", FIELD(FreeVM), 102400},
+        {"*FreeVM: \"102401\"\n", FIELD(FreeVM), 102401},
         {"*PrinterCaps: 12x\n", FIELD(PrinterCaps), 12},
         {"*PrintRateA4: 65543\n", FIELD(PrintRateA4), 7},
         {"*PrintRateLetter: fast\n*PrintRateLetter: 6\n", FIELD(PrintRateLetter), 0},
