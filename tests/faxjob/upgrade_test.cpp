@@ -365,7 +365,7 @@ TEST_F(UpgradeTest, GivesEverythingBackWhateverFails) {
     EXPECT_GE(failures, 6u);
 }
 
-TEST_F(UpgradeTest, RunsWhileOthersAskCapabilities) {
+TEST_F(UpgradeTest, RunsWhileOtherThreadsAskCapabilities) {
     fax.AddPrinter(u"Other", u"C:\\Ppd\\OTHER.PPD", kFaxPpd);
     std::atomic<unsigned> wrong = 0;
     const auto upgrade = [&] {

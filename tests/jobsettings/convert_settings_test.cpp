@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include <gtest/gtest.h>
 
 #include "jobsettings/job_settings.h"
@@ -200,6 +202,22 @@ TEST_F(Converting, ReadsNoHeaderThatIsNotThere) {
     EXPECT_FALSE(DrvConvertDevMode(nullptr, AsDevMode(current),
                                    reinterpret_cast<DEVMODEW*>(one.get()), &bytes, CDM_CONVERT));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+TEST(MembersOfARecord, CountOnlyWhenItsPublicPartHoldsThem) {
+    const RecordBytes bytes = Filled(220, 0, 0x11);
+    JobSettings record{};
+    std::memcpy(&record, bytes.data(), bytes.size());
+    const struct {
+        WORD size;
+        DWORD fields;
+        short paper;
+    } rows[] = {{75, 0, 0}, {76, 0x11111111, 0}, {79, 0x11111111, 0}, {80, 0x11111111, 0x1111}};
+    for (const auto& row : rows) {
+        record.devMode.dmSize = row.size;
+        EXPECT_EQ(FieldsOf(&record.devMode), row.fields) << row.size;
+        EXPECT_EQ(PaperSizeOf(&record.devMode), row.paper) << row.size;
+    }
 }
 
 TEST_F(Converting, MakesTheEarlierShape) {
