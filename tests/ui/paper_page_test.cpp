@@ -32,6 +32,15 @@ class PaperPage : public SheetTest {
     JobSettings& SettingsOf(HWND page) {
         return reinterpret_cast<PrinterSession*>(GetWindowLongPtrW(page, DWLP_USER))->jobSettings;
     }
+    // What coming up and restoring the defaults both set.
+    static void ExpectMarkedAsDefaults(const JobSettings& settings) {
+        const PrivateJobSettings& part = PrivatePart(settings);
+        EXPECT_EQ(settings.devMode.dmScale, 100);
+        EXPECT_EQ(part.collateRequested, 0);
+        EXPECT_EQ(part.counterGate, 0);
+        EXPECT_EQ(part.paperChanged, 1u);
+        EXPECT_EQ(part.defaultsMarker, 1);
+    }
     // Whether the page told its sheet of a change in the middle of `act`.
     bool Notifies(Sheet& sheet, const std::function<void()>& act) {
         changes = 0;
@@ -74,9 +83,7 @@ TEST_F(PaperPage, ComesUpWithWhatTheSettingsSay) {
             EXPECT_FALSE(sheet.changed());
             const PrivateJobSettings& part = PrivatePart(SettingsOf(page));
             EXPECT_EQ(part.pagePaperSize, 9);
-            EXPECT_EQ(part.paperChanged, 1u);
-            EXPECT_EQ(part.defaultsMarker, 1);
-            EXPECT_EQ(SettingsOf(page).devMode.dmScale, 100);
+            ExpectMarkedAsDefaults(SettingsOf(page));
 
             // The sheet has an OK, Cancel and Help of its own; Default stands where Help was.
             RECT restore{};
@@ -111,11 +118,7 @@ TEST_F(PaperPage, TakesTheFirstPaperForOneThatIsNotListed) {
                 EXPECT_EQ(BeginPaperPage(&session).paperCode, 1u);
                 EXPECT_EQ(settings.dmPaperSize, 1);
                 EXPECT_EQ(part.pagePaperSize, 1);
-                EXPECT_EQ(settings.dmScale, 100);
-                EXPECT_EQ(part.collateRequested, 0);
-                EXPECT_EQ(part.counterGate, 0);
-                EXPECT_EQ(part.paperChanged, 1u);
-                EXPECT_EQ(part.defaultsMarker, 1);
+                ExpectMarkedAsDefaults(session.jobSettings);
             },
             &input);
     }
@@ -208,15 +211,11 @@ TEST_F(PaperPage, RestoresTheDefaults) {
         EXPECT_EQ(part.faxResolution, 0u);
         EXPECT_EQ(settings.dmCollate, 0);
         EXPECT_EQ(settings.dmCopies, 1);
-        EXPECT_EQ(settings.dmScale, 100);
+        ExpectMarkedAsDefaults(SettingsOf(page));
         EXPECT_EQ(settings.dmDefaultSource, 7) << "automatic, in a description without sources";
         EXPECT_EQ(part.source1, 7);
         EXPECT_EQ(part.source2, 7);
         EXPECT_EQ(part.mediaType, 3);
-        EXPECT_EQ(part.collateRequested, 0);
-        EXPECT_EQ(part.counterGate, 0);
-        EXPECT_EQ(part.paperChanged, 1u);
-        EXPECT_EQ(part.defaultsMarker, 1);
         EXPECT_EQ(part.pagesPerSheetOut, 1);
         EXPECT_EQ(part.pagesPerSheet, 1);
         EXPECT_EQ(part.defaultsMarkerOut, 1);
