@@ -24,6 +24,7 @@
 #include "core/module_state.h"
 #include "core/printer_data.h"
 #include "description/printer_description.h"
+#include "tests/faults.h"
 #include "tool/loaded_driver.h"
 
 // A fax device with four papers (one of no size), two resolutions, two sources, installed memory
@@ -190,50 +191,22 @@ class FaxMachine {
         return machine.OpenNow();
     }
 
-    // Runs `action` as it is, and then again for each platform call that it made, with that call
-    // failing, alone and with all after it; `prepare` goes before each. Nothing may stay taken,
-    // locked or impersonated, whatever fails. `check` sees the name of a call that failed alone,
-    // "" for the first run.
+    // UnderFaults for what takes a printer handle: nothing may stay locked or impersonated either.
     void FailEachCall(const std::function<void()>& prepare, const std::function<void()>& action,
                       const std::function<void(const std::string& failed)>& check) {
-        prepare();
-        action();  // the description's cache file is there from here on
-        check("");
-        prepare();
-        const embedded::Leaks before = OpenWithoutCache();
-        machine.faults.Count();
-        action();
-        const std::vector<std::string> names = machine.faults.names();
-        machine.faults.Clear();
-        check("");
-        EXPECT_EQ(OpenWithoutCache(), before);
-        ASSERT_GT(names.size(), 10u);
-        for (const bool andAllLater : {false, true}) {
-            for (unsigned n = 1; n <= names.size(); ++n) {
-                prepare();
-                (void)OpenWithoutCache();
-                machine.faults.FailNthCall(n, andAllLater);
-                action();
-                const bool struck = machine.faults.struck();
-                machine.faults.Clear();
-                SCOPED_TRACE("call " + std::to_string(n) + ", " + names[n - 1] +
-                             (andAllLater ? " and all later" : ""));
-                EXPECT_TRUE(struck);
-                if (!andAllLater) {
-                    check(names[n - 1]);
-                }
-                EXPECT_EQ(OpenWithoutCache(), before);
-                EXPECT_FALSE(embedded::IsHeldByAnyone(ksfax::moduleLock));
-                EXPECT_TRUE(machine.spooler().ThreadActsForClient());
-            }
-        }
+        UnderFaults(machine, {.prepare = prepare,
+                              .act = action,
+                              .holds =
+                                  [&](const FailedCall& failed) {
+                                      if (!failed.andAllLater) {
+                                          check(failed.name);
+                                      }
+                                      EXPECT_FALSE(embedded::IsHeldByAnyone(ksfax::moduleLock));
+                                      EXPECT_TRUE(machine.spooler().ThreadActsForClient());
+                                  },
+                              .open = [this] { return OpenWithoutCache(); }});
     }
 
     embedded::Machine machine;
     tool::LoadedDriver driver{machine};
 };
-
-inline std::ostream& operator<<(std::ostream& out, const embedded::Leaks& leaks) {
-    return out << leaks.handles << " handles, " << leaks.views << " views, " << leaks.globalBlocks
-               << " blocks, " << leaks.heaps << " heaps, " << leaks.modules << " modules";
-}

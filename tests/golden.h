@@ -1,0 +1,43 @@
+#pragma once
+
+// Recorded results: whole answers kept as text files in tests/golden, which a reviewer reads as
+// the difference that a change makes. `./dev renew` writes them anew.
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+// Whether `actual` is what tests/golden/`name` holds. On failure the first line that differs is
+// told. With KSFAX_RENEW in the environment the file is written instead.
+inline testing::AssertionResult IsRecorded(const std::string& name, const std::string& actual) {
+    const std::filesystem::path file = std::filesystem::path(SOURCE_FOLDER) / "tests/golden" / name;
+    if (std::getenv("KSFAX_RENEW") != nullptr) {
+        std::filesystem::create_directories(file.parent_path());
+        std::ofstream(file, std::ios::binary) << actual;
+        return testing::AssertionSuccess();
+    }
+    std::ifstream stream(file, std::ios::binary);
+    const std::string recorded{std::istreambuf_iterator<char>(stream), {}};
+    if (recorded == actual) {
+        return testing::AssertionSuccess();
+    }
+    std::istringstream recordedLines(recorded);
+    std::istringstream actualLines(actual);
+    std::string expected;
+    std::string found;
+    int line = 0;
+    do {
+        ++line;
+        expected = found = "(end)";
+        std::getline(recordedLines, expected);
+        std::getline(actualLines, found);
+    } while (expected == found && (recordedLines || actualLines));
+    return testing::AssertionFailure()
+           << "tests/golden/" << name << ":" << line << ": recorded: " << expected
+           << "\n  now: " << found << "\n(./dev renew records what is now; look at git diff then)";
+}
