@@ -136,6 +136,9 @@ BOOL GetClientRect(HWND window, RECT* rect);
 BOOL GetWindowRect(HWND window, RECT* rect);
 BOOL ScreenToClient(HWND window, POINT* point);
 BOOL ClientToScreen(HWND window, POINT* point);
+// Null for the screen. How far the points moved, in two words. No window is mirrored here, where
+// two points would be a rectangle whose sides change places.
+int MapWindowPoints(HWND from, HWND to, POINT* points, UINT count);
 BOOL MoveWindow(HWND window, int x, int y, int width, int height, BOOL repaint);
 BOOL PtInRect(const RECT* rect, POINT point);
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
+#include <span>
 #include <utility>
 
 #include "platform/embedded/api_kernel.h"
@@ -324,8 +324,7 @@ HWND InsertWindow(const std::shared_ptr<Window>& window) {
 void ForgetWindow(const std::shared_ptr<Window>& window) {
     const auto parent = window->IsChild() ? FindWindowOf(window->parent) : nullptr;
     std::erase(parent ? parent->children : State().topLevel, window->self);
-    std::erase_if(State().timers,
-                  [&](const Timer& timer) { return timer.window == window->self; });
+    std::erase_if(State().timers, [&](const Timer& timer) { return timer.window == window->self; });
     if (State().focus == window->self) {
         State().focus = nullptr;
     }
@@ -817,54 +816,53 @@ LRESULT DefWindowProcW(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) 
     }
     const auto systemBrush = [](int color) { return static_cast<LRESULT>(color + 1); };
     switch (message) {
-        case WM_NCCREATE: {
-            const LPCWSTR text = reinterpret_cast<const CREATESTRUCTW*>(lParam)->lpszName;
-            window->text = text != nullptr ? text : u"";
-            return TRUE;
-        }
-        case WM_SETTEXT: {
-            const auto text = reinterpret_cast<LPCWSTR>(lParam);
-            window->text = text != nullptr ? text : u"";
-            window->needsFrame = true;
-            return TRUE;
-        }
-        case WM_GETTEXTLENGTH:
-            return static_cast<LRESULT>(window->text.size());
-        case WM_GETTEXT:
-            return CopyText(window->text, reinterpret_cast<LPWSTR>(lParam),
-                            static_cast<int>(wParam));
-        case WM_PAINT: {
-            PAINTSTRUCT paint;
-            BeginPaint(handle, &paint);
-            EndPaint(handle, &paint);
+    case WM_NCCREATE: {
+        const LPCWSTR text = reinterpret_cast<const CREATESTRUCTW*>(lParam)->lpszName;
+        window->text = text != nullptr ? text : u"";
+        return TRUE;
+    }
+    case WM_SETTEXT: {
+        const auto text = reinterpret_cast<LPCWSTR>(lParam);
+        window->text = text != nullptr ? text : u"";
+        window->needsFrame = true;
+        return TRUE;
+    }
+    case WM_GETTEXTLENGTH:
+        return static_cast<LRESULT>(window->text.size());
+    case WM_GETTEXT:
+        return CopyText(window->text, reinterpret_cast<LPWSTR>(lParam), static_cast<int>(wParam));
+    case WM_PAINT: {
+        PAINTSTRUCT paint;
+        BeginPaint(handle, &paint);
+        EndPaint(handle, &paint);
+        return 0;
+    }
+    case WM_ERASEBKGND: {
+        if (window->background == nullptr) {
             return 0;
         }
-        case WM_ERASEBKGND: {
-            if (window->background == nullptr) {
-                return 0;
-            }
-            const RECT client = ClientRect(*window);
-            FillRect(reinterpret_cast<HDC>(wParam), &client, window->background);
-            return 1;
-        }
-        case WM_SETREDRAW:
-            window->redraws = wParam != 0;
-            return 0;
-        case WM_CTLCOLORBTN:
-        case WM_CTLCOLORDLG:
-        case WM_CTLCOLORSTATIC:
-            SetTextColor(reinterpret_cast<HDC>(wParam), GetSysColor(COLOR_BTNTEXT));
-            SetBkColor(reinterpret_cast<HDC>(wParam), GetSysColor(COLOR_BTNFACE));
-            return systemBrush(COLOR_BTNFACE);
-        case WM_CTLCOLOREDIT:
-        case WM_CTLCOLORLISTBOX:
-            return systemBrush(COLOR_WINDOW);
-        case WM_HELP:
-        case WM_CONTEXTMENU:
-            // Both climb until somebody answers.
-            return window->IsChild() ? SendMessageW(window->parent, message, wParam, lParam) : 0;
-        default:
-            return 0;
+        const RECT client = ClientRect(*window);
+        FillRect(reinterpret_cast<HDC>(wParam), &client, window->background);
+        return 1;
+    }
+    case WM_SETREDRAW:
+        window->redraws = wParam != 0;
+        return 0;
+    case WM_CTLCOLORBTN:
+    case WM_CTLCOLORDLG:
+    case WM_CTLCOLORSTATIC:
+        SetTextColor(reinterpret_cast<HDC>(wParam), GetSysColor(COLOR_BTNTEXT));
+        SetBkColor(reinterpret_cast<HDC>(wParam), GetSysColor(COLOR_BTNFACE));
+        return systemBrush(COLOR_BTNFACE);
+    case WM_CTLCOLOREDIT:
+    case WM_CTLCOLORLISTBOX:
+        return systemBrush(COLOR_WINDOW);
+    case WM_HELP:
+    case WM_CONTEXTMENU:
+        // Both climb until somebody answers.
+        return window->IsChild() ? SendMessageW(window->parent, message, wParam, lParam) : 0;
+    default:
+        return 0;
     }
 }
 
@@ -875,22 +873,22 @@ LONG_PTR GetWindowLongPtrW(HWND handle, int index) {
         return 0;
     }
     switch (index) {
-        case GWLP_WNDPROC:
-            return reinterpret_cast<LONG_PTR>(window->procedure);
-        case GWLP_HINSTANCE:
-            return reinterpret_cast<LONG_PTR>(window->instance);
-        case GWLP_HWNDPARENT:
-            return reinterpret_cast<LONG_PTR>(window->parent);
-        case GWL_ID:
-            return window->id;
-        case GWL_STYLE:
-            return static_cast<LONG>(window->style);
-        case GWL_EXSTYLE:
-            return static_cast<LONG>(window->exStyle);
-        case GWLP_USERDATA:
-            return window->userData;
-        default:
-            break;
+    case GWLP_WNDPROC:
+        return reinterpret_cast<LONG_PTR>(window->procedure);
+    case GWLP_HINSTANCE:
+        return reinterpret_cast<LONG_PTR>(window->instance);
+    case GWLP_HWNDPARENT:
+        return reinterpret_cast<LONG_PTR>(window->parent);
+    case GWL_ID:
+        return window->id;
+    case GWL_STYLE:
+        return static_cast<LONG>(window->style);
+    case GWL_EXSTYLE:
+        return static_cast<LONG>(window->exStyle);
+    case GWLP_USERDATA:
+        return window->userData;
+    default:
+        break;
     }
     LONG_PTR value = 0;
     if (index < 0 || static_cast<size_t>(index) + sizeof value > window->extra.size()) {
@@ -909,23 +907,23 @@ LONG_PTR SetWindowLongPtrW(HWND handle, int index, LONG_PTR value) {
     }
     const LONG_PTR before = GetWindowLongPtrW(handle, index);
     switch (index) {
-        case GWLP_WNDPROC:
-            window->procedure = reinterpret_cast<WNDPROC>(value);
-            return before;
-        case GWL_ID:
-            window->id = value;
-            return before;
-        case GWL_STYLE:
-            window->style = static_cast<DWORD>(value);
-            return before;
-        case GWL_EXSTYLE:
-            window->exStyle = static_cast<DWORD>(value);
-            return before;
-        case GWLP_USERDATA:
-            window->userData = value;
-            return before;
-        default:
-            break;
+    case GWLP_WNDPROC:
+        window->procedure = reinterpret_cast<WNDPROC>(value);
+        return before;
+    case GWL_ID:
+        window->id = value;
+        return before;
+    case GWL_STYLE:
+        window->style = static_cast<DWORD>(value);
+        return before;
+    case GWL_EXSTYLE:
+        window->exStyle = static_cast<DWORD>(value);
+        return before;
+    case GWLP_USERDATA:
+        window->userData = value;
+        return before;
+    default:
+        break;
     }
     if (index < 0 || static_cast<size_t>(index) + sizeof value > window->extra.size()) {
         SetLastError(ERROR_INVALID_INDEX);
@@ -1037,6 +1035,22 @@ BOOL ClientToScreen(HWND handle, POINT* point) {
     const POINT origin = ClientOrigin(*window);
     *point = {point->x + origin.x, point->y + origin.y};
     return TRUE;
+}
+
+int MapWindowPoints(HWND from, HWND to, POINT* points, UINT count) {
+    static CallSite call("MapWindowPoints");
+    const auto source = from != nullptr ? Require(from) : nullptr;
+    const auto target = to != nullptr ? Require(to) : nullptr;
+    if (call.Fails() || (from != nullptr && !source) || (to != nullptr && !target)) {
+        return 0;
+    }
+    const POINT start = source ? ClientOrigin(*source) : POINT{};
+    const POINT end = target ? ClientOrigin(*target) : POINT{};
+    const POINT shift{start.x - end.x, start.y - end.y};
+    for (POINT& point : std::span(points, count)) {
+        point = {point.x + shift.x, point.y + shift.y};
+    }
+    return MAKELONG(shift.x, shift.y);
 }
 
 BOOL MoveWindow(HWND handle, int x, int y, int width, int height, BOOL repaint) {
@@ -1194,9 +1208,8 @@ UINT_PTR SetTimer(HWND handle, UINT_PTR id, UINT milliseconds, TIMERPROC callbac
     }
     const unsigned period = std::max(milliseconds, kShortestTimer);
     auto& timers = State().timers;
-    std::erase_if(timers, [&](const Timer& timer) {
-        return timer.window == handle && timer.id == id;
-    });
+    std::erase_if(timers,
+                  [&](const Timer& timer) { return timer.window == handle && timer.id == id; });
     timers.push_back({handle, id, period, State().now + period});
     return id != 0 ? id : 1;
 }
