@@ -45,6 +45,17 @@ target_compile_definitions(tool PUBLIC KSFAX_VERSION="${PROJECT_VERSION}")
 add_executable(ksfax tool/main.cpp)
 target_link_libraries(ksfax PRIVATE tool)
 
+# What a package of the program holds.
+set(CMAKE_INSTALL_DOCDIR share/doc/ksfax CACHE PATH "Documents")
+include(GNUInstallDirs)
+install(TARGETS ksfax)
+install(FILES docs/ksfax.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES docs/ksfax.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ksfax)
+install(FILES LICENSE README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR}
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN "*.PDC" EXCLUDE)
+
 if(KSFAX_TESTS)
   enable_testing()
   find_package(GTest REQUIRED)

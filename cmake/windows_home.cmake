@@ -9,8 +9,9 @@ target_compile_options(KSFAXUI PRIVATE
   $<$<COMPILE_LANGUAGE:CXX>:${DRIVER_OPTIONS} -ffunction-sections -fdata-sections>)
 target_compile_definitions(KSFAXUI PRIVATE UNICODE _UNICODE)
 # --exclude-all-symbols: what the .def file names and nothing else.
+# --no-insert-timestamp: the same sources give the same bytes.
 target_link_options(KSFAXUI PRIVATE ${STATIC_RUNTIME} -s
-  -Wl,--gc-sections,--exclude-all-symbols,--dynamicbase,--high-entropy-va,--nxcompat)
+  -Wl,--no-insert-timestamp,--gc-sections,--exclude-all-symbols,--dynamicbase,--high-entropy-va,--nxcompat)
 target_link_libraries(KSFAXUI PRIVATE winspool ntdll)
 set_target_properties(KSFAXUI PROPERTIES PREFIX "" SUFFIX ".DLL")
 set_source_files_properties(resources/ksfaxui.rc PROPERTIES
