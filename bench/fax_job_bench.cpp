@@ -12,14 +12,13 @@
 #include "platform/embedded/modules.h"
 #include "platform/owned.h"
 
-#include "faxjob/document_event.h"
-#include "faxjob/fax_job_data.h"
+#include "faxjob/companion.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-INT_PTR Accept(ksfax::DialModuleRecord*) {
+INT_PTR Accept(DialModuleRecord*) {
     return 1;
 }
 
@@ -28,7 +27,7 @@ INT_PTR Accept(ksfax::DialModuleRecord*) {
 void WriteReceivers(const embedded::Machine& machine, unsigned receivers) {
     std::ofstream ini(machine.driveC() / "Windows" / "KSFAXJOB.INI", std::ios::binary);
     ini << "[FAXDATA]\r\nDIR=C:\\Fax\r\n[DIALLIST]\r\nNum=" << receivers << "\r\n";
-    const unsigned inFile = receivers > ksfax::kShortListLimit ? 0 : receivers;
+    const unsigned inFile = receivers > KSFAX_SHORT_LIST ? 0 : receivers;
     for (unsigned i = 1; i <= inFile; ++i) {
         ini << "Name" << i << "=Receiver " << i << "\r\nNumber" << i << "=555" << i << "\r\n";
     }
@@ -49,8 +48,8 @@ void DocumentEvent(benchmark::State& state, INT measured) {
     embedded::Machine machine;
     machine.modules().Install(
         {.path = TEXT("C:\\Windows\\System32\\KSFAXDLG.DLL"),
-         .exports = {{ksfax::kDialOperation, platform::FunctionCast<FARPROC>(Accept)},
-                     {ksfax::kCoverOperation, platform::FunctionCast<FARPROC>(Accept)}},
+         .exports = {{KSFAX_DIAL_OPERATION, platform::FunctionCast<FARPROC>(Accept)},
+                     {KSFAX_COVER_OPERATION, platform::FunctionCast<FARPROC>(Accept)}},
          .resources = {}});
     HANDLE printer = reinterpret_cast<HANDLE>(0x2C1F40);
     uint64_t operations = 0;

@@ -1,9 +1,13 @@
-#include "faxjob/document_event.h"
+// The document events: the graphics engine calls DrvDocumentEvent in the printing application's
+// process, on the thread that drives the device context. At the start of a document the fax
+// dialog of the companion module runs and its choices become a self-contained set of job files;
+// at the end the companion module makes the cover page from them. The driver never fails a
+// document itself: a cancelled dialog is recorded in the fax job file, for those who process
+// the spooled job.
 
-#include <cstring>
+#include "platform/windows_api.h"
 
-#include "platform/owned.h"
-
+#include "faxjob/companion_call.h"
 #include "faxjob/fax_job_data.h"
 #include "jobsettings/job_settings.h"
 
@@ -11,74 +15,43 @@ namespace ksfax {
 
 namespace {
 
-constexpr int kFewestMaximumReceivers = 50;
-constexpr int kMostMaximumReceivers = 999;
-
-// Module handles below this are the error codes of a failed load.
-constexpr UINT_PTR kFirstModuleHandle = 32;
-
 // Confirms the application's own record as the one to create the device context with, when it
 // carries this driver's private part.
 void ConfirmJobSettings(const DOCEVENT_CREATEDCPRE* created, DEVMODEW** confirmed) {
-    if (created == nullptr || created->pdm == nullptr || confirmed == nullptr) {
-        return;
-    }
-    const auto* record = reinterpret_cast<const BYTE*>(created->pdm);
-    uint32_t signature;
-    std::memcpy(&signature, record + created->pdm->dmSize + offsetof(PrivateJobSettings, signature),
-                sizeof signature);
-    if (signature == kPrivateSignature) {
+    if (created != nullptr && created->pdm != nullptr && confirmed != nullptr &&
+        HasPrivatePart(created->pdm)) {
         *confirmed = created->pdm;
     }
 }
 
 uint16_t ReadMaximumReceivers() {
-    const UINT stored = GetPrivateProfileIntW(kDriverSection, kMaximumReceiversKey,
-                                              kFewestMaximumReceivers, kFaxJobFile);
+    const UINT stored = GetPrivateProfileIntW(TEXT(KSFAX_DRIVER_SECTION), TEXT(KSFAX_MAXIMUM_KEY),
+                                              KSFAX_LEAST_MAXIMUM, TEXT(KSFAX_JOB_FILE));
     // The dialog's field has 16 bits and older settings rely on the number being cut to them,
     // but a negative number is a mistake whatever its low bits are.
     const auto maximum = static_cast<uint16_t>(stored);
-    const bool usable = static_cast<INT>(stored) >= 0 && maximum >= kFewestMaximumReceivers &&
-                        maximum <= kMostMaximumReceivers;
-    return usable ? maximum : static_cast<uint16_t>(kFewestMaximumReceivers);
+    const bool usable = static_cast<INT>(stored) >= 0 && maximum >= KSFAX_LEAST_MAXIMUM &&
+                        maximum <= KSFAX_LARGEST_MAXIMUM;
+    return usable ? maximum : uint16_t{KSFAX_LEAST_MAXIMUM};
 }
 
 void MarkCancelled(bool cancelled) {
-    (void)WritePrivateProfileStringW(kDriverSection, kCancelledKey,
-                                     cancelled ? TEXT("1") : TEXT("0"), kFaxJobFile);
+    (void)WritePrivateProfileStringW(TEXT(KSFAX_DRIVER_SECTION), TEXT(KSFAX_CANCELLED_KEY),
+                                     cancelled ? TEXT("1") : TEXT("0"), TEXT(KSFAX_JOB_FILE));
 }
 
 void StartDocument(HANDLE printer) {
-    DialModuleRecord record;
+    DialModuleRecord record = {};
     record.maximumReceivers = ReadMaximumReceivers();
     // Cancelled until the dialog says otherwise, also when it never returns.
     MarkCancelled(true);
-    (void)WritePrivateProfileStringW(kDataSection, kSnapshotKey, TEXT(""), kFaxJobFile);
-    MarkCancelled(CallDialModule(kDialOperation, record) == 0);
+    (void)WritePrivateProfileStringW(TEXT(KSFAX_DATA_SECTION), TEXT(KSFAX_SNAPSHOT_KEY), TEXT(""),
+                                     TEXT(KSFAX_JOB_FILE));
+    MarkCancelled(CallCompanion(KSFAX_DIAL_OPERATION, record) == 0);
     PrepareFaxJobFiles(printer);
 }
 
-void ShowLastError(DWORD code) {
-    WCHAR text[16];
-    wsprintfW(text, TEXT("%d"), code);
-    MessageBoxW(nullptr, text, TEXT("ERROR1"), MB_OK);
-}
-
 }  // namespace
-
-INT_PTR CallDialModule(LPCSTR operation, DialModuleRecord& record) {
-    HMODULE handle = LoadLibraryW(kDialModuleName);
-    if (reinterpret_cast<UINT_PTR>(handle) < kFirstModuleHandle) {
-        return 0;
-    }
-    platform::LoadedModule module(handle);
-    FARPROC address = GetProcAddress(module.get(), operation);
-    if (address == nullptr) {
-        ShowLastError(GetLastError());
-        return 0;
-    }
-    return platform::FunctionCast<DialModuleOperation>(address)(&record);
-}
 
 }  // namespace ksfax
 

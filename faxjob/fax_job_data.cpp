@@ -2,179 +2,144 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <string_view>
 
 #include "platform/owned.h"
 
 #include "description/printer_description.h"
-#include "faxjob/document_event.h"
+#include "faxjob/companion_call.h"
 
 namespace ksfax {
 
 namespace {
 
-// The published block: the 8-byte value of the handle that keeps it alive, valid in the process
-// that made it, then the snapshot's path in UTF-16 with its terminator.
-constexpr size_t kPublishedPathOffset = 8;
-static_assert(sizeof(HANDLE) == kPublishedPathOffset);
-
-// A path put together from pieces. Nothing is cut: the longest piece, a folder or file of the
-// platform, has 259 characters, and what is added to it is short.
-class JobPath {
-  public:
-    JobPath() = default;
-    explicit JobPath(LPCWSTR text) { Append(text); }
-
-    JobPath& Append(LPCWSTR text) {
-        while (*text != 0 && length_ + 1 < kCapacity) {
-            text_[length_++] = *text++;
-        }
-        text_[length_] = 0;
-        return *this;
-    }
-
-    // At least two digits.
-    JobPath& AppendNumber(UINT number) {
-        WCHAR digits[16];
-        wsprintfW(digits, TEXT("%02u"), number);
-        return Append(digits);
-    }
-
-    void Cut(size_t length) {
-        length_ = std::min(length, length_);
-        text_[length_] = 0;
-    }
-
-    LPCWSTR text() const { return text_; }
-    size_t length() const { return length_; }
-    bool empty() const { return length_ == 0; }
-
-  private:
-    static constexpr size_t kCapacity = MAX_PATH + 32;
-    WCHAR text_[kCapacity] = {};
-    size_t length_ = 0;
+// A path of the platform, at most 259 characters, or one with a short name put behind it, at most
+// 19 characters ("\Dial4294967295.ini"): nothing here is ever cut. Empty where there is none.
+struct JobPath {
+    WCHAR text[MAX_PATH + 32] = {};
 };
+static_assert(MAX_PATH == KSFAX_PATH_ROOM && sizeof(HANDLE) == sizeof PublishedJob::creator);
+
+size_t LengthOf(const JobPath& path) {
+    return std::basic_string_view<WCHAR>(path.text).size();
+}
 
 JobPath InFolder(const JobPath& folder, LPCWSTR file) {
-    return JobPath(folder.text()).Append(TEXT("\\")).Append(file);
+    JobPath path;
+    wsprintfW(path.text, TEXT("%s\\%s"), folder.text, file);
+    return path;
 }
 
 JobPath ReadPath(LPCWSTR section, LPCWSTR key) {
-    WCHAR path[MAX_PATH] = {};
-    GetPrivateProfileStringW(section, key, TEXT(""), path, MAX_PATH, kFaxJobFile);
-    return JobPath(path);
+    JobPath path;
+    GetPrivateProfileStringW(section, key, TEXT(""), path.text, MAX_PATH, TEXT(KSFAX_JOB_FILE));
+    return path;
 }
 
 UINT ReadNumber(LPCWSTR section, LPCWSTR key) {
-    return GetPrivateProfileIntW(section, key, 0, kFaxJobFile);
+    return GetPrivateProfileIntW(section, key, 0, TEXT(KSFAX_JOB_FILE));
 }
 
+// A null value deletes the key.
 void WriteDataKey(LPCWSTR key, LPCWSTR value) {
-    (void)WritePrivateProfileStringW(kDataSection, key, value, kFaxJobFile);
+    (void)WritePrivateProfileStringW(TEXT(KSFAX_DATA_SECTION), key, value, TEXT(KSFAX_JOB_FILE));
 }
 
-void DeleteDataKey(LPCWSTR key) {
-    (void)WritePrivateProfileStringW(kDataSection, key, nullptr, kFaxJobFile);
+// Makes a new empty file in the fax data folder. False when no name could be reserved.
+[[nodiscard]] bool ReserveJobFile(const JobPath& folder, JobPath* file) {
+    return GetTempFileNameW(folder.text, TEXT(KSFAX_FILE_PREFIX), 0, file->text) != 0;
 }
 
-// A new empty file in the fax data folder; empty when no name could be reserved.
-JobPath ReserveJobFile(const JobPath& folder) {
-    WCHAR name[MAX_PATH] = {};
-    if (GetTempFileNameW(folder.text(), TEXT("Kes"), 0, name) == 0) {
-        return JobPath();
-    }
-    return JobPath(name);
+// Copies over an existing target, which keeps no read-only or hidden mark of its source. The
+// target's name stands in the fax job file whether or not there was something to copy.
+void CopyJobFile(const JobPath& source, const JobPath& target) {
+    (void)CopyFileW(source.text, target.text, FALSE);
+    (void)SetFileAttributesW(target.text, FILE_ATTRIBUTE_NORMAL);
 }
 
-// Copies over an existing target and gives it those attributes alone, so that a copy never keeps
-// a read-only or hidden mark of its source. The result is the copy's.
-bool CopyJobFile(LPCWSTR source, LPCWSTR target, DWORD attributes) {
-    const bool copied = CopyFileW(source, target, FALSE) != 0;
-    (void)SetFileAttributesW(target, attributes);
-    return copied;
-}
-
-// When the switch under `switchKey` is on, copies the file that `source()` names to a file of the
-// job's own and names that under `key`. A key that would name no file is deleted rather than left
-// as it was: the previous job's cover must not go out with this fax.
-template <typename Source>
-void AddCopy(const JobPath& folder, LPCWSTR switchKey, Source source, LPCWSTR key) {
+// When the switch under `switchKey` is on, copies `source` to a file of the job's own and names
+// that under `key`. A key that would name no file is deleted rather than left as it was: the
+// previous job's cover must not go out with this fax.
+void AddCopy(const JobPath& folder, LPCWSTR switchKey, const JobPath& source, LPCWSTR key) {
     JobPath copy;
-    if (ReadNumber(kCoverSection, switchKey) != 0) {
-        copy = ReserveJobFile(folder);
-    }
-    if (copy.empty()) {
-        DeleteDataKey(key);
+    if (ReadNumber(TEXT(KSFAX_COVER_SECTION), switchKey) == 0 || !ReserveJobFile(folder, &copy)) {
+        WriteDataKey(key, nullptr);
         return;
     }
-    (void)CopyJobFile(source().text(), copy.text(), FILE_ATTRIBUTE_NORMAL);
-    WriteDataKey(key, copy.text());
+    CopyJobFile(source, copy);
+    WriteDataKey(key, copy.text);
 }
 
 // Renames Dial01.ini, Dial02.ini ... to <stem>_01.ini, <stem>_02.ini ... up to the first that is
-// not there. The names are built here and not by formatting with the stored pattern: a percent
-// sign in the folder's name must stay a percent sign.
+// not there. The stored pattern is not what the names are formatted with: a percent sign in the
+// folder's name must stay a percent sign.
 void RenameDialFiles(const JobPath& folder, const JobPath& stem) {
     for (UINT number = 1;; ++number) {
-        const JobPath from =
-            InFolder(folder, TEXT("Dial")).AppendNumber(number).Append(TEXT(".ini"));
-        const JobPath to =
-            JobPath(stem.text()).Append(TEXT("_")).AppendNumber(number).Append(TEXT(".ini"));
-        if (!MoveFileW(from.text(), to.text())) {
+        JobPath from;
+        JobPath to;
+        wsprintfW(from.text, TEXT("%s\\") TEXT(KSFAX_DIAL_FILE), folder.text, number);
+        wsprintfW(to.text, TEXT("%s") TEXT(KSFAX_RENAMED_DIAL_END), stem.text, number);
+        if (!MoveFileW(from.text, to.text)) {
             return;
         }
     }
 }
 
 void AddDialList(const JobPath& folder) {
-    constexpr size_t kExtensionLength = 4;  // ".tmp"
+    constexpr size_t kEnding = std::size(KSFAX_RESERVED_END) - 1;
 
     JobPath reservation;
-    if (ReadNumber(kListSection, kReceiverCountKey) > kShortListLimit) {
-        reservation = ReserveJobFile(folder);
-    }
-    if (reservation.length() < kExtensionLength) {
-        DeleteDataKey(kDialPatternKey);
-        DeleteDataKey(kDialReservationKey);
+    if (ReadNumber(TEXT(KSFAX_LIST_SECTION), TEXT(KSFAX_RECEIVERS_KEY)) <= KSFAX_SHORT_LIST ||
+        !ReserveJobFile(folder, &reservation)) {
+        WriteDataKey(TEXT(KSFAX_DIAL_PATTERN_KEY), nullptr);
+        WriteDataKey(TEXT(KSFAX_RESERVATION_KEY), nullptr);
         return;
     }
-    WriteDataKey(kDialReservationKey, reservation.text());
+    WriteDataKey(TEXT(KSFAX_RESERVATION_KEY), reservation.text);
+    // Every name that the platform made ends so.
     JobPath stem = reservation;
-    stem.Cut(reservation.length() - kExtensionLength);
-    WriteDataKey(kDialPatternKey, JobPath(stem.text()).Append(TEXT("_%02d.ini")).text());
+    stem.text[LengthOf(stem) - kEnding] = 0;
+    JobPath pattern;
+    wsprintfW(pattern.text, TEXT("%s%s"), stem.text, TEXT(KSFAX_RENAMED_DIAL_END));
+    WriteDataKey(TEXT(KSFAX_DIAL_PATTERN_KEY), pattern.text);
     RenameDialFiles(folder, stem);
 }
 
 // The snapshot names itself, so its own key is written before the copy is taken.
-JobPath TakeSnapshot(const JobPath& folder) {
-    const JobPath snapshot = ReserveJobFile(folder);
-    if (snapshot.empty()) {
-        return snapshot;
-    }
-    WriteDataKey(kSnapshotKey, snapshot.text());
-    WCHAR windows[MAX_PATH] = {};
-    const UINT length = GetWindowsDirectoryW(windows, MAX_PATH);
+void TakeSnapshot(const JobPath& snapshot) {
+    WriteDataKey(TEXT(KSFAX_SNAPSHOT_KEY), snapshot.text);
+    JobPath windows;
+    const UINT length = GetWindowsDirectoryW(windows.text, MAX_PATH);
     if (length != 0 && length < MAX_PATH) {
-        (void)CopyJobFile(InFolder(JobPath(windows), kFaxJobFile).text(), snapshot.text(),
-                          FILE_ATTRIBUTE_NORMAL);
+        CopyJobFile(InFolder(windows, TEXT(KSFAX_JOB_FILE)), snapshot);
     }
-    return snapshot;
 }
 
-// The name of the block of the job on this printer handle: the handle's low 32 bits in lower-case
-// hexadecimal, then "CVP".
+// The name of the block of the job on this printer handle.
 struct BlockName {
     WCHAR text[16];
 };
 
 BlockName NameBlock(HANDLE printer) {
     BlockName name;
-    wsprintfW(name.text, TEXT("%xCVP"), static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(printer)));
+    wsprintfW(name.text, TEXT(KSFAX_BLOCK_NAME),
+              static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(printer)));
     return name;
 }
 
+// Any process of the logon session can make a block of the job's name, of any size and content,
+// also one of pages that are reserved and not there. How many bytes of its view are.
+size_t BytesThere(const platform::MappedView& view) {
+    MEMORY_BASIC_INFORMATION region = {};
+    const bool isThere =
+        view && VirtualQuery(view.get(), &region, sizeof region) != 0 && region.State == MEM_COMMIT;
+    return isThere ? region.RegionSize : 0;
+}
+
 void PublishSnapshot(HANDLE printer, const JobPath& snapshot) {
-    const size_t pathBytes = (snapshot.length() + 1) * sizeof(WCHAR);
-    const size_t size = kPublishedPathOffset + pathBytes;
+    const size_t pathBytes = (LengthOf(snapshot) + 1) * sizeof(WCHAR);
+    const size_t size = offsetof(PublishedJob, snapshotPath) + pathBytes;
     platform::NullableHandle block(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE,
                                                       0, static_cast<DWORD>(size),
                                                       NameBlock(printer).text));
@@ -183,81 +148,75 @@ void PublishSnapshot(HANDLE printer, const JobPath& snapshot) {
     }
     // The block may be an older one of this name, left by a document that never ended or made by
     // somebody else. One too small for this path has no view of this size.
-    platform::MappedView view(MapViewOfFile(block.get(), FILE_MAP_ALL_ACCESS, 0, 0, size));
-    if (!view) {
+    const platform::MappedView view(MapViewOfFile(block.get(), FILE_MAP_ALL_ACCESS, 0, 0, size));
+    if (BytesThere(view) < size) {
         return;
     }
-    const HANDLE creator = block.get();
-    auto* bytes = static_cast<BYTE*>(view.get());
-    std::memcpy(bytes, &creator, sizeof creator);
-    std::memcpy(bytes + kPublishedPathOffset, snapshot.text(), pathBytes);
     // Stays open: it keeps the block alive until the document's end closes it by its value.
-    (void)block.release();
+    PublishedJob job = {.creator = reinterpret_cast<uint64_t>(block.release()), .snapshotPath = {}};
+    std::memcpy(job.snapshotPath, snapshot.text, pathBytes);
+    std::memcpy(view.get(), &job, size);
 }
 
-// What the published block says.
-struct PublishedJob {
-    HANDLE creator = nullptr;
-    WCHAR snapshot[MAX_PATH + 1] = {};
-};
-
-// Any process of the logon session can make a block of this name, of any size and content: no
-// more of the path is read than the view holds and the record has room for. The head always
-// fits, since views are whole pages.
-PublishedJob ReadPublishedJob(const void* view) {
-    PublishedJob job;
-    const auto* bytes = static_cast<const BYTE*>(view);
-    std::memcpy(&job.creator, bytes, sizeof job.creator);
-    MEMORY_BASIC_INFORMATION region = {};
-    if (VirtualQuery(view, &region, sizeof region) == 0 ||
-        region.RegionSize < kPublishedPathOffset) {
-        return job;
-    }
-    const size_t room = (region.RegionSize - kPublishedPathOffset) / sizeof(WCHAR);
-    std::memcpy(job.snapshot, bytes + kPublishedPathOffset,
-                std::min<size_t>(room, MAX_PATH) * sizeof(WCHAR));
-    return job;
+// Whether both handles are of one object; true where Windows cannot tell.
+bool IsSameObject(HANDLE first, HANDLE second) {
+    using Compare = BOOL(WINAPI*)(HANDLE, HANDLE);
+    const platform::LoadedModule library(LoadLibraryW(TEXT("kernelbase.dll")));
+    const auto compare =
+        library ? platform::ExportOf<Compare>(library.get(), "CompareObjectHandles") : nullptr;
+    return compare == nullptr || compare(first, second);
 }
 
 }  // namespace
 
 void PrepareFaxJobFiles(HANDLE printer) {
-    const JobPath folder = ReadPath(kDataSection, kFolderKey);
-    AddCopy(
-        folder, kCoverSwitchKey, [] { return ReadPath(kCoverSection, kCoverFileKey); },
-        kCoverCopyKey);
-    AddCopy(
-        folder, kMemoSwitchKey, [&] { return InFolder(folder, kMemoFile); }, kMemoCopyKey);
+    const JobPath folder = ReadPath(TEXT(KSFAX_DATA_SECTION), TEXT(KSFAX_FOLDER_KEY));
+    AddCopy(folder, TEXT(KSFAX_COVER_SWITCH_KEY),
+            ReadPath(TEXT(KSFAX_COVER_SECTION), TEXT(KSFAX_COVER_FILE_KEY)),
+            TEXT(KSFAX_COVER_COPY_KEY));
+    AddCopy(folder, TEXT(KSFAX_MEMO_SWITCH_KEY), InFolder(folder, TEXT(KSFAX_MEMO_FILE)),
+            TEXT(KSFAX_MEMO_COPY_KEY));
     AddDialList(folder);
-    const JobPath snapshot = TakeSnapshot(folder);
-    if (!snapshot.empty()) {
+    JobPath snapshot;
+    if (ReserveJobFile(folder, &snapshot)) {
+        TakeSnapshot(snapshot);
         PublishSnapshot(printer, snapshot);
     }
 }
 
 void FinishFaxJob(HANDLE printer) {
-    DialModuleRecord record;
     platform::NullableHandle block(
         OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, NameBlock(printer).text));
     if (!block) {
         return;
     }
-    platform::NullableHandle creator;
     platform::MappedView view(MapViewOfFile(block.get(), FILE_MAP_ALL_ACCESS, 0, 0, 0));
-    if (view) {
-        const PublishedJob job = ReadPublishedJob(view.get());
-        creator.reset(job.creator);
-        // The companion module takes the first 259 bytes of a longer path, as a double-byte one
-        // can be, and would find no file by fewer.
-        char path[3 * MAX_PATH + 1];
-        WideToAnsi(path, job.snapshot);
-        std::memcpy(record.snapshotPath, path, strnlen(path, sizeof record.snapshotPath - 1));
+    PublishedJob job = {};
+    if (const size_t there = BytesThere(view); there != 0) {
+        std::memcpy(&job, view.get(), std::min(there, sizeof job));
+        job.snapshotPath[KSFAX_PATH_ROOM - 1] = 0;
     }
-    (void)CallDialModule(kCoverOperation, record);
+    DialModuleRecord record = {};
+    // The companion module takes the first 259 bytes of a longer path, as a double-byte one can
+    // be, and would find no file by fewer.
+    WCHAR wide[KSFAX_PATH_ROOM];
+    std::memcpy(wide, job.snapshotPath, sizeof wide);
+    char path[3 * KSFAX_PATH_ROOM];
+    WideToAnsi(path, wide);
+    std::memcpy(record.snapshotPath, path, strnlen(path, KSFAX_PATH_ROOM - 1));
+    (void)CallCompanion(KSFAX_COVER_OPERATION, record);
+
+    // The value comes from memory that others can write, and may be that of something else which
+    // the application has open.
+    const auto creator = reinterpret_cast<HANDLE>(job.creator);
+    const bool isOurs =
+        creator != nullptr && creator != block.get() && IsSameObject(creator, block.get());
     // With both handles closed the block is gone.
     view.reset();
     block.reset();
-    creator.reset();
+    if (isOurs) {
+        CloseHandle(creator);
+    }
 }
 
 }  // namespace ksfax

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <span>
 #include <string_view>
 
 #include "platform/owned.h"
@@ -55,51 +56,6 @@ void AddPaperForm(HANDLE printer, const PaperOptionRecord& paper) {
     (void)AddFormW(printer, 1, reinterpret_cast<LPBYTE>(&form));
 }
 
-using WideText = std::basic_string_view<WCHAR>;
-
-WideText NameOf(const FORM_INFO_1W& form) {
-    return form.pName != nullptr ? WideText(form.pName) : WideText();
-}
-
-// The user forms of an enumeration, by name, so that a description of many papers is looked up
-// in a database of many forms without comparing each with each.
-class UserForms {
-  public:
-    UserForms(FORM_INFO_1W* forms, DWORD count)
-        : begin_(forms), end_(std::partition(forms, forms + count, [](const FORM_INFO_1W& form) {
-              return form.Flags == FORM_USER;
-          })) {
-        std::sort(begin_, end_, ByName{});
-    }
-
-    bool empty() const { return begin_ == end_; }
-
-    // Deletes by `name` as often as the enumeration has it; true when that was at least once.
-    bool Delete(HANDLE printer, WideText name) const {
-        const auto [first, last] = std::equal_range(begin_, end_, name, ByName{});
-        for (const FORM_INFO_1W* form = first; form != last; ++form) {
-            (void)DeleteFormW(printer, form->pName);
-        }
-        return first != last;
-    }
-
-  private:
-    struct ByName {
-        bool operator()(const FORM_INFO_1W& left, const FORM_INFO_1W& right) const {
-            return NameOf(left) < NameOf(right);
-        }
-        bool operator()(const FORM_INFO_1W& form, WideText name) const {
-            return NameOf(form) < name;
-        }
-        bool operator()(WideText name, const FORM_INFO_1W& form) const {
-            return name < NameOf(form);
-        }
-    };
-
-    FORM_INFO_1W* begin_;
-    FORM_INFO_1W* end_;
-};
-
 // How many entries the older table has; -1 when it is malformed.
 int CountOlderEntries(const WCHAR* older, DWORD bytes) {
     if (bytes < sizeof(WCHAR) || bytes % sizeof(WCHAR) != 0) {
@@ -145,18 +101,21 @@ void UpgradeForms(HANDLE printer, const PrinterDescription& description) {
         return;
     }
     DWORD count = 0;
-    const platform::GlobalBlock forms = EnumerateForms(printer, &count);
-    if (!forms || installed == 0) {
+    const platform::GlobalBlock block = EnumerateForms(printer, &count);
+    if (installed == 0) {
         return;
     }
-    const UserForms userForms(static_cast<FORM_INFO_1W*>(forms.get()), count);
-    if (userForms.empty()) {
-        return;
-    }
+    const std::span forms(static_cast<const FORM_INFO_1W*>(block.get()), count);
     bool isDeleted = false;
     for (const OptionRecord& option : ListOf(feature->Options)) {
         const FormName name = FormNameOf(option);
-        isDeleted = userForms.Delete(printer, name.text) || isDeleted;
+        for (const FORM_INFO_1W& form : forms) {
+            if (form.Flags == FORM_USER && form.pName != nullptr &&
+                std::basic_string_view<WCHAR>(form.pName) == name.text) {
+                (void)DeleteFormW(printer, form.pName);
+                isDeleted = true;
+            }
+        }
     }
     if (isDeleted) {
         (void)WritePrinterNumber(printer, kFormsValue, 0);

@@ -16,8 +16,7 @@
 #include "platform/owned.h"
 
 #include "capabilities/query_message.h"
-#include "faxjob/document_event.h"
-#include "faxjob/fax_job_data.h"
+#include "faxjob/companion.h"
 #include "ui/control_class.h"
 
 namespace {
@@ -33,13 +32,13 @@ void Demand(bool holds) {
     }
 }
 
-INT_PTR Confirm(ksfax::DialModuleRecord* record) {
+INT_PTR Confirm(DialModuleRecord* record) {
     Demand(record->maximumReceivers >= 50 && record->maximumReceivers <= 999);
     Demand(record->snapshotPath[sizeof record->snapshotPath - 1] == 0);
     return 1;
 }
 
-INT_PTR MakeCover(ksfax::DialModuleRecord* record) {
+INT_PTR MakeCover(DialModuleRecord* record) {
     Demand(record->snapshotPath[sizeof record->snapshotPath - 1] == 0);
     return 0;
 }
@@ -49,8 +48,8 @@ embedded::Machine& MachineWithCompanion() {
     static const bool once = [] {
         machine.modules().Install(
             {.path = TEXT("C:\\Windows\\System32\\KSFAXDLG.DLL"),
-             .exports = {{ksfax::kDialOperation, platform::FunctionCast<FARPROC>(Confirm)},
-                         {ksfax::kCoverOperation, platform::FunctionCast<FARPROC>(MakeCover)}},
+             .exports = {{KSFAX_DIAL_OPERATION, platform::FunctionCast<FARPROC>(Confirm)},
+                         {KSFAX_COVER_OPERATION, platform::FunctionCast<FARPROC>(MakeCover)}},
              .resources = {}});
         fs::create_directories(machine.driveC() / "Fax");
         return true;

@@ -284,6 +284,16 @@ void Ask(Home& home, const uint8_t* head, Record& record) {
     }
 }
 
+// A device context's creation confirms the record or leaves what is there.
+void CreateContext(Record& record) {
+    DOCEVENT_CREATEDCPRE created = {};
+    created.pdm = record.get();
+    DEVMODEW* confirmed = nullptr;
+    Require(DrvDocumentEvent(nullptr, nullptr, DOCUMENTEVENT_CREATEDCPRE, sizeof(created), &created,
+                             sizeof(confirmed), &confirmed) == 1);
+    Require(confirmed == nullptr || confirmed == record.get());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -292,14 +302,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     static Home home;
     StoreWhatThePrinterHas(home, data, size);
-    for (const auto action : {0, 1, 2}) {
+    for (const auto action : {0, 1, 2, 3}) {
         Record record(data + kHeadSize, size - kHeadSize);
         if (action == 0) {
             MergeAndCopyOut(home, data, record);
         } else if (action == 1) {
             Convert(data, record);
-        } else {
+        } else if (action == 2) {
             Ask(home, data, record);
+        } else {
+            CreateContext(record);
         }
     }
     return 0;

@@ -5,12 +5,12 @@
 #include <fstream>
 #include <utility>
 
-#include "faxjob/document_event.h"
-#include "faxjob/fax_job_data.h"
 #include "platform/embedded/files.h"
 #include "platform/embedded/modules.h"
 #include "platform/embedded/text.h"
 #include "platform/windows_api.h"
+
+#include "faxjob/companion.h"
 #include "tool/failure.h"
 #include "tool/fax_input.h"
 
@@ -18,19 +18,15 @@ namespace tool {
 
 namespace {
 
-using ksfax::kCoverSection;
-using ksfax::kDataSection;
-using ksfax::kFaxJobFile;
-using ksfax::kListSection;
-using ksfax::kShortListLimit;
-
 constexpr WCHAR kSenderNameKey[] = TEXT("SenderName");
 constexpr WCHAR kSenderNumberKey[] = TEXT("SenderNumber");
 constexpr WCHAR kDateKey[] = TEXT("Date");
 
 Companion* installed = nullptr;
 
-std::u16string Decimal(size_t number) { return embedded::Utf16(std::to_string(number)); }
+std::u16string Decimal(size_t number) {
+    return embedded::Utf16(std::to_string(number));
+}
 
 std::u16string ReadText(const std::u16string& section, const std::u16string& key,
                         const std::u16string& file) {
@@ -45,8 +41,8 @@ std::u16string ReadText(const std::u16string& section, const std::u16string& key
                     " cannot be written on the machine; make the file writable or remove it");
 }
 
-void WriteText(const std::u16string& section, const std::u16string& key,
-               const std::u16string& text, const std::u16string& file) {
+void WriteText(const std::u16string& section, const std::u16string& key, const std::u16string& text,
+               const std::u16string& file) {
     // The profile service takes one pair of quotes off a value it reads; one pair more keeps them.
     const bool quoted = text.starts_with(u'"') || text.starts_with(u'\'');
     const std::u16string value = quoted ? u'"' + text + u'"' : text;
@@ -64,15 +60,15 @@ void RemoveSection(const std::u16string& section, const std::u16string& file) {
 
 void WriteReceivers(std::span<const Receiver> receivers, const std::u16string& file) {
     for (size_t i = 0; i < receivers.size(); ++i) {
-        WriteText(kListSection, u"Name" + Decimal(i + 1), receivers[i].name, file);
-        WriteText(kListSection, u"Number" + Decimal(i + 1), receivers[i].number, file);
+        WriteText(TEXT(KSFAX_LIST_SECTION), u"Name" + Decimal(i + 1), receivers[i].name, file);
+        WriteText(TEXT(KSFAX_LIST_SECTION), u"Number" + Decimal(i + 1), receivers[i].number, file);
     }
 }
 
 void AppendReceivers(std::vector<Receiver>& receivers, size_t count, const std::u16string& file) {
     for (size_t i = 1; i <= count; ++i) {
-        receivers.push_back({ReadText(kListSection, u"Name" + Decimal(i), file),
-                             ReadText(kListSection, u"Number" + Decimal(i), file)});
+        receivers.push_back({ReadText(TEXT(KSFAX_LIST_SECTION), u"Name" + Decimal(i), file),
+                             ReadText(TEXT(KSFAX_LIST_SECTION), u"Number" + Decimal(i), file)});
     }
 }
 
@@ -80,32 +76,31 @@ std::u16string TwoDigits(size_t number) {
     return (number < 10 ? u"0" : u"") + Decimal(number);
 }
 
-// The published form of the pattern in the fax job file ends in this.
-constexpr std::u16string_view kPatternEnd = u"_%02d.ini";
-
 std::vector<Receiver> ReadReceivers(const std::u16string& snapshot) {
     std::vector<Receiver> receivers;
-    const UINT count = GetPrivateProfileIntW(kListSection, ksfax::kReceiverCountKey, 0,
+    const UINT count = GetPrivateProfileIntW(TEXT(KSFAX_LIST_SECTION), TEXT(KSFAX_RECEIVERS_KEY), 0,
                                              snapshot.c_str());
-    if (count <= kShortListLimit) {
+    if (count <= KSFAX_SHORT_LIST) {
         AppendReceivers(receivers, count, snapshot);
         return receivers;
     }
-    std::u16string base = ReadText(kDataSection, ksfax::kDialPatternKey, snapshot);
-    if (base.ends_with(kPatternEnd)) {
-        base.resize(base.size() - kPatternEnd.size());
+    constexpr std::u16string_view patternEnd = TEXT(KSFAX_RENAMED_DIAL_END);
+    std::u16string base =
+        ReadText(TEXT(KSFAX_DATA_SECTION), TEXT(KSFAX_DIAL_PATTERN_KEY), snapshot);
+    if (base.ends_with(patternEnd)) {
+        base.resize(base.size() - patternEnd.size());
     }
     for (size_t part = 1; receivers.size() < count; ++part) {
         const std::u16string file = base + u"_" + TwoDigits(part) + u".ini";
-        const size_t partCount = GetPrivateProfileIntW(kListSection, ksfax::kReceiverCountKey, 0,
-                                                       file.c_str());
+        const size_t partCount = GetPrivateProfileIntW(TEXT(KSFAX_LIST_SECTION),
+                                                       TEXT(KSFAX_RECEIVERS_KEY), 0, file.c_str());
         if (partCount == 0) {
             throw UserError("of the job's " + std::to_string(count) + " receivers " +
-                            std::to_string(count - receivers.size()) + " are lost: " +
-                            embedded::Utf8(file) +
+                            std::to_string(count - receivers.size()) +
+                            " are lost: " + embedded::Utf8(file) +
                             " cannot be read; see that the folder's files can be renamed");
         }
-        AppendReceivers(receivers, std::min<size_t>(partCount, kShortListLimit), file);
+        AppendReceivers(receivers, std::min<size_t>(partCount, KSFAX_SHORT_LIST), file);
     }
     return receivers;
 }
@@ -115,10 +110,9 @@ FARPROC Export(INT_PTR (*operation)(void*)) {
 }
 
 // A record as the driver hands it over; empty for one of another layout.
-bool ReadRecord(const void* bytes, ksfax::DialModuleRecord& record) {
-    const ksfax::DialModuleRecord expected;
+bool ReadRecord(const void* bytes, DialModuleRecord& record) {
     std::memcpy(&record, bytes, sizeof(record));
-    return record.recordSize == expected.recordSize && record.version == expected.version;
+    return record.recordSize == sizeof(record) && record.version == KSFAX_RECORD_VERSION;
 }
 
 }  // namespace
@@ -126,19 +120,19 @@ bool ReadRecord(const void* bytes, ksfax::DialModuleRecord& record) {
 Companion::Companion(embedded::Machine& machine, DialogChoices choices)
     : machine_(machine), choices_(std::move(choices)) {
     installed = this;
-    machine_.modules().Install({.path = u"C:\\Windows\\System32\\KSFAXDLG.DLL",
-                                .exports = {{ksfax::kDialOperation, Export(DialDlg)},
-                                            {ksfax::kCoverOperation, Export(MakeBmp)}},
+    machine_.modules().Install({.path = u"C:\\Windows\\System32\\" KSFAX_COMPANION_MODULE,
+                                .exports = {{KSFAX_DIAL_OPERATION, Export(DialDlg)},
+                                            {KSFAX_COVER_OPERATION, Export(MakeBmp)}},
                                 .resources = {}});
 }
 
 Companion::~Companion() {
-    machine_.modules().Remove(u"C:\\Windows\\System32\\KSFAXDLG.DLL");
+    machine_.modules().Remove(u"C:\\Windows\\System32\\" KSFAX_COMPANION_MODULE);
     installed = nullptr;
 }
 
 INT_PTR Companion::DialDlg(void* bytes) {
-    ksfax::DialModuleRecord record;
+    DialModuleRecord record;
     if (!ReadRecord(bytes, record)) {
         return 0;
     }
@@ -156,8 +150,8 @@ INT_PTR Companion::DialDlg(void* bytes) {
 
 bool Companion::FillDialog() {
     // The choices of an earlier job go first, so that a cancelled one names no receiver.
-    RemoveSection(kListSection, kFaxJobFile);
-    RemoveSection(kCoverSection, kFaxJobFile);
+    RemoveSection(TEXT(KSFAX_LIST_SECTION), TEXT(KSFAX_JOB_FILE));
+    RemoveSection(TEXT(KSFAX_COVER_SECTION), TEXT(KSFAX_JOB_FILE));
     if (choices_.cancel) {
         return false;
     }
@@ -167,18 +161,21 @@ bool Companion::FillDialog() {
                         " receivers, the list has " + std::to_string(receivers.size());
         return false;
     }
-    const std::u16string folder = ReadText(kDataSection, ksfax::kFolderKey, kFaxJobFile);
-    WriteText(kListSection, ksfax::kReceiverCountKey, Decimal(receivers.size()), kFaxJobFile);
+    const std::u16string folder =
+        ReadText(TEXT(KSFAX_DATA_SECTION), TEXT(KSFAX_FOLDER_KEY), TEXT(KSFAX_JOB_FILE));
+    WriteText(TEXT(KSFAX_LIST_SECTION), TEXT(KSFAX_RECEIVERS_KEY), Decimal(receivers.size()),
+              TEXT(KSFAX_JOB_FILE));
     size_t part = 1;
-    if (receivers.size() <= kShortListLimit) {
-        WriteReceivers(receivers, kFaxJobFile);
+    if (receivers.size() <= KSFAX_SHORT_LIST) {
+        WriteReceivers(receivers, TEXT(KSFAX_JOB_FILE));
     } else {
-        for (size_t first = 0; first < receivers.size(); first += kShortListLimit, ++part) {
+        for (size_t first = 0; first < receivers.size(); first += KSFAX_SHORT_LIST, ++part) {
             const std::span<const Receiver> some = std::span(receivers).subspan(
-                first, std::min<size_t>(kShortListLimit, receivers.size() - first));
+                first, std::min<size_t>(KSFAX_SHORT_LIST, receivers.size() - first));
             const std::u16string file = folder + u"\\Dial" + TwoDigits(part) + u".ini";
-            RemoveSection(kListSection, file);
-            WriteText(kListSection, ksfax::kReceiverCountKey, Decimal(some.size()), file);
+            RemoveSection(TEXT(KSFAX_LIST_SECTION), file);
+            WriteText(TEXT(KSFAX_LIST_SECTION), TEXT(KSFAX_RECEIVERS_KEY), Decimal(some.size()),
+                      file);
             WriteReceivers(some, file);
         }
         // A part that an interrupted job left would be taken for one of this list.
@@ -187,17 +184,22 @@ bool Companion::FillDialog() {
             ++part;
         }
     }
-    WriteText(kCoverSection, kSenderNameKey, choices_.sender.name, kFaxJobFile);
-    WriteText(kCoverSection, kSenderNumberKey, choices_.sender.number, kFaxJobFile);
-    WriteText(kCoverSection, kDateKey, choices_.date, kFaxJobFile);
+    WriteText(TEXT(KSFAX_COVER_SECTION), kSenderNameKey, choices_.sender.name,
+              TEXT(KSFAX_JOB_FILE));
+    WriteText(TEXT(KSFAX_COVER_SECTION), kSenderNumberKey, choices_.sender.number,
+              TEXT(KSFAX_JOB_FILE));
+    WriteText(TEXT(KSFAX_COVER_SECTION), kDateKey, choices_.date, TEXT(KSFAX_JOB_FILE));
     if (!choices_.coverBitmap.empty()) {
-        WriteText(kCoverSection, ksfax::kCoverSwitchKey, u"1", kFaxJobFile);
-        WriteText(kCoverSection, ksfax::kCoverFileKey, choices_.coverBitmap, kFaxJobFile);
+        WriteText(TEXT(KSFAX_COVER_SECTION), TEXT(KSFAX_COVER_SWITCH_KEY), u"1",
+                  TEXT(KSFAX_JOB_FILE));
+        WriteText(TEXT(KSFAX_COVER_SECTION), TEXT(KSFAX_COVER_FILE_KEY), choices_.coverBitmap,
+                  TEXT(KSFAX_JOB_FILE));
     }
     if (choices_.withMemo) {
-        WriteText(kCoverSection, ksfax::kMemoSwitchKey, u"1", kFaxJobFile);
+        WriteText(TEXT(KSFAX_COVER_SECTION), TEXT(KSFAX_MEMO_SWITCH_KEY), u"1",
+                  TEXT(KSFAX_JOB_FILE));
         const std::filesystem::path memo =
-            machine_.files().HostPath(folder + u"\\" + ksfax::kMemoFile);
+            machine_.files().HostPath(folder + u"\\" + TEXT(KSFAX_MEMO_FILE));
         std::ofstream stream(memo, std::ios::binary);
         stream << choices_.memo;
         stream.close();
@@ -210,7 +212,7 @@ bool Companion::FillDialog() {
 }
 
 INT_PTR Companion::MakeBmp(void* bytes) {
-    ksfax::DialModuleRecord record;
+    DialModuleRecord record;
     // Without a dialog that was confirmed the driver holds what an earlier job left.
     if (!ReadRecord(bytes, record) || !installed->isConfirmed) {
         return 0;
@@ -227,7 +229,7 @@ INT_PTR Companion::MakeBmp(void* bytes) {
 
 void Companion::MakeCoverPage(const std::u16string& snapshot) {
     const std::u16string cancelled =
-        ReadText(ksfax::kDriverSection, ksfax::kCancelledKey, snapshot);
+        ReadText(TEXT(KSFAX_DRIVER_SECTION), TEXT(KSFAX_CANCELLED_KEY), snapshot);
     if (cancelled.empty()) {
         throw UserError("the job's index " + embedded::Utf8(snapshot) +
                         " could not be written; see that its disk has room");
@@ -236,17 +238,18 @@ void Companion::MakeCoverPage(const std::u16string& snapshot) {
         return;  // a cancelled job is sent to nobody
     }
     CoverPage page;
-    page.sender = {ReadText(kCoverSection, kSenderNameKey, snapshot),
-                   ReadText(kCoverSection, kSenderNumberKey, snapshot)};
-    page.date = ReadText(kCoverSection, kDateKey, snapshot);
+    page.sender = {ReadText(TEXT(KSFAX_COVER_SECTION), kSenderNameKey, snapshot),
+                   ReadText(TEXT(KSFAX_COVER_SECTION), kSenderNumberKey, snapshot)};
+    page.date = ReadText(TEXT(KSFAX_COVER_SECTION), kDateKey, snapshot);
     page.receivers = ReadReceivers(snapshot);
-    const std::u16string memo = ReadText(kDataSection, ksfax::kMemoCopyKey, snapshot);
+    const std::u16string memo =
+        ReadText(TEXT(KSFAX_DATA_SECTION), TEXT(KSFAX_MEMO_COPY_KEY), snapshot);
     if (!memo.empty()) {
         const std::vector<std::byte> bytes = ReadFileBytes(machine_.files().HostPath(memo));
-        page.memo = embedded::FromAnsi({reinterpret_cast<const char*>(bytes.data()),
-                                        bytes.size()});
+        page.memo = embedded::FromAnsi({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     }
-    const std::u16string bitmap = ReadText(kDataSection, ksfax::kCoverCopyKey, snapshot);
+    const std::u16string bitmap =
+        ReadText(TEXT(KSFAX_DATA_SECTION), TEXT(KSFAX_COVER_COPY_KEY), snapshot);
     if (!bitmap.empty()) {
         page.bitmap = ReadBitmap(ReadFileBytes(machine_.files().HostPath(bitmap)));
     }

@@ -19,7 +19,7 @@
 #include "platform/windows_api.h"
 
 #include "core/module_state.h"
-#include "faxjob/fax_job_data.h"
+#include "faxjob/companion.h"
 #include "jobsettings/job_settings.h"
 #include "tool/companion.h"
 #include "tool/fax_input.h"
@@ -160,12 +160,12 @@ SharedMemory LookAtMapping(embedded::Machine& machine, HANDLE printer) {
 std::u16string ReadKey(const WCHAR* section, const WCHAR* key) {
     WCHAR value[520];
     const DWORD length = GetPrivateProfileStringW(section, key, TEXT(""), value, std::size(value),
-                                                  ksfax::kFaxJobFile);
+                                                  TEXT(KSFAX_JOB_FILE));
     return {value, length};
 }
 
 std::filesystem::path ReadPathKey(embedded::Machine& machine, const WCHAR* key) {
-    const std::u16string path = ReadKey(ksfax::kDataSection, key);
+    const std::u16string path = ReadKey(TEXT(KSFAX_DATA_SECTION), key);
     return path.empty() ? std::filesystem::path() : machine.files().HostPath(path);
 }
 
@@ -197,7 +197,7 @@ ksfax::JobSettings BareSettings() {
 std::vector<std::filesystem::path> FindDialFiles(embedded::Machine& machine) {
     constexpr std::u16string_view kEnd = u"_%02d.ini";
     std::vector<std::filesystem::path> files;
-    std::u16string base = ReadKey(ksfax::kDataSection, ksfax::kDialPatternKey);
+    std::u16string base = ReadKey(TEXT(KSFAX_DATA_SECTION), TEXT(KSFAX_DIAL_PATTERN_KEY));
     if (!base.ends_with(kEnd)) {
         return files;
     }
@@ -255,7 +255,7 @@ ksfax::JobSettings SettleSettings(embedded::Machine& machine, HANDLE printer,
 
 void WriteKey(const WCHAR* section, const WCHAR* key, const std::u16string& value) {
     // Unwritten, the driver would go by what an earlier job left.
-    if (!WritePrivateProfileStringW(section, key, value.c_str(), ksfax::kFaxJobFile)) {
+    if (!WritePrivateProfileStringW(section, key, value.c_str(), TEXT(KSFAX_JOB_FILE))) {
         throw UserError("the machine's C:\\Windows\\KSFAXJOB.INI cannot be written, error " +
                         std::to_string(GetLastError()) + "; make the file writable or remove it");
     }
@@ -268,7 +268,7 @@ class MaximumReceivers {
         if (wanted) {
             Write(std::to_string(*wanted));
         } else if (receivers > kReceiversUnlessToldOtherwise &&
-                   ReadKey(ksfax::kDriverSection, ksfax::kMaximumReceiversKey).empty()) {
+                   ReadKey(TEXT(KSFAX_DRIVER_SECTION), TEXT(KSFAX_MAXIMUM_KEY)).empty()) {
             Write(std::to_string(std::min(receivers, kMostReceivers)));
             passing_ = true;
         }
@@ -276,8 +276,8 @@ class MaximumReceivers {
     // What was raised for this list alone does not stay on a kept machine.
     ~MaximumReceivers() {
         if (passing_) {
-            WritePrivateProfileStringW(ksfax::kDriverSection, ksfax::kMaximumReceiversKey, nullptr,
-                                       ksfax::kFaxJobFile);
+            WritePrivateProfileStringW(TEXT(KSFAX_DRIVER_SECTION), TEXT(KSFAX_MAXIMUM_KEY), nullptr,
+                                       TEXT(KSFAX_JOB_FILE));
         }
     }
     MaximumReceivers(const MaximumReceivers&) = delete;
@@ -285,7 +285,7 @@ class MaximumReceivers {
 
   private:
     static void Write(const std::string& value) {
-        WriteKey(ksfax::kDriverSection, ksfax::kMaximumReceiversKey, embedded::Utf16(value));
+        WriteKey(TEXT(KSFAX_DRIVER_SECTION), TEXT(KSFAX_MAXIMUM_KEY), embedded::Utf16(value));
     }
     bool passing_ = false;
 };
@@ -302,23 +302,23 @@ FaxReport SendFax(MachineRun& run, HANDLE printer, bool isNew, DialogChoices cho
     }
     report.receivers = choices.receivers.size();
     const MaximumReceivers maximum(options.maxReceivers, choices.receivers.size());
-    WriteKey(ksfax::kDataSection, ksfax::kFolderKey, machine.files().MachinePath(folder));
+    WriteKey(TEXT(KSFAX_DATA_SECTION), TEXT(KSFAX_FOLDER_KEY), machine.files().MachinePath(folder));
     Companion companion(machine, std::move(choices));
 
     report.confirmed = ConfirmDeviceContext(printer, settings);
 
     SendEvent(printer, DOCUMENTEVENT_STARTDOC);
-    report.cancelled =
-        !companion.isConfirmed || ReadKey(ksfax::kDriverSection, ksfax::kCancelledKey) != u"0";
+    report.cancelled = !companion.isConfirmed ||
+                       ReadKey(TEXT(KSFAX_DRIVER_SECTION), TEXT(KSFAX_CANCELLED_KEY)) != u"0";
     if (companion.dialogShown) {
         report.maxReceivers = companion.maximumReceivers;
     }
     report.refusal = companion.dialogRefusal;
     report.iniFile = machine.files().HostPath(u"C:\\Windows\\KSFAXJOB.INI");
-    report.snapshot = ReadPathKey(machine, ksfax::kSnapshotKey);
-    report.coverBitmap = ReadPathKey(machine, ksfax::kCoverCopyKey);
-    report.memo = ReadPathKey(machine, ksfax::kMemoCopyKey);
-    report.temp = ReadPathKey(machine, ksfax::kDialReservationKey);
+    report.snapshot = ReadPathKey(machine, TEXT(KSFAX_SNAPSHOT_KEY));
+    report.coverBitmap = ReadPathKey(machine, TEXT(KSFAX_COVER_COPY_KEY));
+    report.memo = ReadPathKey(machine, TEXT(KSFAX_MEMO_COPY_KEY));
+    report.temp = ReadPathKey(machine, TEXT(KSFAX_RESERVATION_KEY));
     report.dialFiles = FindDialFiles(machine);
     report.mapping = LookAtMapping(machine, printer);
 

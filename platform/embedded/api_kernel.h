@@ -130,9 +130,13 @@ constexpr DWORD PAGE_READWRITE = 0x04;
 constexpr DWORD FILE_MAP_WRITE = 0x0002;
 constexpr DWORD FILE_MAP_READ = 0x0004;
 constexpr DWORD FILE_MAP_ALL_ACCESS = 0x000F001F;
+constexpr DWORD SEC_RESERVE = 0x04000000;
+constexpr DWORD MEM_COMMIT = 0x1000;
+constexpr DWORD MEM_RESERVE = 0x2000;
 
 // An existing name gives a new handle of the existing block and ERROR_ALREADY_EXISTS, whatever
-// the size asked for.
+// the size asked for. With SEC_RESERVE the pages of shared memory are reserved and stay so: touching
+// them stops the program.
 HANDLE CreateFileMappingW(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD protection,
                           DWORD sizeHigh, DWORD sizeLow, LPCWSTR name);
 HANDLE OpenFileMappingW(DWORD access, BOOL inherit, LPCWSTR name);
@@ -150,7 +154,8 @@ struct MEMORY_BASIC_INFORMATION {
     DWORD Protect;
     DWORD Type;
 };
-// For views of file mappings alone; BaseAddress, AllocationBase and RegionSize are filled.
+// For views of file mappings alone; BaseAddress, AllocationBase, RegionSize
+// and State are filled.
 SIZE_T VirtualQuery(LPCVOID address, MEMORY_BASIC_INFORMATION* information, SIZE_T bytes);
 
 // ---- Profiles (INI files); a bare file name lies in the Windows folder ----

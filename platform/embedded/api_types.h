@@ -77,7 +77,9 @@ using HGDIOBJ = void*;
 using HMODULE = HINSTANCE;
 using FARPROC = INT_PTR (*)();
 
-#define TEXT(literal) u##literal
+// In two steps, so that a macro that stands for a literal can be given too.
+#define EMBEDDED_TEXT(literal) u##literal
+#define TEXT(literal) EMBEDDED_TEXT(literal)
 #define WINAPI
 #define APIENTRY
 #define CALLBACK

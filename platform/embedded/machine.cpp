@@ -139,9 +139,9 @@ Machine::Machine(MachineSetup setup) : setup_(std::move(setup)) {
     driveC_ = ownsDriveC_ ? MakeTemporaryFolder() : std::filesystem::absolute(setup_.driveC);
     std::filesystem::create_directories(driveC_ / "Windows");
     files_ = std::make_unique<FileSystem>(*this);
-    mappings_ = std::make_unique<Mappings>(*this);
     profiles_ = std::make_unique<Profiles>(*this);
     modules_ = std::make_unique<Modules>(*this);
+    mappings_ = std::make_unique<Mappings>(*this);
     resources_ = std::make_unique<Resources>(*this);
     spooler_ = std::make_unique<Spooler>(*this);
     registry_ = std::make_unique<Registry>();

@@ -9,7 +9,9 @@
 
 #include "platform/embedded/api_kernel.h"
 #include "platform/embedded/files.h"
+#include "platform/embedded/modules.h"
 #include "platform/embedded/poison.h"
+#include "platform/owned.h"
 
 namespace embedded {
 namespace {
@@ -102,6 +104,7 @@ struct MappedMemory {
     }
 
     uint64_t bytes = 0;                   // as asked for, or as many as the file had
+    bool isReserved = false;              // without pages that can be touched
     int pages = -1;                       // a descriptor of shared memory, or
     std::shared_ptr<HostFile> file;       // the file, which cannot be cut short meanwhile
     std::shared_ptr<SharingTable> table;  // of that file
@@ -146,7 +149,18 @@ bool ReadInto(const HostFile& file, uint64_t offset, size_t bytes, Region& regio
 
 }  // namespace
 
+// An export of kernelbase.dll alone, so called by address. Of mappings' handles; cannot fail.
+static BOOL CompareObjectHandles(HANDLE first, HANDLE second) {
+    const auto one = Machine::Current().handles.Get<SectionHandle>(first);
+    const auto other = Machine::Current().handles.Get<SectionHandle>(second);
+    return one != nullptr && other != nullptr && one->section == other->section;
+}
+
 Mappings::Mappings(Machine& machine) : machine_(machine) {
+    machine.modules().Install({.path = u"C:\\Windows\\System32\\kernelbase.dll",
+                               .exports = {{"CompareObjectHandles",
+                                            platform::FunctionCast<FARPROC>(CompareObjectHandles)}},
+                               .resources = {}});
 }
 
 Mappings::~Mappings() = default;
@@ -264,8 +278,9 @@ DWORD Mappings::Map(const SectionHandle& mapping, DWORD access, uint64_t offset,
     } else {
         made.region = std::make_unique<Region>();
         made.region->bytes = made.bytes;
+        const int touchable = writes ? PROT_READ | PROT_WRITE : PROT_READ;
         made.region->readable = MapBetweenGuards(memory.pages, offset, made.bytes,
-                                                 writes ? PROT_READ | PROT_WRITE : PROT_READ, 0);
+                                                 memory.isReserved ? PROT_NONE : touchable, 0);
         made.region->writable = made.region->readable;
         if (made.region->readable == nullptr) {
             return ERROR_NOT_ENOUGH_MEMORY;
@@ -308,7 +323,9 @@ Mappings::Extent Mappings::Find(const void* address) const {
     if (found == views_.end()) {
         return {};
     }
-    return {.base = reinterpret_cast<std::byte*>(found->first), .bytes = found->second.bytes};
+    return {.base = reinterpret_cast<std::byte*>(found->first),
+            .bytes = found->second.bytes,
+            .isReserved = found->second.memory->isReserved};
 }
 
 namespace {
@@ -369,6 +386,8 @@ HANDLE CreateFileMappingW(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD prot
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
+    const bool isReserved = (protection & SEC_RESERVE) != 0 && file == INVALID_HANDLE_VALUE;
+    protection &= isReserved ? ~SEC_RESERVE : ~DWORD{0};
     if (security != nullptr || (protection != PAGE_READONLY && protection != PAGE_READWRITE)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
@@ -378,6 +397,7 @@ HANDLE CreateFileMappingW(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD prot
     const uint64_t bytes = uint64_t{sizeHigh} << 32 | sizeLow;
     DWORD error = MakeMemory(file, section->canWrite, bytes, section->memory);
     if (error == ERROR_SUCCESS) {
+        section->memory->isReserved = isReserved;
         error = Machine::Current().mappings().Create(name != nullptr ? name : u"", section);
     }
     SetLastError(error);
@@ -454,5 +474,6 @@ SIZE_T VirtualQuery(LPCVOID address, MEMORY_BASIC_INFORMATION* information, SIZE
     information->BaseAddress = view.base + into;
     information->AllocationBase = view.base;
     information->RegionSize = view.bytes - into;
+    information->State = view.isReserved ? MEM_RESERVE : MEM_COMMIT;
     return sizeof(MEMORY_BASIC_INFORMATION);
 }

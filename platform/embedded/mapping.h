@@ -45,6 +45,7 @@ struct SectionHandle : KernelObject {
 
 class Mappings {
   public:
+    // Installs kernelbase.dll with CompareObjectHandles.
     explicit Mappings(Machine& machine);
     ~Mappings();
 
@@ -67,6 +68,7 @@ class Mappings {
     struct Extent {
         std::byte* base = nullptr;  // null when there is none
         size_t bytes = 0;
+        bool isReserved = false;
     };
     Extent Find(const void* address) const;
 

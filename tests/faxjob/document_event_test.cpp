@@ -15,8 +15,7 @@
 #include "platform/embedded/modules.h"
 #include "platform/owned.h"
 
-#include "faxjob/document_event.h"
-#include "faxjob/fax_job_data.h"
+#include "faxjob/companion.h"
 
 namespace ksfax {
 namespace {
@@ -56,8 +55,8 @@ class DocumentEvent : public testing::Test {
   protected:
     DocumentEvent() {
         companion = Companion();
-        InstallCompanion({{kDialOperation, platform::FunctionCast<FARPROC>(Dial)},
-                          {kCoverOperation, platform::FunctionCast<FARPROC>(MakeCover)}});
+        InstallCompanion({{KSFAX_DIAL_OPERATION, platform::FunctionCast<FARPROC>(Dial)},
+                          {KSFAX_COVER_OPERATION, platform::FunctionCast<FARPROC>(MakeCover)}});
         fs::create_directories(folder());
     }
 
@@ -172,6 +171,7 @@ TEST_F(DocumentEvent, ConfirmsARecordWithThePrivatePart) {
         std::vector<BYTE> bytes(publicSize + 8);
         auto* record = reinterpret_cast<DEVMODEW*>(bytes.data());
         record->dmSize = publicSize;
+        record->dmDriverExtra = 8;
         DOCEVENT_CREATEDCPRE created = {};
         created.pdm = record;
         DEVMODEW* confirmed = nullptr;
@@ -516,7 +516,7 @@ TEST_F(ForeignBlock, HandsOnTheFirst259BytesOfADoubleBytePath) {
     block_ = nullptr;
     machine.~Machine();
     new (&machine) embedded::Machine({.driveC = {}, .codePage = 932});
-    InstallCompanion({{kCoverOperation, platform::FunctionCast<FARPROC>(MakeCover)}});
+    InstallCompanion({{KSFAX_COVER_OPERATION, platform::FunctionCast<FARPROC>(MakeCover)}});
     std::vector<BYTE> content(8 + 2 * 200);
     for (size_t i = 8; i < content.size(); i += 2) {
         content[i] = 0xE5;  // U+65E5, 93 FA in code page 932
@@ -537,6 +537,33 @@ TEST_F(ForeignBlock, MayBeSmallerThanItsHead) {
     EXPECT_EQ(End(), 1);
     EXPECT_EQ(companion.coverCalls, 1);
     EXPECT_STREQ(companion.coverRecord.snapshotPath, "");
+}
+
+TEST_F(ForeignBlock, MayLackThePagesThatItReserves) {
+    WriteIni("[FAXDATA]\r\nDIR=C:\\Fax\r\n");
+    block_ = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE | SEC_RESERVE, 0,
+                                4096, kPrinterBlock);
+    Start();
+    End();
+    EXPECT_EQ(companion.coverCalls, 1);
+    EXPECT_STREQ(companion.coverRecord.snapshotPath, "");
+    EXPECT_EQ(machine.OpenNow(), (embedded::Leaks{.handles = 1}));
+}
+
+TEST_F(ForeignBlock, ClosesNoHandleOfAnotherObjectWhereWindowsTellsThemApart) {
+    for (const bool tells : {true, false}) {
+        HANDLE other =
+            CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 1, nullptr);
+        std::vector<BYTE> content(sizeof(HANDLE));
+        std::memcpy(content.data(), &other, sizeof(HANDLE));
+        if (!tells) {
+            machine.modules().Remove(TEXT("C:\\Windows\\System32\\kernelbase.dll"));
+            CloseHandle(block_);
+        }
+        Make(4096, content);
+        End();
+        EXPECT_EQ(CloseHandle(other), tells);
+    }
 }
 
 TEST_F(ForeignBlock, TakesThePathWhenItsPageHasRoom) {
@@ -586,7 +613,8 @@ TEST_F(DocumentEvent, SurvivesTheFailureOfEachPlatformCall) {
             const auto lastFailed = andAllLater ? names.end() : firstFailed + 1;
             const bool unreachable =
                 BlockExists() && std::any_of(firstFailed, lastFailed, [](const std::string& name) {
-                    return name == "OpenFileMappingW" || name == "MapViewOfFile";
+                    return name == "OpenFileMappingW" || name == "MapViewOfFile" ||
+                           name == "VirtualQuery";
                 });
             EXPECT_EQ(BlockExists(), unreachable) << failed;
             EXPECT_EQ(machine.OpenNow().handles, before.handles + unreachable) << failed;

@@ -43,6 +43,13 @@ TEST(SharedMemoryContract, OneBlockPerNameUntilItsLastHandleGoes) {
     ASSERT_TRUE(opened);
     NullableHandle otherLetters = MakeShared(10, TEXT("2C1F40CVP"));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
+    const platform::LoadedModule library(LoadLibraryW(TEXT("kernelbase.dll")));
+    const auto isSame =
+        platform::ExportOf<BOOL(WINAPI*)(HANDLE, HANDLE)>(library.get(), "CompareObjectHandles");
+    ASSERT_NE(isSame, nullptr);
+    EXPECT_TRUE(isSame(first.get(), opened.get()));
+    EXPECT_FALSE(isSame(first.get(), otherLetters.get()));
+    EXPECT_FALSE(isSame(reinterpret_cast<HANDLE>(0x7770), first.get()));
 
     MappedView written = Map(first, FILE_MAP_ALL_ACCESS);
     MappedView read = Map(again, FILE_MAP_READ);
@@ -77,6 +84,7 @@ TEST(SharedMemoryContract, ViewsAreWholePages) {
     EXPECT_EQ(information.BaseAddress, bytes);
     EXPECT_EQ(information.AllocationBase, bytes);
     EXPECT_EQ(information.RegionSize, 4096u);
+    EXPECT_EQ(information.State, DWORD{MEM_COMMIT});
     EXPECT_EQ(VirtualQuery(bytes, &information, 47), 0u);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_BAD_LENGTH});
 
@@ -86,6 +94,12 @@ TEST(SharedMemoryContract, ViewsAreWholePages) {
     EXPECT_EQ(GetLastError(), DWORD{ERROR_MAPPED_ALIGNMENT});
     EXPECT_FALSE(Map(mapping, FILE_MAP_READ, 0, 65536));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+
+    const NullableHandle reserved(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr,
+                                                     PAGE_READWRITE | SEC_RESERVE, 0, 90, nullptr));
+    const MappedView notThere = Map(reserved, FILE_MAP_ALL_ACCESS, 90);
+    ASSERT_NE(VirtualQuery(notThere.get(), &information, sizeof(information)), 0u);
+    EXPECT_EQ(information.State, DWORD{MEM_RESERVE});
 
     const NullableHandle large = MakeShared(65536 + 10, nullptr);
     const MappedView end = Map(large, FILE_MAP_ALL_ACCESS, 0, 65536);

@@ -152,19 +152,22 @@ TEST_F(WindowsDocument, CreationConfirmsRecordThatCarriesTheSignature) {
     struct Row {
         const char* what;
         WORD publicSize;
+        WORD privateSize;
         const char* signature;
         bool confirmed;
     };
     constexpr Row kRows[] = {
-        {"today's public part", 220, "PRIV", true},
-        {"an older, shorter public part", 188, "PRIV", true},
-        {"another driver's private part", 220, "VIRP", false},
+        {"today's public part", 220, 2388, "PRIV", true},
+        {"an older, shorter public part", 188, 2388, "PRIV", true},
+        {"another driver's private part", 220, 2388, "VIRP", false},
+        {"a private part that ends within its signature", 220, 7, "PRIV", false},
     };
     for (const Row& row : kRows) {
         SCOPED_TRACE(row.what);
         std::vector<BYTE> bytes(2608);
         auto* settings = reinterpret_cast<DEVMODEW*>(bytes.data());
         settings->dmSize = row.publicSize;
+        settings->dmDriverExtra = row.privateSize;
         std::memcpy(bytes.data() + row.publicSize + 4, row.signature, 4);
         DOCEVENT_CREATEDCPRE created = {nullptr, nullptr, settings, FALSE};
         DEVMODEW* confirmed = nullptr;

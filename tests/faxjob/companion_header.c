@@ -1,0 +1,1 @@
+#include "faxjob/companion.h"
