@@ -20,9 +20,10 @@ extern HMODULE ownModule;
 // and dialog of the user interface is loaded from here.
 extern HMODULE resourceModule;
 
-// Guards `descriptionCache`, and is held for the whole of every description load, because the
-// reader keeps process-wide state and two loads would fight over one cache file. A thread may
-// enter it again while it holds it. Nothing in the module takes another lock while holding it.
+// Guards `descriptionCache`, and is held for the whole of every description load, since two loads
+// at once would fight over the cache file that they write, and while a driver upgrade rewrites
+// what a printer has stored. A thread may enter it again while it holds it. Nothing in the module
+// takes another lock while holding it.
 extern CRITICAL_SECTION moduleLock;
 
 // Holds `moduleLock` from construction to destruction.

@@ -58,35 +58,18 @@ enum DeviceFlag : uint32_t {
 };
 
 // The per-printer device record, kept as the printer data value "PrinterData".
-// 108 bytes, little-endian, no padding. Older drivers stored fewer bytes: a reader takes the
-// bytes there are, at most 108, and the rest are zero.
+// 108 bytes, little-endian, no padding; printer_data_fields.def lists its fields. Older drivers
+// stored fewer bytes: a reader takes the bytes there are, at most 108, and the rest are zero.
 struct PrinterDataRecord {
-    uint16_t version;              //   0  260
-    uint16_t size;                 //   2  bytes in this record, 108
-    uint32_t deviceFlags;          //   4  DeviceFlag bits
-    uint32_t memoryBytes;          //   8  device memory, bytes
-    uint32_t jobTimeout;           //  12  seconds
-    uint32_t waitTimeout;          //  16  seconds
-    uint16_t languageIndex;        //  20  of the description's default language
-    uint8_t reserved[18];          //  22  zero
-    uint16_t descriptionChecksum;  //  40  of the description the selections fit
-    uint16_t installableCount;     //  42  entries used below; a stored record may say anything
-    uint8_t installableSelections[kInstallableRoom];  //  44  option per installable feature
+#define KSFAX_DEVICE_FIELD(type, field, offset, unit, meaning) std::type_identity_t<type> field;
+#include "core/printer_data_fields.def"
 };
 static_assert(std::is_trivially_copyable_v<PrinterDataRecord>);
 static_assert(std::is_standard_layout_v<PrinterDataRecord>);
 static_assert(sizeof(PrinterDataRecord) == 108);
-static_assert(offsetof(PrinterDataRecord, version) == 0);
-static_assert(offsetof(PrinterDataRecord, size) == 2);
-static_assert(offsetof(PrinterDataRecord, deviceFlags) == 4);
-static_assert(offsetof(PrinterDataRecord, memoryBytes) == 8);
-static_assert(offsetof(PrinterDataRecord, jobTimeout) == 12);
-static_assert(offsetof(PrinterDataRecord, waitTimeout) == 16);
-static_assert(offsetof(PrinterDataRecord, languageIndex) == 20);
-static_assert(offsetof(PrinterDataRecord, reserved) == 22);
-static_assert(offsetof(PrinterDataRecord, descriptionChecksum) == 40);
-static_assert(offsetof(PrinterDataRecord, installableCount) == 42);
-static_assert(offsetof(PrinterDataRecord, installableSelections) == 44);
+#define KSFAX_DEVICE_FIELD(type, field, offset, unit, meaning)                                     \
+    static_assert(offsetof(PrinterDataRecord, field) == (offset));
+#include "core/printer_data_fields.def"
 
 // What the description, the administrator's values "FreeMem" (kilobytes, at least 100) and
 // "PrinterHT", the locale and the code page say, in new global memory; empty when that runs out.

@@ -72,7 +72,7 @@ void FillJobSettings(PrinterSession* session, const platform::GlobalBlock& block
     privatePart.jobText[0] = 0;
     privatePart.layoutOverride = 0;
     privatePart.pagesPerSheetOut = 0;
-    privatePart.duplexOut &= ~0x100;
+    privatePart.duplexOut &= static_cast<uint16_t>(~kDuplexRequested);
 }
 
 // False when no record can be had.

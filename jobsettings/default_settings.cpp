@@ -142,7 +142,7 @@ void FillFeatureValues(PrivateJobSettings* part, const PrinterDescription& descr
 void FillFromMakerFlags(PrivateJobSettings* part, uint32_t makerFlags) {
     part->quickPrintSetup = (makerFlags & kMakerQuickPrintSetup) != 0;
     part->bandingAllowed = (makerFlags & kMakerNoBanding) == 0;
-    part->reprintFlags = (makerFlags & kMakerUseReprint) != 0 ? 0x100 : 0;
+    part->reprintFlags = (makerFlags & kMakerUseReprint) != 0 ? kReprintOn : 0;
 }
 
 void FillText(PrivateJobSettings* part) {
@@ -204,8 +204,8 @@ void FillJobBlock(PrivateJobSettings* part) {
     part->capsFlags = 0x40 | ((part->printerCaps & kCapBit12) != 0 ? 1 : 0);
     part->textBackColorOut = 0xFFFFFF;
     part->fixed1816 = 1;
-    part->pagePaperSizeOut = 0xFFFF;
-    part->initialPaperSizeOut = 0xFFFF;
+    part->pagePaperSizeOut = kNotOverridden;
+    part->initialPaperSizeOut = kNotOverridden;
     part->scaleOut = 100;
     part->outputFlags = part->outputBase;
     part->endSignature = kEndSignature;
@@ -233,7 +233,7 @@ void BuildDefaultJobSettings(JobSettings* settings, const WCHAR* deviceName,
     part.halfResolution = devMode.dmPrintQuality == 1200 ? 600 : 0;
     part.scalePercent = static_cast<uint16_t>(devMode.dmScale);
     part.inchUnits = metric ? 0 : 1;
-    part.layoutFlags = metric ? 0 : 1;
+    part.layoutFlags = metric ? 0 : kLayoutNotMetric;
     part.compressionMode = static_cast<uint16_t>(description.CompMode1028);
     part.source1 = static_cast<uint16_t>(devMode.dmDefaultSource);
     part.source2 = part.source1;

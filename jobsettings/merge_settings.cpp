@@ -110,20 +110,39 @@ uint8_t OrientationCode(const DEVMODEW& devMode, const PrivateJobSettings& part)
     return landscape != acrossSheet ? 3 : 2;
 }
 
+bool IsActiveApplication(const WCHAR* className) {
+    HWND window = GetActiveWindow();
+    if (window == nullptr) {
+        return false;
+    }
+    for (HWND parent = window; parent != nullptr; parent = GetParent(window)) {
+        window = parent;
+    }
+    // Threads derive at once: the buffer is this call's own.
+    WCHAR name[32];
+    return GetClassNameW(window, name, static_cast<int>(std::size(name))) != 0 &&
+           lstrcmpiW(name, className) == 0;
+}
+
+bool ReprintSuppressesCopies(const PrivateJobSettings& part) {
+    const uint16_t kind = part.reprintFlags & kReprintKind;
+    return (part.reprintFlags & kReprintOn) != 0 && (kind == 1 || kind == 2);
+}
+
 void DeriveCounter(PrivateJobSettings* part) {
-    if ((part->copyFlags & 0x01) != 0) {
+    if ((part->copyFlags & kDeviceCopiesAllowed) != 0) {
         return;
     }
-    const bool on = part->counterEnabled != 0 && part->counterMode == 0xFFFE &&
+    const bool on = part->counterEnabled != 0 && part->counterMode == kCounterModeOn &&
                     part->counterValue != 1 && part->counterGate != 0;
     if (on) {
-        part->counterMarker = 0xFFFF;
-        part->counterOn |= 0x01;
+        part->counterMarker = kCounterMarked;
+        part->counterOn |= kCounterIsOn;
         part->counterFlag = 1;
         part->counterOut = part->counterValue != 0 ? static_cast<uint8_t>(part->counterValue - 1)
                                                    : part->counterEnabled;
     } else {
-        part->counterOn &= static_cast<uint8_t>(~0x01);
+        part->counterOn &= static_cast<uint8_t>(~kCounterIsOn);
         part->counterMarker = 0;
         part->counterReserved = 0;
         part->counterOut = 0;
@@ -131,46 +150,42 @@ void DeriveCounter(PrivateJobSettings* part) {
     }
 }
 
-// Each of the following three returns whether it asks for the pages-per-sheet rule.
-
-bool DeriveDuplex(DEVMODEW* devMode, PrivateJobSettings* part) {
+void DeriveDuplex(DEVMODEW* devMode, PrivateJobSettings* part) {
     const uint16_t flags = part->duplexFlags;
     part->duplexOut = ReprintSuppressesCopies(*part) ? 0 : flags;
-    if ((flags & 0x100) == 0) {
+    if ((flags & kDuplexRequested) == 0) {
         devMode->dmDuplex = DMDUP_SIMPLEX;
-        return false;
+    } else if ((flags & kDuplexHeldBack) != 0) {
+        part->duplexOut &= static_cast<uint16_t>(~(kDuplexRequested | kDuplexHeldBack));
+        if (devMode->dmPaperSize == kUserPaperSize) {
+            part->duplexOut |= kDuplexRequested;
+        }
     }
-    if ((flags & 0x200) == 0) {
-        return true;
-    }
-    part->duplexOut &= static_cast<uint16_t>(~0x300);
-    if (devMode->dmPaperSize != kUserPaperSize) {
-        return false;
-    }
-    part->duplexOut |= 0x100;
-    return true;
 }
 
-bool DeriveCollation(const DEVMODEW& devMode, PrivateJobSettings* part) {
+void DeriveCollation(const DEVMODEW& devMode, PrivateJobSettings* part) {
     if (part->collateControl != 0) {
         part->collateRequested = devMode.dmCollate == DMCOLLATE_TRUE;
     }
     part->collateOut = part->collateRequested != 0;
-    bool asks = part->collateOut != 0;
     // Asking for the active window is left out where it cannot matter.
     if ((part->printerCaps & kCapBit15) == 0 &&
         (devMode.dmCopies > 1 || IsActiveApplication(kOpusClass))) {
         part->collateOut = 1;
-        asks = true;
     }
-    return asks;
 }
 
-bool OptionsForceLayout(const PrivateJobSettings& part) {
-    const bool reprints = (part.reprintFlags & 0x100) != 0 && (part.reprintOptions & 0x4) == 0 &&
-                          (part.reprintFlags & 0xFF) != 0;
-    return part.layoutOverride != 0 || (part.layoutOverrideFlags & 0x1) != 0 ||
-           (part.textOptionsOut & 0x80) != 0 || reprints;
+// Whether duplex, collation, another option or reprinting asks for the pages-per-sheet rule.
+bool ForcesLayout(const DEVMODEW& devMode, const PrivateJobSettings& part) {
+    const bool turns =
+        (part.duplexFlags & kDuplexRequested) != 0 &&
+        ((part.duplexFlags & kDuplexHeldBack) == 0 || devMode.dmPaperSize == kUserPaperSize);
+    const bool reprints = (part.reprintFlags & kReprintOn) != 0 &&
+                          (part.reprintOptions & kNoReprintRule) == 0 &&
+                          (part.reprintFlags & kReprintKindAndMore) != 0;
+    return turns || part.collateOut != 0 || part.layoutOverride != 0 ||
+           (part.layoutOverrideFlags & kOverrideForcesLayout) != 0 ||
+           (part.textOptionsOut & kTextForcesLayout) != 0 || reprints;
 }
 
 int32_t EffectivePagesPerSheet(int16_t pages, short scale, bool forced) {
@@ -181,16 +196,16 @@ int32_t EffectivePagesPerSheet(int16_t pages, short scale, bool forced) {
 }
 
 void DeriveCopies(const DEVMODEW& devMode, PrivateJobSettings* part) {
-    constexpr uint8_t applies = 0x80;
-    if ((part->copyFlags & 0x01) == 0) {
-        part->copyFlags &= static_cast<uint8_t>(~applies);
-    } else if (part->collateRequested != 0 && (part->copyControl & 0x2) == 0) {
-        part->copyFlags |= applies;
+    constexpr auto notApplying = static_cast<uint8_t>(~kDeviceCopiesApply);
+    if ((part->copyFlags & kDeviceCopiesAllowed) == 0) {
+        part->copyFlags &= notApplying;
+    } else if (part->collateRequested != 0 && (part->copyControl & kNoDeviceCopies) == 0) {
+        part->copyFlags |= kDeviceCopiesApply;
         part->deviceCopies = static_cast<uint16_t>(devMode.dmCopies);
         part->collateOut = 0;
     }
     if (ReprintSuppressesCopies(*part)) {
-        part->copyFlags &= static_cast<uint8_t>(~applies);
+        part->copyFlags &= notApplying;
         part->collateOut = 0;
     }
 }
@@ -233,17 +248,17 @@ void DeriveJobBlock(JobSettings* settings) {
 
     part.sourceOut = static_cast<uint16_t>(devMode.dmDefaultSource);
     part.outputFlags = part.outputBase;
-    if ((part.stapleMode & 0x3) < 2) {
-        part.outputFlags |= 0x8;
+    if ((part.stapleMode & kStapleModeBits) < kStapling) {
+        part.outputFlags |= kOutputNotStapled;
     }
     if (part.counterMode == 0) {
-        part.outputFlags |= 0x80000000;
+        part.outputFlags |= kOutputNoCounterMode;
     }
     const bool overridden = part.paperOverride == 1;
-    part.pagePaperSizeOut = overridden ? part.pagePaperSize : 0xFFFF;
-    part.initialPaperSizeOut = overridden ? part.initialPaperSize : 0xFFFF;
+    part.pagePaperSizeOut = overridden ? part.pagePaperSize : kNotOverridden;
+    part.initialPaperSizeOut = overridden ? part.initialPaperSize : kNotOverridden;
     part.scaleOut = part.scalePercent;
-    const bool turned = (part.rotationFlags & 0x2) != 0;
+    const bool turned = (part.rotationFlags & kRotate180) != 0;
     part.rotate180 = turned ? 1 : 0;
     part.rotationAngle = turned ? 180 : 0;
     part.orientationCode = OrientationCode(devMode, part);
@@ -253,37 +268,18 @@ void DeriveJobBlock(JobSettings* settings) {
     part.textColorOut = part.textColor;
     part.textBackColorOut = part.textBackColor;
     part.textFontOut = part.textFont;
-    part.layoutValueOut = (part.layoutFlags & 0x2) != 0 ? part.layoutValue : 0;
+    part.layoutValueOut = (part.layoutFlags & kLayoutValueCounts) != 0 ? part.layoutValue : 0;
 
-    bool forced = DeriveDuplex(&devMode, &part);
-    forced |= DeriveCollation(devMode, &part);
-    part.applicationFlags &= static_cast<uint8_t>(~0x01);
+    DeriveDuplex(&devMode, &part);
+    DeriveCollation(devMode, &part);
+    part.applicationFlags &= static_cast<uint8_t>(~kIsFlwApplication);
     if (IsActiveApplication(kFlwClass)) {
-        part.applicationFlags |= 0x01;
+        part.applicationFlags |= kIsFlwApplication;
     }
-    forced |= OptionsForceLayout(part);
-    part.pagesPerSheetOut = EffectivePagesPerSheet(part.pagesPerSheet, devMode.dmScale, forced);
+    part.pagesPerSheetOut =
+        EffectivePagesPerSheet(part.pagesPerSheet, devMode.dmScale, ForcesLayout(devMode, part));
     part.jobText[0] = 0;
     DeriveCopies(devMode, &part);
-}
-
-bool IsActiveApplication(const WCHAR* className) {
-    HWND window = GetActiveWindow();
-    if (window == nullptr) {
-        return false;
-    }
-    for (HWND parent = window; parent != nullptr; parent = GetParent(window)) {
-        window = parent;
-    }
-    // Threads derive at once: the buffer is this call's own.
-    WCHAR name[32];
-    return GetClassNameW(window, name, static_cast<int>(std::size(name))) != 0 &&
-           lstrcmpiW(name, className) == 0;
-}
-
-bool ReprintSuppressesCopies(const PrivateJobSettings& privatePart) {
-    const uint16_t kind = privatePart.reprintFlags & 0x7;
-    return (privatePart.reprintFlags & 0x100) != 0 && (kind == 1 || kind == 2);
 }
 
 }  // namespace ksfax

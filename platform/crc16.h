@@ -108,9 +108,9 @@ constexpr uint64_t PowerOfX(unsigned bits) {
     return BySlicing(BySlicing(0, rest, sizeof(rest)), bytes, count);
 }
 
+// Read from what the compiler's runtime keeps, so there is nothing to remember here.
 inline bool HasMultiplication() {
-    static const bool has = __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3");
-    return has;
+    return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3");
 }
 
 #else

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <iostream>
 #include <optional>
-#include <type_traits>
+#include <string_view>
 
 #include "platform/embedded/text.h"
 
@@ -14,6 +14,7 @@
 #include "tool/fax_input.h"
 #include "tool/ppd_file.h"
 #include "tool/program.h"
+#include "tool/record_fields.h"
 #include "tool/settings_record.h"
 
 namespace tool {
@@ -23,67 +24,9 @@ namespace {
 using nlohmann::ordered_json;
 using Record = std::vector<std::byte>;
 
-// What the number or the bytes of a field mean; the names of job_settings_fields.def.
-// clang-format off
-enum class Meaning {
-    Number, Hex, Text, Raw, Reserved, Bytes, Percent, Dpi, Degrees, Tenths, Rgb, Paper, Bin,
-    Orientation, Color, Duplex, TrueType, Collate, FaxResolution,
-};
-// clang-format on
-
-struct Field {
-    const char* name;
-    size_t offset;  // in its part
-    size_t width;
-    Meaning meaning;
-    bool isPrivate;
-    bool isSigned;
-    bool isWide;  // text of WCHAR
-};
-
-template <typename Value>
-constexpr Field FieldOf(const char* name, size_t offset, Meaning meaning, bool isPrivate) {
-    return {name,
-            offset,
-            sizeof(Value),
-            meaning,
-            isPrivate,
-            std::is_signed_v<Value>,
-            std::is_same_v<std::remove_extent_t<Value>, WCHAR>};
-}
-
-constexpr Field kFields[] = {
-#define KSFAX_PUBLIC_FIELD(field, offset, width, meaning)                                          \
-    FieldOf<decltype(DEVMODEW::field)>(#field, offset, Meaning::meaning, false),
-#define KSFAX_PRIVATE_FIELD(field, offset, width, meaning)                                         \
-    FieldOf<decltype(ksfax::PrivateJobSettings::field)>(#field, offset, Meaning::meaning, true),
-#include "jobsettings/job_settings_fields.def"
-};
-
-// A byte that belongs to no field could differ unseen.
-constexpr bool CoverTheRecord() {
-    size_t end = 0;
-    for (const Field& field : kFields) {
-        if (field.offset + (field.isPrivate ? ksfax::kPublicSize : 0) != end) {
-            return false;
-        }
-        end += field.width;
-    }
-    return end == sizeof(ksfax::JobSettings);
-}
-static_assert(CoverTheRecord());
-
-struct Unit {
-    Meaning meaning;
-    const char* name;
-};
-constexpr Unit kUnits[] = {
-    {Meaning::Bytes, "bytes"},
-    {Meaning::Percent, "percent"},
-    {Meaning::Dpi, "dots per inch"},
-    {Meaning::Degrees, "degrees"},
-    {Meaning::Tenths, "tenths of a millimetre"},
-    {Meaning::Rgb, "RGB"},
+// The units that a number is shown with.
+constexpr std::string_view kShownUnits[] = {
+    "bytes", "percent", "dots per inch", "degrees", "tenths of a millimetre", "RGB",
 };
 
 // The published names of coded values: the papers from code 1 on, and the others.
@@ -111,64 +54,60 @@ constexpr const char* kPaperNames[] = {
 static_assert(std::size(kPaperNames) == 118);
 
 struct CodeName {
-    Meaning meaning;
+    std::string_view unit;
     int code;
     const char* name;
 };
 constexpr CodeName kCodeNames[] = {
-    {Meaning::Paper, 256, "DMPAPER_USER"},
-    {Meaning::Bin, 1, "DMBIN_UPPER"},
-    {Meaning::Bin, 2, "DMBIN_LOWER"},
-    {Meaning::Bin, 3, "DMBIN_MIDDLE"},
-    {Meaning::Bin, 4, "DMBIN_MANUAL"},
-    {Meaning::Bin, 5, "DMBIN_ENVELOPE"},
-    {Meaning::Bin, 6, "DMBIN_ENVMANUAL"},
-    {Meaning::Bin, 7, "DMBIN_AUTO"},
-    {Meaning::Bin, 8, "DMBIN_TRACTOR"},
-    {Meaning::Bin, 9, "DMBIN_SMALLFMT"},
-    {Meaning::Bin, 10, "DMBIN_LARGEFMT"},
-    {Meaning::Bin, 11, "DMBIN_LARGECAPACITY"},
-    {Meaning::Bin, 14, "DMBIN_CASSETTE"},
-    {Meaning::Bin, 15, "DMBIN_FORMSOURCE"},
-    {Meaning::Bin, 256, "DMBIN_USER"},
-    {Meaning::Dpi, -1, "DMRES_DRAFT"},
-    {Meaning::Dpi, -2, "DMRES_LOW"},
-    {Meaning::Dpi, -3, "DMRES_MEDIUM"},
-    {Meaning::Dpi, -4, "DMRES_HIGH"},
-    {Meaning::Orientation, 1, "DMORIENT_PORTRAIT"},
-    {Meaning::Orientation, 2, "DMORIENT_LANDSCAPE"},
-    {Meaning::Color, 1, "DMCOLOR_MONOCHROME"},
-    {Meaning::Color, 2, "DMCOLOR_COLOR"},
-    {Meaning::Duplex, 1, "DMDUP_SIMPLEX"},
-    {Meaning::Duplex, 2, "DMDUP_VERTICAL"},
-    {Meaning::Duplex, 3, "DMDUP_HORIZONTAL"},
-    {Meaning::TrueType, 1, "DMTT_BITMAP"},
-    {Meaning::TrueType, 2, "DMTT_DOWNLOAD"},
-    {Meaning::TrueType, 3, "DMTT_SUBDEV"},
-    {Meaning::TrueType, 4, "DMTT_DOWNLOAD_OUTLINE"},
-    {Meaning::Collate, 0, "DMCOLLATE_FALSE"},
-    {Meaning::Collate, 1, "DMCOLLATE_TRUE"},
-    {Meaning::FaxResolution, 0, "200 x 200 dots per inch"},
-    {Meaning::FaxResolution, 1, "200 x 100 dots per inch"},
+    {"DMPAPER_", 256, "DMPAPER_USER"},
+    {"DMBIN_", 1, "DMBIN_UPPER"},
+    {"DMBIN_", 2, "DMBIN_LOWER"},
+    {"DMBIN_", 3, "DMBIN_MIDDLE"},
+    {"DMBIN_", 4, "DMBIN_MANUAL"},
+    {"DMBIN_", 5, "DMBIN_ENVELOPE"},
+    {"DMBIN_", 6, "DMBIN_ENVMANUAL"},
+    {"DMBIN_", 7, "DMBIN_AUTO"},
+    {"DMBIN_", 8, "DMBIN_TRACTOR"},
+    {"DMBIN_", 9, "DMBIN_SMALLFMT"},
+    {"DMBIN_", 10, "DMBIN_LARGEFMT"},
+    {"DMBIN_", 11, "DMBIN_LARGECAPACITY"},
+    {"DMBIN_", 14, "DMBIN_CASSETTE"},
+    {"DMBIN_", 15, "DMBIN_FORMSOURCE"},
+    {"DMBIN_", 256, "DMBIN_USER"},
+    {"dots per inch", -1, "DMRES_DRAFT"},
+    {"dots per inch", -2, "DMRES_LOW"},
+    {"dots per inch", -3, "DMRES_MEDIUM"},
+    {"dots per inch", -4, "DMRES_HIGH"},
+    {"DMORIENT_", 1, "DMORIENT_PORTRAIT"},
+    {"DMORIENT_", 2, "DMORIENT_LANDSCAPE"},
+    {"DMCOLOR_", 1, "DMCOLOR_MONOCHROME"},
+    {"DMCOLOR_", 2, "DMCOLOR_COLOR"},
+    {"DMDUP_", 1, "DMDUP_SIMPLEX"},
+    {"DMDUP_", 2, "DMDUP_VERTICAL"},
+    {"DMDUP_", 3, "DMDUP_HORIZONTAL"},
+    {"DMTT_", 1, "DMTT_BITMAP"},
+    {"DMTT_", 2, "DMTT_DOWNLOAD"},
+    {"DMTT_", 3, "DMTT_SUBDEV"},
+    {"DMTT_", 4, "DMTT_DOWNLOAD_OUTLINE"},
+    {"DMCOLLATE_", 0, "DMCOLLATE_FALSE"},
+    {"DMCOLLATE_", 1, "DMCOLLATE_TRUE"},
+    {"fax resolution", 0, "200 x 200 dots per inch"},
+    {"fax resolution", 1, "200 x 100 dots per inch"},
 };
 // clang-format on
 
 // Null for a value without a name.
-ordered_json CodeNameOf(Meaning meaning, int64_t value) {
-    if (meaning == Meaning::Paper && value >= 1 && value <= int64_t(std::size(kPaperNames))) {
+ordered_json CodeNameOf(std::string_view unit, int64_t value) {
+    if (unit == "DMPAPER_" && value >= 1 && value <= int64_t(std::size(kPaperNames))) {
         return std::string("DMPAPER_") + kPaperNames[value - 1];
     }
     const auto* code = std::ranges::find_if(kCodeNames, [=](const CodeName& candidate) {
-        return candidate.meaning == meaning && candidate.code == value;
+        return candidate.unit == unit && candidate.code == value;
     });
     return code == std::end(kCodeNames) ? ordered_json() : ordered_json(code->name);
 }
 
-bool IsRaw(const Field& field) {
-    return field.meaning == Meaning::Raw || field.meaning == Meaning::Reserved;
-}
-
-std::string TextAt(const std::byte* bytes, const Field& field) {
+std::string TextAt(const std::byte* bytes, const RecordField& field) {
     if (!field.isWide) {
         const std::string text(reinterpret_cast<const char*>(bytes), field.width);
         return embedded::Utf8(embedded::FromAnsi(text.substr(0, text.find('\0'))));
@@ -178,7 +117,7 @@ std::string TextAt(const std::byte* bytes, const Field& field) {
     return embedded::Utf8(text.substr(0, text.find(u'\0')));
 }
 
-int64_t NumberAt(const std::byte* bytes, const Field& field) {
+int64_t NumberAt(const std::byte* bytes, const RecordField& field) {
     uint32_t number = 0;
     std::memcpy(&number, bytes, field.width);
     if (!field.isSigned) {
@@ -189,24 +128,24 @@ int64_t NumberAt(const std::byte* bytes, const Field& field) {
 
 // {value, name, unit}: a number, a text, or bytes as hexadecimal digits; the published name of a
 // code; the unit of a value that has no name. Null for what there is not.
-ordered_json ValueAt(const std::byte* bytes, const Field& field) {
-    if (field.meaning == Meaning::Text) {
-        return {{"value", TextAt(bytes, field)}, {"name", nullptr}, {"unit", nullptr}};
-    }
-    if (IsRaw(field)) {
-        return {{"value", Hexadecimal({bytes, field.width})}, {"name", nullptr}, {"unit", nullptr}};
+ordered_json ValueAt(const std::byte* bytes, const RecordField& field) {
+    if (!field.isNumber) {
+        return {{"value",
+                 field.unit == "text" ? TextAt(bytes, field) : Hexadecimal({bytes, field.width})},
+                {"name", nullptr},
+                {"unit", nullptr}};
     }
     const int64_t number = NumberAt(bytes, field);
-    const ordered_json name = CodeNameOf(field.meaning, number);
-    const auto* unit = std::ranges::find(kUnits, field.meaning, &Unit::meaning);
-    const bool hasUnit = name.is_null() && unit != std::end(kUnits);
+    const ordered_json name = CodeNameOf(field.unit, number);
+    const bool hasUnit =
+        name.is_null() && std::ranges::find(kShownUnits, field.unit) != std::end(kShownUnits);
     return {{"value", number},
             {"name", name},
-            {"unit", hasUnit ? ordered_json(unit->name) : ordered_json()}};
+            {"unit", hasUnit ? ordered_json(field.unit) : ordered_json()}};
 }
 
 struct ShownField {
-    const Field* field;
+    const RecordField* field;
     ordered_json value;
 };
 
@@ -229,15 +168,15 @@ std::string BytesText(const std::string& digits) {
 
 std::string ValueText(const ShownField& shown) {
     const ordered_json& value = shown.value["value"];
-    const Meaning meaning = shown.field->meaning;
-    if (meaning == Meaning::Text) {
+    const std::string_view unit = shown.field->unit;
+    if (unit == "text") {
         return '"' + value.get<std::string>() + '"';
     }
     if (value.is_string()) {
         return BytesText(value.get<std::string>());
     }
     std::string text = value.dump();
-    if ((meaning == Meaning::Hex || meaning == Meaning::Rgb) && value > 9) {
+    if ((unit == "bits" || unit == "code" || unit == "RGB") && value > 9) {
         char hexadecimal[16];
         std::snprintf(hexadecimal, sizeof hexadecimal, "  0x%X", value.get<uint32_t>());
         text += hexadecimal;
@@ -256,9 +195,13 @@ std::vector<ShownField> Fields(const Record& record) {
     WORD sizes[2];
     std::memcpy(sizes, &record[offsetof(DEVMODEW, dmSize)], sizeof sizes);
     std::vector<ShownField> shown;
-    for (const Field& field : kFields) {
-        if (field.offset + field.width <= sizes[field.isPrivate]) {
-            const size_t start = field.isPrivate ? sizes[0] : 0;
+    for (const RecordField& field : kRecordFields) {
+        if (field.part == RecordPart::Device) {
+            break;
+        }
+        const bool isPrivate = field.part == RecordPart::Private;
+        if (field.offset + field.width <= sizes[isPrivate]) {
+            const size_t start = isPrivate ? sizes[0] : 0;
             shown.push_back({&field, ValueAt(&record[start + field.offset], field)});
         }
     }
@@ -269,7 +212,7 @@ std::vector<ShownField> Fields(const Record& record) {
 std::vector<ShownField> FieldsToShow(const Record& record) {
     std::vector<ShownField> shown = Fields(record);
     std::erase_if(shown, [](const ShownField& field) {
-        return field.field->meaning == Meaning::Reserved && ValueText(field) == "all zero";
+        return field.field->unit == "reserved" && ValueText(field) == "all zero";
     });
     return shown;
 }
@@ -315,7 +258,7 @@ void TellSettings(const SettingsOptions& options, const Record& record,
                   const std::vector<Difference>& differences) {
     if (options.show) {
         for (const ShownField& field : FieldsToShow(record)) {
-            const std::string name = field.field->name;
+            const std::string name(field.field->name);
             std::cout << name << std::string(24 - std::min<size_t>(name.size(), 23), ' ')
                       << ValueText(field) << '\n';
         }
@@ -335,10 +278,10 @@ ordered_json SettingsJson(const SettingsOptions& options, const Record& record,
                          {"fields", ordered_json::object()},
                          {"differences", ordered_json::object()}};
     for (const ShownField& field : FieldsToShow(record)) {
-        json["fields"][field.field->name] = field.value;
+        json["fields"][std::string(field.field->name)] = field.value;
     }
     for (const Difference& difference : differences) {
-        json["differences"][difference.here.field->name] = {
+        json["differences"][std::string(difference.here.field->name)] = {
             {"here", difference.here.value},
             {"there", difference.there ? difference.there->value : ordered_json()}};
     }

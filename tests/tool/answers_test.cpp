@@ -15,8 +15,8 @@ struct RecordField {
     size_t offset;
 };
 constexpr RecordField kRecordFields[] = {
-#define KSFAX_PUBLIC_FIELD(field, offset, width, meaning) {#field, offset},
-#define KSFAX_PRIVATE_FIELD(field, offset, width, meaning) {#field, kPrivate + (offset)},
+#define KSFAX_PUBLIC_FIELD(type, field, offset, unit, meaning) {#field, offset},
+#define KSFAX_PRIVATE_FIELD(type, field, offset, unit, meaning) {#field, kPrivate + (offset)},
 #include "jobsettings/job_settings_fields.def"
 };
 
