@@ -25,6 +25,7 @@
 #include "platform/embedded/machine.h"
 #include "platform/owned.h"
 
+#include "description/conflicts.h"
 #include "description/load_description.h"
 #include "description/printer_description.h"
 
@@ -280,9 +281,10 @@ void ConflictsWithPeer(benchmark::State& state) {
                 const Measured measured = Measure({
                     [&] { benchmark::DoNotOptimize(PeerConflicts(ppd)); },
                     [&] {
+                        const ksfax::SelectedOptions selected(description, installable, document);
                         for (uint16_t feature = 0; feature < document.size(); ++feature) {
-                            benchmark::DoNotOptimize(ksfax::FindConflict(
-                                description, installable, document, feature, document[feature]));
+                            benchmark::DoNotOptimize(
+                                ksfax::FindConflict(selected, feature, document[feature]));
                         }
                     },
                 });
@@ -460,7 +462,7 @@ LOOKUP(GetDefaultOptionValue, ksfax::GetDefaultOptionValue(d, ksfax::FeatureKind
 LOOKUP(MicronsFromPoints, ksfax::MicronsFromPoints(d.MaxMediaWidth));
 LOOKUP(GetDefaultSelections, ksfax::GetDefaultSelections(d, {document, 64}));
 LOOKUP(IsConstrained, ksfax::IsConstrained(d, 2, 2, 0, 9));
-LOOKUP(FindConflict, ksfax::FindConflict(d, {installable, 64}, {document, 64}, 2, 2));
+LOOKUP(FindConflict, ksfax::FindConflict({d, {installable, 64}, {document, 64}}, 2, 2));
 LOOKUP(ResolveInstallableConflicts, ksfax::ResolveInstallableConflicts(d, {installable, 64}));
 LOOKUP(GetSleepModeField, ksfax::GetSleepModeField(d, 2));
 LOOKUP(GetDefaultBin, ksfax::GetDefaultBin(d));

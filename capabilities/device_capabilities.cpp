@@ -8,6 +8,7 @@
 #include "core/spooler_queries.h"
 #include "description/paper_keywords.h"
 #include "description/printer_description.h"
+#include "description/text.h"
 #include "jobsettings/job_settings.h"
 
 namespace ksfax {

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstring>
 #include <span>
 
 #include "platform/owned.h"
@@ -9,7 +8,9 @@
 #include "core/module_state.h"
 #include "core/printer_data.h"
 #include "core/spooler_queries.h"
+#include "description/conflicts.h"
 #include "description/printer_description.h"
+#include "description/text.h"
 #include "jobsettings/job_settings.h"
 #include "resources/resource.h"
 
@@ -109,39 +110,6 @@ void SelectResolution(JobSettings* working, const PrinterDescription& descriptio
     }
 }
 
-// The selections of all installable features: those that the device record holds, and the
-// defaults of the features beyond its room.
-class InstallableSelections {
-  public:
-    InstallableSelections(const PrinterDataRecord& record, const PrinterDescription& description)
-        : selections_(record.installableSelections,
-                      std::min<size_t>(description.InstallableFeatureCount, kInstallableRoom)) {
-        const size_t count = description.InstallableFeatureCount;
-        if (count <= kInstallableRoom) {
-            return;
-        }
-        block_.reset(GlobalAlloc(GMEM_FIXED, count));
-        auto* all = static_cast<uint8_t*>(block_.get());
-        if (all == nullptr) {
-            return;
-        }
-        std::memcpy(all, record.installableSelections, kInstallableRoom);
-        size_t filled = kInstallableRoom;
-        const FeatureRecord* feature = NthListEntry(
-            description.Features.Target(), description.DocumentFeatureCount + kInstallableRoom);
-        for (; feature != nullptr && filled < count; feature = feature->Next.Target()) {
-            all[filled++] = static_cast<uint8_t>(feature->Default);
-        }
-        selections_ = {all, filled};
-    }
-
-    std::span<const uint8_t> all() const { return selections_; }
-
-  private:
-    platform::GlobalBlock block_;
-    std::span<const uint8_t> selections_;
-};
-
 bool OptionsConflict(HANDLE printer, JobSettings* working, const PrinterDescription& description) {
     const platform::GlobalBlock block = GetPrinterDataRecord(printer, description);
     if (!block) {
@@ -150,14 +118,17 @@ bool OptionsConflict(HANDLE printer, JobSettings* working, const PrinterDescript
     if ((working->devMode.dmFields & DM_PRINTQUALITY) != 0) {
         SelectResolution(working, description);
     }
+    // Each record has room for the first 64 features of its group; those beyond cannot be chosen.
     const auto& record = *static_cast<const PrinterDataRecord*>(block.get());
-    const InstallableSelections installable(record, description);
+    const std::span<const uint8_t> installable(
+        record.installableSelections,
+        std::min<size_t>(description.InstallableFeatureCount, kInstallableRoom));
     const std::span<const uint8_t> document(
         PrivatePart(*working).featureSelections,
         std::min<size_t>(description.DocumentFeatureCount, kDocumentFeatureRoom));
+    const SelectedOptions selected(description, installable, document);
     for (size_t i = 0; i < document.size(); ++i) {
-        if (FindConflict(description, installable.all(), document, static_cast<uint16_t>(i),
-                         document[i]) != 0) {
+        if (FindConflict(selected, static_cast<uint16_t>(i), document[i]) != 0) {
             return true;
         }
     }

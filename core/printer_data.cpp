@@ -5,6 +5,7 @@
 
 #include "core/module_state.h"
 #include "core/spooler_queries.h"
+#include "description/conflicts.h"
 #include "description/printer_description.h"
 
 namespace ksfax {

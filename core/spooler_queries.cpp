@@ -1,6 +1,7 @@
 #include "core/spooler_queries.h"
 
 #include "description/printer_description.h"
+#include "description/text.h"
 
 namespace ksfax {
 

@@ -16,6 +16,7 @@
 
 #include "description/parse_observer.h"
 #include "description/printer_description.h"
+#include "description/text.h"
 
 namespace ksfax {
 
@@ -320,10 +321,6 @@ bool ParseBoolean(uint32_t* value, Text text);
 
 // Without one leading asterisk; empty when nothing is left.
 Text StripAsterisk(Text text);
-
-inline bool IsBlank(char c) {
-    return c == ' ' || c == '\t';
-}
 
 // ---- Option model ----
 

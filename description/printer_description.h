@@ -21,7 +21,6 @@
 #include <cstring>
 #include <span>
 #include <string_view>
-#include <type_traits>
 
 #include "platform/windows_api.h"
 
@@ -285,100 +284,6 @@ struct PrinterDescription {
 
 #pragma pack(pop)
 
-template <typename Record>
-constexpr bool
-    kIsPlainRecord = std::is_trivially_copyable_v<Record>&& std::is_standard_layout_v<Record> &&
-                     alignof(Record) <= 4;
-
-static_assert(sizeof(Ref<char>) == 8 && kIsPlainRecord<Ref<char>>);
-// Every field, so that no two neighbours of one width can change places.
-// clang-format off
-#define KSFAX_PIN(record, field, offset) static_assert(offsetof(record, field) == (offset))
-static_assert(sizeof(OptionRecord) == 40 && kIsPlainRecord<OptionRecord>);
-KSFAX_PIN(OptionRecord, Next, 0); KSFAX_PIN(OptionRecord, Name, 8);
-KSFAX_PIN(OptionRecord, NameHash, 16); KSFAX_PIN(OptionRecord, Translation, 24);
-KSFAX_PIN(OptionRecord, Invocation, 32);
-static_assert(sizeof(PaperOptionRecord) == 112 && kIsPlainRecord<PaperOptionRecord>);
-KSFAX_PIN(PaperOptionRecord, Common, 0); KSFAX_PIN(PaperOptionRecord, PageSizeLInvocation, 40);
-KSFAX_PIN(PaperOptionRecord, PageRegionInvocation, 48);
-KSFAX_PIN(PaperOptionRecord, PaperWidth, 56); KSFAX_PIN(PaperOptionRecord, PaperHeight, 60);
-KSFAX_PIN(PaperOptionRecord, ImageableArea, 64);
-KSFAX_PIN(PaperOptionRecord, ImageableAreaExtra, 80);
-KSFAX_PIN(PaperOptionRecord, ImageableAreaL, 88);
-KSFAX_PIN(PaperOptionRecord, ImageableAreaLExtra, 104);
-static_assert(sizeof(SlotOptionRecord) == 48 && kIsPlainRecord<SlotOptionRecord>);
-KSFAX_PIN(SlotOptionRecord, Common, 0); KSFAX_PIN(SlotOptionRecord, RequiresPageRegion, 40);
-static_assert(sizeof(ResolutionOptionRecord) == 64 && kIsPlainRecord<ResolutionOptionRecord>);
-KSFAX_PIN(ResolutionOptionRecord, Common, 0);
-KSFAX_PIN(ResolutionOptionRecord, JCLResolutionInvocation, 40);
-KSFAX_PIN(ResolutionOptionRecord, SetResolutionInvocation, 48);
-KSFAX_PIN(ResolutionOptionRecord, ResScreenAngle, 56);
-KSFAX_PIN(ResolutionOptionRecord, ResScreenFreq, 60);
-static_assert(sizeof(MemoryOptionRecord) == 48 && kIsPlainRecord<MemoryOptionRecord>);
-KSFAX_PIN(MemoryOptionRecord, Common, 0); KSFAX_PIN(MemoryOptionRecord, MemoryAmount, 40);
-static_assert(sizeof(FeatureRecord) == 64 && kIsPlainRecord<FeatureRecord>);
-KSFAX_PIN(FeatureRecord, Next, 0); KSFAX_PIN(FeatureRecord, Name, 8);
-KSFAX_PIN(FeatureRecord, NameHash, 16); KSFAX_PIN(FeatureRecord, Translation, 24);
-KSFAX_PIN(FeatureRecord, Default, 32); KSFAX_PIN(FeatureRecord, OptionSize, 40);
-KSFAX_PIN(FeatureRecord, Kind, 44); KSFAX_PIN(FeatureRecord, Flags, 46);
-KSFAX_PIN(FeatureRecord, UIType, 48); KSFAX_PIN(FeatureRecord, Index, 50);
-KSFAX_PIN(FeatureRecord, Installable, 52); KSFAX_PIN(FeatureRecord, Options, 56);
-static_assert(sizeof(DeviceFontRecord) == 40 && kIsPlainRecord<DeviceFontRecord>);
-KSFAX_PIN(DeviceFontRecord, Next, 0); KSFAX_PIN(DeviceFontRecord, Name, 8);
-KSFAX_PIN(DeviceFontRecord, NameHash, 16); KSFAX_PIN(DeviceFontRecord, Description, 24);
-KSFAX_PIN(DeviceFontRecord, FontId, 36);
-static_assert(sizeof(OrderDependencyEntry) == 12 && kIsPlainRecord<OrderDependencyEntry>);
-KSFAX_PIN(OrderDependencyEntry, FeatureIndex, 0); KSFAX_PIN(OrderDependencyEntry, OptionIndex, 2);
-KSFAX_PIN(OrderDependencyEntry, Order, 4); KSFAX_PIN(OrderDependencyEntry, Section, 8);
-static_assert(sizeof(OrderDependencyTable) == 4 && kIsPlainRecord<OrderDependencyTable>);
-KSFAX_PIN(OrderDependencyTable, Count, 0); KSFAX_PIN(OrderDependencyTable, EntrySize, 2);
-static_assert(sizeof(ConstraintEntry) == 8 && kIsPlainRecord<ConstraintEntry>);
-KSFAX_PIN(ConstraintEntry, Feature1, 0); KSFAX_PIN(ConstraintEntry, Option1, 2);
-KSFAX_PIN(ConstraintEntry, Feature2, 4); KSFAX_PIN(ConstraintEntry, Option2, 6);
-static_assert(sizeof(ConstraintTable) == 4 && kIsPlainRecord<ConstraintTable>);
-KSFAX_PIN(ConstraintTable, Count, 0); KSFAX_PIN(ConstraintTable, EntrySize, 2);
-static_assert(sizeof(CustomPageSizeParameter) == 16 && kIsPlainRecord<CustomPageSizeParameter>);
-KSFAX_PIN(CustomPageSizeParameter, Order, 0); KSFAX_PIN(CustomPageSizeParameter, Type, 4);
-KSFAX_PIN(CustomPageSizeParameter, Min, 8); KSFAX_PIN(CustomPageSizeParameter, Max, 12);
-static_assert(sizeof(PrinterDescription) == 472 && kIsPlainRecord<PrinterDescription>);
-KSFAX_PIN(PrinterDescription, TotalSize, 0); KSFAX_PIN(PrinterDescription, PpdFileName, 8);
-KSFAX_PIN(PrinterDescription, NickName, 16); KSFAX_PIN(PrinterDescription, Version, 24);
-KSFAX_PIN(PrinterDescription, Checksum, 26); KSFAX_PIN(PrinterDescription, Protocols, 28);
-KSFAX_PIN(PrinterDescription, LandscapeOrientation, 30);
-KSFAX_PIN(PrinterDescription, TTRasterizer, 32);
-KSFAX_PIN(PrinterDescription, LanguageEncoding, 34); KSFAX_PIN(PrinterDescription, FreeVM, 36);
-KSFAX_PIN(PrinterDescription, LanguageLevel, 40); KSFAX_PIN(PrinterDescription, Password, 48);
-KSFAX_PIN(PrinterDescription, ExitServer, 56);
-KSFAX_PIN(PrinterDescription, SuggestedJobTimeout, 64);
-KSFAX_PIN(PrinterDescription, SuggestedWaitTimeout, 68);
-KSFAX_PIN(PrinterDescription, ColorDevice, 72); KSFAX_PIN(PrinterDescription, PrintPSError, 76);
-KSFAX_PIN(PrinterDescription, CustomPageSize, 80); KSFAX_PIN(PrinterDescription, HasHWMargins, 84);
-KSFAX_PIN(PrinterDescription, HWMargins, 88);
-KSFAX_PIN(PrinterDescription, CustomPageSizeCode, 104);
-KSFAX_PIN(PrinterDescription, ParamCustomPageSize, 112);
-KSFAX_PIN(PrinterDescription, MaxMediaWidth, 192);
-KSFAX_PIN(PrinterDescription, MaxMediaHeight, 196); KSFAX_PIN(PrinterDescription, Extensions, 200);
-KSFAX_PIN(PrinterDescription, ResolutionKeyword, 202);
-KSFAX_PIN(PrinterDescription, ScreenAngle, 204); KSFAX_PIN(PrinterDescription, ScreenFreq, 208);
-KSFAX_PIN(PrinterDescription, JCLBegin, 216); KSFAX_PIN(PrinterDescription, JCLEnd, 224);
-KSFAX_PIN(PrinterDescription, JCLToPSInterpreter, 232);
-KSFAX_PIN(PrinterDescription, FileVersion, 240); KSFAX_PIN(PrinterDescription, PrinterCaps, 244);
-KSFAX_PIN(PrinterDescription, SleepMode, 256); KSFAX_PIN(PrinterDescription, MacroSetting, 264);
-KSFAX_PIN(PrinterDescription, DefaultFontSetting, 268);
-KSFAX_PIN(PrinterDescription, CompMode1028, 272); KSFAX_PIN(PrinterDescription, ShowBiasVolt, 276);
-KSFAX_PIN(PrinterDescription, AddUMPD, 280); KSFAX_PIN(PrinterDescription, MakerFlags, 284);
-KSFAX_PIN(PrinterDescription, DefaultLanguage, 288);
-KSFAX_PIN(PrinterDescription, PrintRateA4, 296);
-KSFAX_PIN(PrinterDescription, PrintRateLetter, 298);
-KSFAX_PIN(PrinterDescription, DocumentFeatureCount, 300);
-KSFAX_PIN(PrinterDescription, InstallableFeatureCount, 302);
-KSFAX_PIN(PrinterDescription, Features, 304);
-KSFAX_PIN(PrinterDescription, FeatureByKind, 312); KSFAX_PIN(PrinterDescription, DeviceFonts, 448);
-KSFAX_PIN(PrinterDescription, OrderDependencies, 456);
-KSFAX_PIN(PrinterDescription, UIConstraints, 464);
-#undef KSFAX_PIN
-// clang-format on
-
 // ---- Lists of a loaded description ----
 
 // Walks a list: for (const FeatureRecord& feature : ListOf(description.Features)).
@@ -517,47 +422,13 @@ uint16_t GetDefaultSelections(const PrinterDescription& description, std::span<u
 bool GetFeatureOption(const PrinterDescription& description, uint16_t position, uint16_t option,
                       const FeatureRecord** feature, const OptionRecord** optionRecord);
 
-// True when that option exists and is named exactly None or False.
+// True when the option is named exactly None or False, which says that the device lacks the thing
+// or that it is off; of the option at a position, when there is one.
+bool IsNamedNoneOrFalse(const OptionRecord& option);
 bool IsNoneOrFalseOption(const PrinterDescription& description, uint16_t position, uint16_t option);
 
-// True when the constraints forbid feature2 to be at option2 while feature1 is at option1.
-// Features are positions in Features. A constraint on any option of a feature holds for all but
-// the one named None or False.
-bool IsConstrained(const PrinterDescription& description, uint16_t feature1, uint16_t option1,
-                   uint16_t feature2, uint16_t option2);
-
-// FindConflict's answer: the conflicting feature's position (8 bits) and its selected option
-// under one of these bits.
-constexpr uint32_t kConflictWithInstallable = 0x10000;
-constexpr uint32_t kConflictWithDocument = 0x20000;
-constexpr uint8_t ConflictPosition(uint32_t code) {
-    return static_cast<uint8_t>(code >> 8);
-}
-constexpr uint8_t ConflictOption(uint32_t code) {
-    return static_cast<uint8_t>(code);
-}
-
-// Whether option `option` of `feature` clashes with what is selected: 0, or the code of the
-// first conflict, document features before installable ones.
-// `installable` and `document` hold a selection for each feature of the group by its index; a
-// feature beyond their end counts as not looked at. With a document array `feature` is a
-// document feature's position, and option 255 never conflicts; without one (data() null) it is
-// an installable feature's index within its group.
-uint32_t FindConflict(const PrinterDescription& description, std::span<const uint8_t> installable,
-                      std::span<const uint8_t> document, uint16_t feature, uint8_t option);
-
-// Gives each installable feature its default and then mends conflicts among them: a feature in
-// conflict takes its first option without one; where it has none, the other side yields. Works on
-// all installable features whatever fits in `selections`, which receives the first of them;
-// returns InstallableFeatureCount. Out of memory leaves the defaults unmended.
-uint16_t ResolveInstallableConflicts(const PrinterDescription& description,
-                                     std::span<uint8_t> selections);
-
-// Number `field`, counted from 0, of SleepMode, in 16 bits; the last one when there are fewer.
-// 1 when SleepMode is absent, empty, longer than 29 characters or a single number.
+// GetNumberField of SleepMode; 1 when it is absent.
 uint16_t GetSleepModeField(const PrinterDescription& description, unsigned field);
-// The same of any text; null is absent.
-uint16_t GetNumberField(const char* text, unsigned field);
 
 // Paper source code of the default InputSlot option; 7 (automatic) when there is none.
 uint16_t GetDefaultBin(const PrinterDescription& description);
@@ -576,31 +447,5 @@ uint16_t GetDefaultOptionValue(const PrinterDescription& description, FeatureKin
 // that 32 signed bits cannot hold become the largest one.
 int32_t MicronsFromPoints(uint32_t points24_8);
 int32_t PointsFromMicrons(int32_t microns);
-
-// ---- Text ----
-
-// The decimal number that text begins with: blanks skipped, an optional sign, then digits up to
-// the first other character. No digit gives 0; digits wrap in 32 bits. Null gives 0.
-uint32_t LeadingNumber(std::string_view text);
-uint32_t LeadingNumber(const char* text);
-
-// Converts from the system's ANSI code page. With `count`, stores at most that many characters,
-// the last of them a terminator; nothing when count is 0. Without it, the whole string: `target`
-// has room for strlen(source) + 1. A null source is an empty string.
-void AnsiToWide(WCHAR* target, const char* source, size_t count);
-void AnsiToWide(WCHAR* target, const char* source);
-
-// Converts to the system's ANSI code page. With `size`, stores at most that many bytes, the last
-// of them a terminator, and never half a character; nothing when size is 0. Without it, the
-// whole string: `target` has room for three bytes a character and the terminator.
-void WideToAnsi(char* target, const WCHAR* source, size_t size);
-void WideToAnsi(char* target, const WCHAR* source);
-
-// Fills a field of `count` characters: at most count - 1 of `source`, the rest zero.
-void CopyWideFixed(WCHAR* target, size_t count, const WCHAR* source);
-template <size_t Count>
-void CopyWideFixed(WCHAR (&target)[Count], const WCHAR* source) {
-    CopyWideFixed(target, Count, source);
-}
 
 }  // namespace ksfax

@@ -1,9 +1,7 @@
-// The text helpers of printer_description.h.
+#include "description/text.h"
 
 #include <algorithm>
 #include <cstring>
-
-#include "description/printer_description.h"
 
 namespace ksfax {
 
@@ -18,8 +16,65 @@ size_t LengthOf(const WCHAR* text, size_t limit) {
 }
 
 constexpr size_t kLongestText = 0x7FFFFFF;
+constexpr size_t kLongestNumberList = 29;
+
+bool IsWhiteSpace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// Whether a number list has a separator at all, and its field number `field` or last.
+struct NumberField {
+    bool isList;
+    const char* text;
+};
+NumberField FindNumberField(const char* text, unsigned field) {
+    NumberField found = {.isList = false, .text = text};
+    for (const char* c = text; *c != 0; ++c) {
+        if (*c != ',' && !IsBlank(*c)) {
+            continue;
+        }
+        found.isList = true;
+        if (field != 0) {
+            --field;
+            found.text = c + 1;
+        }
+    }
+    return found;
+}
 
 }  // namespace
+
+uint32_t LeadingNumber(std::string_view text) {
+    size_t place = 0;
+    while (place < text.size() && IsWhiteSpace(text[place])) {
+        ++place;
+    }
+    const bool negative = place < text.size() && text[place] == '-';
+    if (negative || (place < text.size() && text[place] == '+')) {
+        ++place;
+    }
+    uint32_t number = 0;
+    for (; place < text.size() && text[place] >= '0' && text[place] <= '9'; ++place) {
+        number = number * 10 + static_cast<uint32_t>(text[place] - '0');
+    }
+    return negative ? 0 - number : number;
+}
+
+uint32_t LeadingNumber(const char* text) {
+    return text != nullptr ? LeadingNumber(std::string_view(text)) : 0;
+}
+
+uint16_t GetNumberField(const char* text, unsigned field) {
+    if (text == nullptr || strnlen(text, kLongestNumberList + 1) > kLongestNumberList) {
+        return 1;
+    }
+    const NumberField found = FindNumberField(text, field);
+    if (!found.isList) {
+        return 1;
+    }
+    // Two separators in a row leave an empty field, which must not borrow the next one's number.
+    return IsBlank(*found.text) ? 0 : static_cast<uint16_t>(LeadingNumber(found.text));
+}
 
 // Both native conversions fill what there is room for with whole characters and tell its bytes.
 

@@ -7,7 +7,7 @@
 
 #include "platform/owned.h"
 
-#include "description/printer_description.h"
+#include "description/text.h"
 #include "faxjob/companion_call.h"
 
 namespace ksfax {

@@ -11,6 +11,7 @@
 #include "core/printer_data.h"
 #include "core/spooler_queries.h"
 #include "description/printer_description.h"
+#include "description/text.h"
 #include "jobsettings/job_settings.h"
 
 namespace ksfax {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <span>
 
+#include "description/conflicts.h"
 #include "description/printer_description.h"
 
 namespace fuzz {
@@ -84,8 +85,9 @@ inline void AskEverything(const ksfax::PrinterDescription& description) {
     uint16_t index = 0;
     for (uint16_t feature = 0; feature < 4; ++feature) {
         for (uint8_t option : {0, 1, 254, 255}) {
-            touched = touched + FindConflict(description, installable, document, feature, option) +
-                      FindConflict(description, installable, {}, feature, option) +
+            touched = touched +
+                      FindConflict({description, installable, document}, feature, option) +
+                      FindConflict({description, installable, {}}, feature, option) +
                       IsConstrained(description, feature, option, 1, option);
             GetFeatureOption(description, feature, option, nullptr, nullptr);
         }

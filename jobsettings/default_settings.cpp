@@ -6,6 +6,7 @@
 
 #include "core/module_state.h"
 #include "description/printer_description.h"
+#include "description/text.h"
 #include "jobsettings/job_settings.h"
 
 namespace ksfax {

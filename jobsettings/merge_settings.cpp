@@ -5,6 +5,7 @@
 #include "platform/windows_api.h"
 
 #include "description/printer_description.h"
+#include "description/text.h"
 #include "jobsettings/job_settings.h"
 
 namespace ksfax {

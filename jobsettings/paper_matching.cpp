@@ -6,6 +6,7 @@
 
 #include "description/paper_keywords.h"
 #include "description/printer_description.h"
+#include "description/text.h"
 #include "jobsettings/job_settings.h"
 
 namespace ksfax {

@@ -8,6 +8,8 @@
 #include <sstream>
 
 #include "platform/embedded/text.h"
+
+#include "description/text.h"
 #include "tool/ppd_file.h"
 #include "tool/program.h"
 

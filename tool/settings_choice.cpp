@@ -15,6 +15,7 @@
 
 #include "description/paper_keywords.h"
 #include "description/printer_description.h"
+#include "description/text.h"
 #include "resources/resource.h"
 #include "tool/failure.h"
 #include "tool/fax_printer.h"

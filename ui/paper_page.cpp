@@ -7,6 +7,7 @@
 #include "core/module_state.h"
 #include "core/spooler_queries.h"
 #include "description/printer_description.h"
+#include "description/text.h"
 #include "resources/resource.h"
 #include "ui/about_box.h"
 #include "ui/drawing.h"

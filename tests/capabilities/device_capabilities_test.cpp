@@ -25,7 +25,8 @@ constexpr std::string_view kBothFeatures = R"(*PPD-Adobe: "4.3"
 *OpenUI *Paper: PickOne
 *DefaultPaper: A4
 *Paper A4: "9"
-*Paper Custom: "256"
+*Paper Custom: "
+	256"
 *Paper Huge: "65541 and more"
 *Paper JE4: ""
 *CloseUI: *Paper

@@ -285,8 +285,8 @@ TEST_F(Query, SurvivesEachFailure) {
     }
 }
 
-// Every feature beyond the record's 64 selections counts as not selected, every installable one
-// beyond the device record's 64 as at its default.
+// A feature beyond the 64 selections that a record holds, the job's or the device's, cannot be
+// chosen and refuses no job.
 TEST_F(Query, KnowsMoreFeaturesThanRecordsHold) {
     std::string ppd = "*PPD-Adobe: \"4.3\"\n*OpenUI *PageSize: PickOne\n*PageSize A4: \"\"\n"
                       "*CloseUI: *PageSize\n";
@@ -312,8 +312,8 @@ TEST_F(Query, KnowsMoreFeaturesThanRecordsHold) {
     EXPECT_EQ(ask("*Choice64 On *Choice5 On"), 0u);
     EXPECT_EQ(ask("*Choice5 On *Choice64 On"), 0u);
     EXPECT_EQ(ask("*Built63 On *Choice5 On"), 40054u);
-    EXPECT_EQ(ask("*Built69 On *Choice5 On"), 40054u);
-    EXPECT_EQ(ask("*Built69 Off *Choice5 On"), 0u);
+    EXPECT_EQ(ask("*Built64 On *Choice5 On"), 0u);
+    EXPECT_EQ(ask("*Built64 *Choice5 On"), 0u);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "description/conflicts.h"
 #include "tests/description/ppd_text.h"
 
 namespace ksfax {

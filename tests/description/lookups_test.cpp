@@ -4,8 +4,10 @@
 
 #include "platform/embedded/resources.h"
 
+#include "description/conflicts.h"
 #include "description/device_fonts.h"
 #include "description/paper_keywords.h"
+#include "description/text.h"
 #include "resources/resource.h"
 #include "tests/description/ppd_text.h"
 #include "tool/loaded_driver.h"
@@ -82,17 +84,17 @@ TEST(FindConflict, ReportsTheFirstFeatureInConflict) {
     const uint8_t installable[] = {2, 0, 0};
     const uint8_t longEdge[] = {1, 1};
     const uint8_t unset[] = {255, 255};
-    EXPECT_EQ(FindConflict(*d, installable, longEdge, 1, 1), 0x20001u);
-    EXPECT_EQ(FindConflict(*d, installable, unset, 1, 1), 0x10202u);
-    EXPECT_EQ(FindConflict(*d, installable, longEdge, 1, 0), 0u);
-    EXPECT_EQ(FindConflict(*d, installable, longEdge, 1, 255), 0u);
-    EXPECT_EQ(FindConflict(*d, installable, {}, 2, 1), 0x10202u);
-    EXPECT_EQ(FindConflict(*d, installable, {}, 0, 2), 0u) << "not with itself";
+    EXPECT_EQ(FindConflict({*d, installable, longEdge}, 1, 1), 0x20001u);
+    EXPECT_EQ(FindConflict({*d, installable, unset}, 1, 1), 0x10202u);
+    EXPECT_EQ(FindConflict({*d, installable, longEdge}, 1, 0), 0u);
+    EXPECT_EQ(FindConflict({*d, installable, longEdge}, 1, 255), 0u);
+    EXPECT_EQ(FindConflict({*d, installable, {}}, 2, 1), 0x10202u);
+    EXPECT_EQ(FindConflict({*d, installable, {}}, 0, 2), 0u) << "not with itself";
     const uint8_t noTray[] = {0, 0, 0};
     const uint8_t unknownTray[] = {255, 0, 0};
-    EXPECT_EQ(FindConflict(*d, noTray, {}, 2, 1), 0u);
-    EXPECT_EQ(FindConflict(*d, unknownTray, {}, 2, 1), 0x102FFu) << "255 matches any option";
-    EXPECT_EQ(FindConflict(*d, {}, unset, 1, 1), 0u) << "features without a selection";
+    EXPECT_EQ(FindConflict({*d, noTray, {}}, 2, 1), 0u);
+    EXPECT_EQ(FindConflict({*d, unknownTray, {}}, 2, 1), 0x102FFu) << "255 matches any option";
+    EXPECT_EQ(FindConflict({*d, {}, unset}, 1, 1), 0u) << "features without a selection";
 }
 
 TEST(ResolveInstallableConflicts, MovesTheFeatureOrMakesTheOtherGiveWay) {
@@ -159,7 +161,7 @@ TEST(Selections, HoldNumbersOfEightBits) {
     // With the document feature before them F590 has position 591, which is 79 in 8 bits.
     EXPECT_EQ(all[78], 0) << "made to yield in place of F590";
     EXPECT_EQ(all[79], 1);
-    EXPECT_EQ(FindConflict(*d, all, {}, 599, 0), 0x10000u | 79u << 8);
+    EXPECT_EQ(FindConflict({*d, all, {}}, 599, 0), 0x10000u | 79u << 8);
 }
 
 TEST(GetFeatureOption, TellsWhatIsThere) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "description/text.h"
 #include "jobsettings/job_settings.h"
 #include "tests/core/fax_machine.h"
 #include "tests/jobsettings/made_description.h"
