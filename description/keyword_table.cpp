@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "description/device_fonts.h"
 #include "description/word_index.h"
@@ -17,42 +18,40 @@ using enum FeatureKind;
 // ---- Header fields ----
 
 template <uint32_t Header::*Field>
-Result StoreInteger(ParseState& state, const StatementRecord& statement) {
-    return ParseInteger(&(state.header.*Field), statement.value) ? Result::Handled
-                                                                 : Bad(state, Reason::NotANumber);
+Outcome StoreInteger(ParseState& state, const StatementRecord& statement) {
+    return ParseInteger(&(state.header.*Field), statement.value) ? kStored
+                                                                 : Bad(Reason::NotANumber);
 }
 
 template <uint32_t Header::*Field>
-Result StoreReal(ParseState& state, const StatementRecord& statement) {
-    return ParseReal(&(state.header.*Field), statement.value) ? Result::Handled
-                                                              : Bad(state, Reason::NotANumber);
+Outcome StoreReal(ParseState& state, const StatementRecord& statement) {
+    return ParseReal(&(state.header.*Field), statement.value) ? kStored : Bad(Reason::NotANumber);
 }
 
 template <uint32_t Header::*Field>
-Result StoreBoolean(ParseState& state, const StatementRecord& statement) {
-    return ParseBoolean(&(state.header.*Field), statement.value)
-               ? Result::Handled
-               : Doubtful(state, Reason::NotABoolean);
+Outcome StoreBoolean(ParseState& state, const StatementRecord& statement) {
+    return ParseBoolean(&(state.header.*Field), statement.value) ? kStored
+                                                                 : Doubtful(Reason::NotABoolean);
 }
 
 template <uint32_t Bit>
-Result StoreMakerFlag(ParseState& state, const StatementRecord& statement) {
+Outcome StoreMakerFlag(ParseState& state, const StatementRecord& statement) {
     uint32_t set = 0;
     const bool isBoolean = ParseBoolean(&set, statement.value);
     state.header.MakerFlags = (state.header.MakerFlags & ~Bit) | (set != 0 ? Bit : 0);
-    return isBoolean ? Result::Handled : Doubtful(state, Reason::NotABoolean);
+    return isBoolean ? kStored : Doubtful(Reason::NotABoolean);
 }
 
 template <uint16_t Header::*Field>
-Result StorePrintRate(ParseState& state, const StatementRecord& statement) {
+Outcome StorePrintRate(ParseState& state, const StatementRecord& statement) {
     uint32_t rate = 0;
     const bool isNumber = ParseInteger(&rate, statement.value);
     state.header.*Field = static_cast<uint16_t>(rate);
-    return isNumber ? Result::Handled : Doubtful(state, Reason::NotANumber);
+    return isNumber ? kStored : Doubtful(Reason::NotANumber);
 }
 
 template <StoredText ParseState::*Field, TextMode Mode>
-Result StoreText(ParseState& state, const StatementRecord& statement) {
+Outcome StoreText(ParseState& state, const StatementRecord& statement) {
     return StoreValue(state, state.*Field, statement.value, Mode);
 }
 
@@ -72,32 +71,35 @@ constexpr WordRow kRasterizerWords[] = {
 constexpr WordRow kOrientationWords[] = {{"Any", 0}, {"Plus90", 1}, {"Minus90", 2}};
 
 template <size_t Rows>
-Result StoreWord(ParseState& state, uint16_t& field, const WordRow (&words)[Rows], Text value) {
-    return LookupWord(words, value, &field) ? Result::Handled : Ignored(state, Reason::UnknownWord);
+Outcome StoreWord(uint16_t& field, const WordRow (&words)[Rows], Text value) {
+    return LookupWord(words, value, &field) ? kStored : Ignored(Reason::UnknownWord);
 }
 
 template <size_t Rows>
-Result CollectWords(ParseState& state, uint16_t& bits, const WordRow (&words)[Rows], Text value) {
+Outcome CollectWords(uint16_t& bits, const WordRow (&words)[Rows], Text value) {
+    Outcome outcome = kStored;
+    bool known = false;
     Text token;
     while (NextToken(value, token)) {
         uint16_t bit = 0;
         if (LookupWord(words, token, &bit)) {
-            state.tookEffect = true;
+            known = true;
         } else {
-            state.reason = Reason::UnknownWord;
+            outcome = Ignored(Reason::UnknownWord);
         }
         bits |= bit;
     }
-    return Result::Handled;
+    outcome.stored |= known;
+    return outcome;
 }
 
-Result StoreProtocols(ParseState& state, const StatementRecord& statement) {
-    return CollectWords(state, state.header.Protocols, kProtocolWords, statement.value);
+Outcome StoreProtocols(ParseState& state, const StatementRecord& statement) {
+    return CollectWords(state.header.Protocols, kProtocolWords, statement.value);
 }
 
-Result StoreExtensions(ParseState& state, const StatementRecord& statement) {
+Outcome StoreExtensions(ParseState& state, const StatementRecord& statement) {
     uint16_t extensions = 0;
-    const Result result = CollectWords(state, extensions, kExtensionWords, statement.value);
+    const Outcome result = CollectWords(extensions, kExtensionWords, statement.value);
     state.header.Extensions |= extensions;
     if ((extensions & kExtensionCmyk) != 0) {
         state.header.ColorDevice = 1;
@@ -105,53 +107,53 @@ Result StoreExtensions(ParseState& state, const StatementRecord& statement) {
     return result;
 }
 
-Result StoreLanguageEncoding(ParseState& state, const StatementRecord& statement) {
-    return StoreWord(state, state.header.LanguageEncoding, kEncodingWords, statement.value);
+Outcome StoreLanguageEncoding(ParseState& state, const StatementRecord& statement) {
+    return StoreWord(state.header.LanguageEncoding, kEncodingWords, statement.value);
 }
 
-Result StoreLanguageVersion(ParseState& state, const StatementRecord& statement) {
+Outcome StoreLanguageVersion(ParseState& state, const StatementRecord& statement) {
     if (state.header.LanguageEncoding != 0) {
-        return Ignored(state, Reason::ValueAlreadyStored);
+        return Ignored(Reason::ValueAlreadyStored);
     }
-    return StoreWord(state, state.header.LanguageEncoding, kLanguageWords, statement.value);
+    return StoreWord(state.header.LanguageEncoding, kLanguageWords, statement.value);
 }
 
-Result StoreRasterizer(ParseState& state, const StatementRecord& statement) {
-    return StoreWord(state, state.header.TTRasterizer, kRasterizerWords, statement.value);
+Outcome StoreRasterizer(ParseState& state, const StatementRecord& statement) {
+    return StoreWord(state.header.TTRasterizer, kRasterizerWords, statement.value);
 }
 
-Result StoreLandscapeOrientation(ParseState& state, const StatementRecord& statement) {
-    return StoreWord(state, state.header.LandscapeOrientation, kOrientationWords, statement.value);
+Outcome StoreLandscapeOrientation(ParseState& state, const StatementRecord& statement) {
+    return StoreWord(state.header.LandscapeOrientation, kOrientationWords, statement.value);
 }
 
-Result StoreMargins(ParseState& state, const StatementRecord& statement) {
+Outcome StoreMargins(ParseState& state, const StatementRecord& statement) {
     uint32_t margins[4];
     Text rest = statement.value;
     for (uint32_t& margin : margins) {
         Text token;
         if (!NextToken(rest, token)) {
-            return Bad(state, Reason::TooFewNumbers);
+            return Bad(Reason::TooFewNumbers);
         }
         if (!ParseReal(&margin, token)) {
-            return Bad(state, Reason::NotANumber);
+            return Bad(Reason::NotANumber);
         }
     }
     std::ranges::copy(margins, state.header.HWMargins);
     state.header.HasHWMargins = 1;
-    return Result::Handled;
+    return kStored;
 }
 
-Result StoreCustomPageSize(ParseState& state, const StatementRecord& statement) {
+Outcome StoreCustomPageSize(ParseState& state, const StatementRecord& statement) {
     uint32_t isTrue = 0;
     ParseBoolean(&isTrue, statement.option);
     if (isTrue == 0) {
-        return Ignored(state, Reason::CustomSizeNotTrue);
+        return Ignored(Reason::CustomSizeNotTrue);
     }
     state.header.CustomPageSize = 1;
     return StoreValue(state, state.CustomPageSizeCode, statement.value, TextMode::Plain);
 }
 
-Result StoreCustomParameter(ParseState& state, const StatementRecord& statement) {
+Outcome StoreCustomParameter(ParseState& state, const StatementRecord& statement) {
     static constexpr WordRow kParameters[] = {
         {"Width", 0}, {"Height", 1}, {"WidthOffset", 2}, {"HeightOffset", 3}, {"Orientation", 4}};
     static constexpr WordRow kTypes[] = {{"int", 0}, {"real", 1}, {"points", 2}};
@@ -159,49 +161,49 @@ Result StoreCustomParameter(ParseState& state, const StatementRecord& statement)
 
     uint16_t parameter = 0;
     if (!LookupWord(kParameters, statement.option, &parameter)) {
-        return Ignored(state, Reason::UnknownParameter);
+        return Ignored(Reason::UnknownParameter);
     }
     Text rest = statement.value;
     Text token;
     CustomPageSizeParameter entry = {};
     if (!NextToken(rest, token) || !ParseInteger(&entry.Order, token)) {
-        return Bad(state, Reason::NotANumber);
+        return Bad(Reason::NotANumber);
     }
     if (entry.Order < 1 || entry.Order > kLastOrder) {
-        return Bad(state, Reason::OutOfRange);
+        return Bad(Reason::OutOfRange);
     }
     if (!NextToken(rest, token)) {
-        return Bad(state, Reason::TooFewNumbers);
+        return Bad(Reason::TooFewNumbers);
     }
     // An unknown type ends the statement quietly, whatever the numbers after it are.
     if (!LookupWord(kTypes, token, &entry.Type)) {
-        return Ignored(state, Reason::UnknownParameter);
+        return Ignored(Reason::UnknownParameter);
     }
     for (uint32_t* bound : {&entry.Min, &entry.Max}) {
         if (!NextToken(rest, token)) {
-            return Bad(state, Reason::TooFewNumbers);
+            return Bad(Reason::TooFewNumbers);
         }
         if (!ParseReal(bound, token)) {
-            return Bad(state, Reason::NotANumber);
+            return Bad(Reason::NotANumber);
         }
     }
     state.header.ParamCustomPageSize[parameter] = entry;
-    return Result::Handled;
+    return kStored;
 }
 
-Result AddFont(ParseState& state, const StatementRecord& statement) {
+Outcome AddFont(ParseState& state, const StatementRecord& statement) {
     const uint16_t id = DeviceFontId(statement.option);
     if (id == 0) {
-        return Ignored(state, Reason::FontNotBuiltIn);
+        return Ignored(Reason::FontNotBuiltIn);
     }
     uint64_t& seen = state.fontsSeen[id / 64];
     const uint64_t mark = uint64_t{1} << id % 64;
     if ((seen & mark) != 0) {
-        return Ignored(state, Reason::FontRepeated);
+        return Ignored(Reason::FontRepeated);
     }
     auto* font = state.pool.Make<ParsedFont>();
     if (font == nullptr) {
-        return OutOfMemory(state);
+        return kOutOfMemory;
     }
     font->nameOffset = state.OffsetOf(statement.option.data());
     font->nameLength = static_cast<uint16_t>(statement.option.size());
@@ -215,24 +217,31 @@ Result AddFont(ParseState& state, const StatementRecord& statement) {
 
 // Finds or makes the statement's option in the feature of a kind, as the record of that kind.
 template <FeatureKind Kind, typename Option>
-Result OptionOf(ParseState& state, const StatementRecord& statement, Option** option) {
+Outcome OptionOf(ParseState& state, const StatementRecord& statement, Option** option) {
     ParsedFeature* feature = FindOrMakeFeature(state, Kind);
     if (feature == nullptr) {
-        return OutOfMemory(state);
+        return kOutOfMemory;
     }
     ParsedOption* found = nullptr;
-    const Result result = FindOrMakeOption(state, *feature, statement, &found);
+    const Outcome result = FindOrMakeOption(state, *feature, statement, &found);
     *option = static_cast<Option*>(found);
     return result;
 }
 
+// A later step's outcome, of a statement that may have stored something in an earlier one.
+Outcome After(Outcome earlier, Outcome later) {
+    later.stored |= earlier.stored;
+    return later;
+}
+
 template <FeatureKind Kind, typename Option, StoredText Option::*Field,
           TextMode Mode = TextMode::Plain>
-Result StoreInOption(ParseState& state, const StatementRecord& statement) {
+Outcome StoreInOption(ParseState& state, const StatementRecord& statement) {
     Option* option = nullptr;
-    const Result result = OptionOf<Kind>(state, statement, &option);
-    return result != Result::Handled ? result
-                                     : StoreValue(state, option->*Field, statement.value, Mode);
+    const Outcome result = OptionOf<Kind>(state, statement, &option);
+    return result.handled()
+               ? After(result, StoreValue(state, option->*Field, statement.value, Mode))
+               : result;
 }
 
 template <FeatureKind Kind>
@@ -240,10 +249,10 @@ constexpr Handler kStoreInvocation = StoreInOption<Kind, ParsedOption, &ParsedOp
 
 // *ImageableArea and its landscape twin: four to six numbers.
 template <uint32_t (ParsedPaper::*Area)[4], uint32_t (ParsedPaper::*Extra)[2]>
-Result StoreArea(ParseState& state, const StatementRecord& statement) {
+Outcome StoreArea(ParseState& state, const StatementRecord& statement) {
     ParsedPaper* paper = nullptr;
-    const Result result = OptionOf<PageSize>(state, statement, &paper);
-    if (result != Result::Handled) {
+    const Outcome result = OptionOf<PageSize>(state, statement, &paper);
+    if (!result.handled()) {
         return result;
     }
     uint32_t numbers[6];
@@ -254,103 +263,105 @@ Result StoreArea(ParseState& state, const StatementRecord& statement) {
         ++count;
     }
     if (count < 4) {
-        return Bad(state, Reason::TooFewNumbers);
+        return Bad(Reason::TooFewNumbers);
     }
     std::copy_n(numbers, 4, paper->*Area);
     (paper->*Extra)[0] = count == 6 ? numbers[4] : 0;
     (paper->*Extra)[1] = count == 6 ? numbers[5] : 0;
-    return Result::Handled;
+    return kStored;
 }
 
-Result StorePaperDimension(ParseState& state, const StatementRecord& statement) {
+Outcome StorePaperDimension(ParseState& state, const StatementRecord& statement) {
     ParsedPaper* paper = nullptr;
-    const Result result = OptionOf<PageSize>(state, statement, &paper);
-    if (result != Result::Handled) {
+    const Outcome result = OptionOf<PageSize>(state, statement, &paper);
+    if (!result.handled()) {
         return result;
     }
     Text rest = statement.value;
     for (uint32_t* side : {&paper->width, &paper->height}) {
         Text token;
         if (!NextToken(rest, token)) {
-            return Bad(state, Reason::TooFewNumbers);
+            return Bad(Reason::TooFewNumbers);
         }
         if (!ParseReal(side, token)) {
-            return Bad(state, Reason::NotANumber);
+            return Bad(Reason::NotANumber);
         }
     }
-    return Result::Handled;
+    return kStored;
 }
 
-Result StoreInputSlot(ParseState& state, const StatementRecord& statement) {
+Outcome StoreInputSlot(ParseState& state, const StatementRecord& statement) {
     ParsedSlot* slot = nullptr;
-    const Result result = OptionOf<InputSlot>(state, statement, &slot);
-    if (result != Result::Handled) {
+    const Outcome result = OptionOf<InputSlot>(state, statement, &slot);
+    if (!result.handled()) {
         return result;
     }
-    state.tookEffect |= slot->requiresPageRegion == 0;
-    slot->requiresPageRegion = 1;
-    return StoreValue(state, slot->invocation, statement.value, TextMode::Plain);
+    Outcome outcome =
+        After(result, StoreValue(state, slot->invocation, statement.value, TextMode::Plain));
+    outcome.stored |= std::exchange(slot->requiresPageRegion, 1) == 0;
+    return outcome;
 }
 
-Result StoreRequiresPageRegion(ParseState& state, const StatementRecord& statement) {
+Outcome StoreRequiresPageRegion(ParseState& state, const StatementRecord& statement) {
     uint32_t required = 0;
     const bool isBoolean = ParseBoolean(&required, statement.value);
     if (statement.option == "All") {
         ParsedFeature* feature = FindOrMakeFeature(state, InputSlot);
         if (feature == nullptr) {
-            return OutOfMemory(state);
+            return kOutOfMemory;
         }
         if (!isBoolean) {
-            return Bad(state, Reason::NotABoolean);
+            return Bad(Reason::NotABoolean);
         }
         feature->flags |= required != 0 ? kPageRegionForAllSlots : kPageRegionForNoSlot;
-        return Result::Handled;
+        return kStored;
     }
     ParsedSlot* slot = nullptr;
-    const Result result = OptionOf<InputSlot>(state, statement, &slot);
-    if (result != Result::Handled) {
+    const Outcome result = OptionOf<InputSlot>(state, statement, &slot);
+    if (!result.handled()) {
         return result;
     }
     slot->requiresPageRegion = required;
-    return isBoolean ? Result::Handled : Doubtful(state, Reason::NotABoolean);
+    return isBoolean ? kStored : Doubtful(Reason::NotABoolean);
 }
 
 // The statement counts as the resolution keyword read last even when it turns out to be bad.
 template <uint16_t Keyword, typename Option, StoredText Option::*Field, TextMode Mode>
-Result StoreResolution(ParseState& state, const StatementRecord& statement) {
-    state.tookEffect = state.header.ResolutionKeyword != Keyword;
-    state.header.ResolutionKeyword = Keyword;
-    return StoreInOption<Resolution, Option, Field, Mode>(state, statement);
+Outcome StoreResolution(ParseState& state, const StatementRecord& statement) {
+    const bool isOther = std::exchange(state.header.ResolutionKeyword, Keyword) != Keyword;
+    Outcome outcome = StoreInOption<Resolution, Option, Field, Mode>(state, statement);
+    outcome.stored |= isOther;
+    return outcome;
 }
 
 template <FeatureKind Kind, typename Option, uint32_t Option::*Field,
           bool (*Parse)(uint32_t*, Text)>
-Result StoreNumberInOption(ParseState& state, const StatementRecord& statement) {
+Outcome StoreNumberInOption(ParseState& state, const StatementRecord& statement) {
     Option* option = nullptr;
-    const Result result = OptionOf<Kind>(state, statement, &option);
-    if (result != Result::Handled) {
+    const Outcome result = OptionOf<Kind>(state, statement, &option);
+    if (!result.handled()) {
         return result;
     }
-    return Parse(&(option->*Field), statement.value) ? Result::Handled
-                                                     : Bad(state, Reason::NotANumber);
+    return Parse(&(option->*Field), statement.value) ? kStored : Bad(Reason::NotANumber);
 }
 
-Result StoreInstalledMemory(ParseState& state, const StatementRecord& statement) {
+Outcome StoreInstalledMemory(ParseState& state, const StatementRecord& statement) {
     constexpr unsigned kAmountField = 2;
     constexpr uint32_t kKilobyte = 1024;
     constexpr size_t kLongestList = 29;
 
     ParsedMemory* memory = nullptr;
-    Result result = OptionOf<VMOption>(state, statement, &memory);
-    if (result != Result::Handled) {
+    const Outcome result = OptionOf<VMOption>(state, statement, &memory);
+    if (!result.handled()) {
         return result;
     }
-    result = StoreValue(state, memory->invocation, statement.value, TextMode::Plain);
+    Outcome outcome =
+        After(result, StoreValue(state, memory->invocation, statement.value, TextMode::Plain));
     const Text invocation = state.TextOf(memory->invocation);
     uint32_t amount = 0;
     if (invocation.find_first_of(", \t") == Text::npos) {
         if (!ParseInteger(&amount, statement.value)) {
-            return Bad(state, Reason::NotANumber);
+            return Bad(Reason::NotANumber);
         }
     } else {
         // One character more than a list may have is enough to tell that it is too long.
@@ -358,34 +369,35 @@ Result StoreInstalledMemory(ParseState& state, const StatementRecord& statement)
         invocation.copy(list, kLongestList + 1);
         amount = GetNumberField(list, kAmountField) * kKilobyte;
     }
-    state.tookEffect |= amount != memory->amount;
-    memory->amount = amount;
-    return result;
+    outcome.stored |= std::exchange(memory->amount, amount) != amount;
+    return outcome;
 }
 
 // ---- Defaults and features known by name alone ----
 
 // A feature of which only the name is known, when the main keyword is it.
-Result StoreGenericOption(ParseState& state, const StatementRecord& statement) {
+Outcome StoreGenericOption(ParseState& state, const StatementRecord& statement) {
     ParsedFeature* feature = FindOrMakeFeature(state, statement.keyword);
-    return feature != nullptr ? StoreOptionOf(state, *feature, statement) : OutOfMemory(state);
+    return feature != nullptr ? StoreOptionOf(state, *feature, statement) : kOutOfMemory;
 }
 
 // The same when the main keyword is Default and the name.
-Result StoreGenericDefault(ParseState& state, const StatementRecord& statement) {
+Outcome StoreGenericDefault(ParseState& state, const StatementRecord& statement) {
     constexpr size_t kDefaultLength = 7;
-    ParsedFeature* feature = FindOrMakeFeature(state, statement.keyword.substr(kDefaultLength));
-    return feature != nullptr ? StoreDefaultOf(state, *feature, statement) : OutOfMemory(state);
+    Text name = statement.keyword;
+    name.remove_prefix(kDefaultLength);
+    ParsedFeature* feature = FindOrMakeFeature(state, name);
+    return feature != nullptr ? StoreDefaultOf(state, *feature, statement) : kOutOfMemory;
 }
 
-Result StoreJclResolutionDefault(ParseState& state, const StatementRecord& statement) {
+Outcome StoreJclResolutionDefault(ParseState& state, const StatementRecord& statement) {
     ParsedFeature* feature = FindOrMakeFeature(state, Resolution);
-    return feature != nullptr ? StoreDefaultOf(state, *feature, statement) : OutOfMemory(state);
+    return feature != nullptr ? StoreDefaultOf(state, *feature, statement) : kOutOfMemory;
 }
 
 // ---- Blocks and groups ----
 
-Result OpenUI(ParseState& state, const StatementRecord& statement) {
+Outcome OpenUI(ParseState& state, const StatementRecord& statement) {
     static constexpr WordRow kTypes[] = {
         {"PickOne", static_cast<uint16_t>(FeatureUIType::PickOne)},
         {"PickMany", static_cast<uint16_t>(FeatureUIType::PickMany)},
@@ -393,28 +405,29 @@ Result OpenUI(ParseState& state, const StatementRecord& statement) {
     state.openFeature = nullptr;
     const Text name = StripAsterisk(statement.option);
     if (name.empty()) {
-        return Bad(state, Reason::NameMissing);
+        return Bad(Reason::NameMissing);
     }
     const KeywordRow* row = FindKeyword(name);
     if (row != nullptr && row->kind == Generic) {
-        return Ignored(state, Reason::FeatureNotOpened);
+        return Ignored(Reason::FeatureNotOpened);
     }
-    state.tookEffect = true;
     auto type = static_cast<uint16_t>(FeatureUIType::PickOne);
-    if (!LookupWord(kTypes, statement.value, &type)) {
-        state.reason = Reason::UnknownWord;
-    }
+    Outcome outcome =
+        LookupWord(kTypes, statement.value, &type) ? kStored : Doubtful(Reason::UnknownWord);
     ParsedFeature* feature =
         row != nullptr ? FindOrMakeFeature(state, row->kind) : FindOrMakeFeature(state, name);
     if (feature == nullptr) {
-        return OutOfMemory(state);
+        return kOutOfMemory;
     }
     feature->uiType = static_cast<FeatureUIType>(type);
     if (!statement.translation.empty()) {
-        const Result result = StoreValue(state, feature->translation, statement.translation,
-                                         TextMode::Hex, Reason::BadHexInTranslation);
-        if (result != Result::Handled) {
-            return result;
+        const Outcome translated = StoreValue(state, feature->translation, statement.translation,
+                                              TextMode::Hex, Reason::BadHexInTranslation);
+        if (!translated.handled()) {
+            return translated;
+        }
+        if (!translated.stored) {
+            outcome = Doubtful(translated.reason);
         }
     }
     if (feature->kind == Generic) {
@@ -423,64 +436,64 @@ Result OpenUI(ParseState& state, const StatementRecord& statement) {
         }
         state.openFeature = feature;
     }
-    return Result::Handled;
+    return outcome;
 }
 
-Result CloseUI(ParseState& state, const StatementRecord& statement) {
+Outcome CloseUI(ParseState& state, const StatementRecord& statement) {
     Text value = statement.value;
     while (!value.empty() && IsBlank(value.back())) {
         value.remove_suffix(1);
     }
     value = StripAsterisk(value);
     if (value.empty()) {
-        return Bad(state, Reason::NameMissing);
+        return Bad(Reason::NameMissing);
     }
     if (state.openFeature != nullptr && MatchWord(NameOf(state, *state.openFeature), value)) {
         state.openFeature = nullptr;
-        return Result::Handled;
+        return kStored;
     }
-    return FindKeyword(value) != nullptr ? Result::Handled : Bad(state, Reason::NothingToClose);
+    return FindKeyword(value) != nullptr ? kStored : Bad(Reason::NothingToClose);
 }
 
 template <bool Opens>
-Result Group(ParseState& state, const StatementRecord& statement) {
+Outcome Group(ParseState& state, const StatementRecord& statement) {
     if (!MatchWord("InstallableOptions", statement.value)) {
-        return Ignored(state, Reason::GroupNotRecorded);
+        return Ignored(Reason::GroupNotRecorded);
     }
     if (state.inInstallableGroup == Opens) {
-        return Bad(state, Opens ? Reason::GroupAlreadyOpen : Reason::GroupNotOpen);
+        return Bad(Opens ? Reason::GroupAlreadyOpen : Reason::GroupNotOpen);
     }
     state.inInstallableGroup = Opens;
-    return Result::Handled;
+    return kStored;
 }
 
 // ---- Constraints and order dependencies: their names are looked up when packing ----
 
-Result AddConstraint(ParseState& state, const StatementRecord& statement) {
+Outcome AddConstraint(ParseState& state, const StatementRecord& statement) {
     Text names[4];  // feature 1, option 1, feature 2, option 2
     Text rest = statement.value;
     Text token;
     if (!NextToken(rest, token) || (names[0] = StripAsterisk(token)).empty()) {
-        return Bad(state, Reason::NameMissing);
+        return Bad(Reason::NameMissing);
     }
     if (!NextToken(rest, token)) {
-        return Bad(state, Reason::NameMissing);
+        return Bad(Reason::NameMissing);
     }
     if (!token.starts_with('*')) {
         names[1] = token;
         if (!NextToken(rest, token)) {
-            return Bad(state, Reason::NameMissing);
+            return Bad(Reason::NameMissing);
         }
     }
     names[2] = StripAsterisk(token);
     if (names[2].empty()) {
-        return Bad(state, Reason::NameMissing);
+        return Bad(Reason::NameMissing);
     }
     NextToken(rest, names[3]);
 
     auto* constraint = state.pool.Make<ParsedConstraint>();
     if (constraint == nullptr) {
-        return OutOfMemory(state);
+        return kOutOfMemory;
     }
     for (unsigned i = 0; i < 4; ++i) {
         if (!names[i].empty()) {
@@ -489,10 +502,10 @@ Result AddConstraint(ParseState& state, const StatementRecord& statement) {
         }
     }
     state.constraints.Append(constraint);
-    return Result::Handled;
+    return kStored;
 }
 
-Result AddOrderDependency(ParseState& state, const StatementRecord& statement) {
+Outcome AddOrderDependency(ParseState& state, const StatementRecord& statement) {
     static constexpr WordRow kSections[] = {
         {"ExitServer", kSectionExitServer},       {"Prolog", kSectionProlog},
         {"DocumentSetup", kSectionDocumentSetup}, {"PageSetup", kSectionPageSetup},
@@ -501,17 +514,16 @@ Result AddOrderDependency(ParseState& state, const StatementRecord& statement) {
     Text token;
     uint32_t order = 0;
     if (!NextToken(rest, token) || !ParseReal(&order, token)) {
-        return Bad(state, Reason::NotANumber);
+        return Bad(Reason::NotANumber);
+    }
+    if (!NextToken(rest, token)) {
+        return Bad(Reason::NameMissing);
     }
     uint16_t section = kSectionAnySetup;
-    if (!NextToken(rest, token)) {
-        return Bad(state, Reason::NameMissing);
-    }
-    if (!LookupWord(kSections, token, &section)) {
-        Doubtful(state, Reason::UnknownWord);
-    }
+    const Outcome outcome =
+        LookupWord(kSections, token, &section) ? kStored : Doubtful(Reason::UnknownWord);
     if (!NextToken(rest, token) || StripAsterisk(token).empty()) {
-        return Bad(state, Reason::NameMissing);
+        return Bad(Reason::NameMissing);
     }
     const Text keyword = StripAsterisk(token);
     Text option;
@@ -519,7 +531,7 @@ Result AddOrderDependency(ParseState& state, const StatementRecord& statement) {
 
     auto* record = state.pool.Make<ParsedOrder>();
     if (record == nullptr) {
-        return OutOfMemory(state);
+        return kOutOfMemory;
     }
     record->order = order;
     record->section = section;
@@ -530,7 +542,7 @@ Result AddOrderDependency(ParseState& state, const StatementRecord& statement) {
         record->optionLength = static_cast<uint8_t>(option.size());
     }
     state.orders.Append(record);
-    return Result::Handled;
+    return outcome;
 }
 
 constexpr uint8_t Q = kQuoted;
@@ -543,19 +555,21 @@ constexpr TextMode hex = TextMode::Hex;
 
 }  // namespace
 
-Result StoreOptionOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement) {
+Outcome StoreOptionOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement) {
     ParsedOption* option = nullptr;
-    const Result result = FindOrMakeOption(state, feature, statement, &option);
-    if (result != Result::Handled) {
+    const Outcome result = FindOrMakeOption(state, feature, statement, &option);
+    if (!result.handled()) {
         return result;
     }
     // Of the open feature, whether this statement is one of its own or not.
     const bool openedByJcl =
         state.openFeature != nullptr && (state.openFeature->flags & kOpenedByJcl) != 0;
-    return StoreValue(state, option->invocation, statement.value, openedByJcl ? hex : plain);
+    return After(result,
+                 StoreValue(state, option->invocation, statement.value, openedByJcl ? hex : plain));
 }
 
-Result StoreDefaultOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement) {
+Outcome StoreDefaultOf(ParseState& state, ParsedFeature& feature,
+                       const StatementRecord& statement) {
     return StoreValue(state, feature.defaultName, statement.value, TextMode::Plain);
 }
 

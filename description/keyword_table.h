@@ -7,7 +7,7 @@
 
 namespace ksfax {
 
-using Handler = Result (*)(ParseState& state, const StatementRecord& statement);
+using Handler = Outcome (*)(ParseState& state, const StatementRecord& statement);
 
 // KeywordRow::syntax: a value form and flags.
 constexpr uint8_t kValueForm = 0x07;  // mask
@@ -40,7 +40,7 @@ inline unsigned RowNumber(const KeywordRow* row) {
 FeatureKind FeatureKindByName(Text name);
 
 // For statements of the generic feature whose *OpenUI is open: one of its options, its default.
-Result StoreOptionOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement);
-Result StoreDefaultOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement);
+Outcome StoreOptionOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement);
+Outcome StoreDefaultOf(ParseState& state, ParsedFeature& feature, const StatementRecord& statement);
 
 }  // namespace ksfax

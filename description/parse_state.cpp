@@ -249,21 +249,21 @@ bool DecodeHexSubstrings(Text text, std::span<char> out, uint32_t* length) {
     return true;
 }
 
-Result StoreValue(ParseState& state, StoredText& target, Text text, TextMode mode,
-                  StatementReason badHex) {
+Outcome StoreValue(ParseState& state, StoredText& target, Text text, TextMode mode,
+                   StatementReason badHex) {
     if (target) {
-        return Ignored(state, StatementReason::ValueAlreadyStored);
+        return Ignored(StatementReason::ValueAlreadyStored);
     }
     auto length = static_cast<uint32_t>(text.size());
     if (mode == TextMode::Hex && text.find('<') != Text::npos) {
         uint32_t decoded = 0;
         if (!DecodeHexSubstrings(text, {}, &decoded)) {
-            return Bad(state, badHex);
+            return Bad(badHex);
         }
         length |= StoredText::kHex;
     }
     target = {.offset = state.OffsetOf(text.data()), .lengthAndHex = length};
-    return Result::Handled;
+    return kStored;
 }
 
 bool NextToken(Text& rest, Text& token) {
@@ -488,8 +488,8 @@ ParsedOption* FindOption(const ParseState& state, const ParsedFeature& feature, 
     return static_cast<ParsedOption*>(state.names.Find(state.text, key, feature.number, name));
 }
 
-Result FindOrMakeOption(ParseState& state, ParsedFeature& feature, const StatementRecord& statement,
-                        ParsedOption** option) {
+Outcome FindOrMakeOption(ParseState& state, ParsedFeature& feature,
+                         const StatementRecord& statement, ParsedOption** option) {
     const Text name = statement.option;
     ParsedOption* found = feature.latestOption;
     if (!HasName(state, found, name)) {
@@ -500,16 +500,15 @@ Result FindOrMakeOption(ParseState& state, ParsedFeature& feature, const Stateme
         if (found == nullptr) {
             found = AppendOption(state, feature, name);
             if (found == nullptr) {
-                return OutOfMemory(state);
+                return kOutOfMemory;
             }
         }
     }
     feature.latestOption = found;
     *option = found;
     if (statement.translation.empty() || found->translation) {
-        return Result::Handled;
+        return {.result = Result::Handled};
     }
-    state.tookEffect = true;
     return StoreValue(state, found->translation, statement.translation, TextMode::Hex,
                       StatementReason::BadHexInTranslation);
 }

@@ -223,8 +223,6 @@ struct ParseState {
     bool inInstallableGroup;
     uint64_t seenRows[2];  // a bit for each row of the keyword table
 
-    StatementReason reason;      // what is to be said of the current statement to the observer
-    bool tookEffect;             // it stored something all the same
     const uint32_t* lineStarts;  // with an observer alone; null when memory ran out
     uint32_t lineCount;
 
@@ -253,26 +251,28 @@ inline uint16_t Saturated(uint32_t count) {
     return count < UINT16_MAX ? static_cast<uint16_t>(count) : uint16_t{UINT16_MAX};
 }
 
-// What reading, dispatching or handling a statement came to.
 enum class Result : uint8_t { Handled = 0, EndOfFile = 1, Bad = 3, Fatal = 4 };
 
-// A handler's results with their reason.
-inline Result Bad(ParseState& state, StatementReason reason) {
-    state.reason = reason;
-    return Result::Bad;
+// What reading, dispatching or handling a statement came to: the parse goes by `result`, the
+// other two are for the observer.
+struct Outcome {
+    Result result;
+    StatementReason reason = StatementReason::None;
+    bool stored = false;  // of a handled statement: it took effect, whatever its reason says
+
+    bool handled() const { return result == Result::Handled; }
+};
+constexpr Outcome kStored = {.result = Result::Handled, .stored = true};
+constexpr Outcome kOutOfMemory = {.result = Result::Fatal, .reason = StatementReason::OutOfMemory};
+constexpr Outcome Bad(StatementReason reason) {
+    return {.result = Result::Bad, .reason = reason};
 }
-inline Result Ignored(ParseState& state, StatementReason reason) {
-    state.reason = reason;
-    return Result::Handled;
+constexpr Outcome Ignored(StatementReason reason) {
+    return {.result = Result::Handled, .reason = reason};
 }
 // Something is stored, but not as it was probably meant.
-inline Result Doubtful(ParseState& state, StatementReason reason) {
-    state.tookEffect = true;
-    return Ignored(state, reason);
-}
-inline Result OutOfMemory(ParseState& state) {
-    state.reason = StatementReason::OutOfMemory;
-    return Result::Fatal;
+constexpr Outcome Doubtful(StatementReason reason) {
+    return {.result = Result::Handled, .reason = reason, .stored = true};
 }
 
 // ---- Value conversions ----
@@ -281,8 +281,8 @@ enum class TextMode : uint8_t { Plain, Hex };
 
 // Records `text` in `target` unless that holds one already: the first value wins, an empty one
 // too. In hex mode bad hexadecimal substrings give Bad and leave the target alone.
-Result StoreValue(ParseState& state, StoredText& target, Text text, TextMode mode,
-                  StatementReason badHex = StatementReason::BadHexInValue);
+Outcome StoreValue(ParseState& state, StoredText& target, Text text, TextMode mode,
+                   StatementReason badHex = StatementReason::BadHexInValue);
 
 // The bytes that `text` stands for, hexadecimal substrings replaced, up to the first zero byte,
 // where a packed string ends: their number, and as many of them as fit in `out`. False for an odd
@@ -331,10 +331,10 @@ ParsedFeature* FindOrMakeFeature(ParseState& state, Text name);
 // The feature of that name, or null.
 ParsedFeature* FindFeature(const ParseState& state, Text name);
 ParsedOption* FindOption(const ParseState& state, const ParsedFeature& feature, Text name);
-// The option that the statement's option keyword names, with its translation. On a bad
-// translation the option is there all the same.
-Result FindOrMakeOption(ParseState& state, ParsedFeature& feature, const StatementRecord& statement,
-                        ParsedOption** option);
+// The option that the statement's option keyword names, with its translation; `stored` says
+// whether that one is new. On a bad translation the option is there all the same.
+Outcome FindOrMakeOption(ParseState& state, ParsedFeature& feature,
+                         const StatementRecord& statement, ParsedOption** option);
 
 Text NameOf(const ParseState& state, const ParsedFeature& feature);
 

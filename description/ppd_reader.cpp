@@ -9,6 +9,7 @@
 #include "description/keyword_table.h"
 #include "description/load_description.h"
 #include "description/parse_state.h"
+#include "description/text.h"
 
 namespace ksfax {
 
@@ -46,18 +47,16 @@ struct FileReader {
     const char* bad;  // the character that made the latest statement bad
 };
 
-Result Reject(FileReader& file, const char* place, StatementReason why, StatementReason* reason) {
+Outcome Reject(FileReader& file, const char* place, StatementReason reason) {
     file.bad = place;
     file.next = place + 1;
-    *reason = why;
-    return Result::Bad;
+    return Bad(reason);
 }
 
-Result TooLong(FileReader& file, Text& part, StatementReason why, StatementReason* reason) {
+Outcome TooLong(FileReader& file, Text& part, StatementReason reason) {
     part = part.substr(0, kLongestPart + 1);
     file.bad = part.data();
-    *reason = why;
-    return Result::Fatal;
+    return {.result = Result::Fatal, .reason = reason};
 }
 
 template <typename Test>
@@ -117,14 +116,15 @@ bool ReadValue(StatementRecord& statement, FileReader& file, const char* start) 
     return line != end;
 }
 
-// Reads the next statement. EndOfFile with a start set means that the file ends inside it.
-Result ReadStatement(StatementRecord& statement, FileReader& file, StatementReason* reason) {
+// Reads the next statement; the file may end inside it or before it.
+Outcome ReadStatement(StatementRecord& statement, FileReader& file) {
+    constexpr Outcome kCutShort = {.result = Result::EndOfFile,
+                                   .reason = StatementReason::CutShort};
     const char* const end = file.end;
     const char* place = FindStatement(file.next, end);
     file.next = end;
     if (place == end) {
-        statement = {};
-        return Result::EndOfFile;
+        return {.result = Result::EndOfFile};
     }
     statement.start = place++;
     // No part of an unread statement may lie outside the file. One by one: copies of a text just
@@ -137,49 +137,48 @@ Result ReadStatement(StatementRecord& statement, FileReader& file, StatementReas
 
     statement.keyword = PartUntil(kKeywordEnd, place, end);
     if (place == end) {
-        return Result::EndOfFile;
+        return kCutShort;
     }
     if (statement.keyword.empty()) {
-        return Reject(file, place, StatementReason::BadKeyword, reason);
+        return Reject(file, place, StatementReason::BadKeyword);
     }
     if (statement.keyword.size() > kLongestPart) {
-        return TooLong(file, statement.keyword, StatementReason::KeywordTooLong, reason);
+        return TooLong(file, statement.keyword, StatementReason::KeywordTooLong);
     }
     place = SkipBlanks(EndOf(statement.keyword), end);
     if (place == end) {
-        return Result::EndOfFile;
+        return kCutShort;
     }
     if (IsLineEnd(*place)) {
         file.next = place + 1;
-        return Result::Handled;
+        return kStored;
     }
 
     if (*place != ':') {
         statement.option = PartUntil(kOptionEnd, place, end);
         if (statement.option.empty()) {
-            return Reject(file, place, StatementReason::BadOption, reason);
+            return Reject(file, place, StatementReason::BadOption);
         }
         if (statement.option.size() > kLongestPart) {
-            return TooLong(file, statement.option, StatementReason::OptionTooLong, reason);
+            return TooLong(file, statement.option, StatementReason::OptionTooLong);
         }
         place = SkipBlanks(EndOf(statement.option), end);
         if (place != end && *place == '/') {
             statement.translation = PartUntil(kTranslationEnd, place + 1, end);
             if (statement.translation.size() > kLongestPart) {
-                return TooLong(file, statement.translation, StatementReason::TranslationTooLong,
-                               reason);
+                return TooLong(file, statement.translation, StatementReason::TranslationTooLong);
             }
             place = EndOf(statement.translation);
         }
         if (place == end) {
-            return Result::EndOfFile;
+            return kCutShort;
         }
         if (*place != ':') {
-            return Reject(file, place, StatementReason::MissingColon, reason);
+            return Reject(file, place, StatementReason::MissingColon);
         }
     }
     place = SkipBlanks(place + 1, end);
-    return place != end && ReadValue(statement, file, place) ? Result::Handled : Result::EndOfFile;
+    return place != end && ReadValue(statement, file, place) ? kStored : kCutShort;
 }
 
 // ---- Dispatch ----
@@ -201,10 +200,10 @@ bool HasForm(uint8_t form, const StatementRecord& statement, bool isEmpty) {
 
 constexpr Text kDefaultPrefix = "Default";
 
-Result DispatchStatement(ParseState& state, StatementRecord& statement) {
+Outcome DispatchStatement(ParseState& state, StatementRecord& statement) {
     const Text keyword = statement.keyword;
     if (keyword.front() == '?') {
-        return Ignored(state, StatementReason::QueryKeyword);
+        return Ignored(StatementReason::QueryKeyword);
     }
     // A value that holds a zero byte is what stands before it; its form goes by the whole.
     const bool isEmpty = statement.value.empty();
@@ -224,46 +223,44 @@ Result DispatchStatement(ParseState& state, StatementRecord& statement) {
 
     const KeywordRow* row = FindKeyword(keyword);
     if (row == nullptr) {
-        return Ignored(state, StatementReason::UnknownKeyword);
+        return Ignored(StatementReason::UnknownKeyword);
     }
     if (row->handler == nullptr) {
-        return Ignored(state, StatementReason::NoEffect);
+        return Ignored(StatementReason::NoEffect);
     }
     const bool takesOption = (row->syntax & kOptionRequired) != 0;
     if (takesOption == statement.option.empty()) {
-        return Bad(state, takesOption ? StatementReason::OptionMissing
-                                      : StatementReason::OptionNotAllowed);
+        return Bad(takesOption ? StatementReason::OptionMissing
+                               : StatementReason::OptionNotAllowed);
     }
     if (!HasForm(row->syntax & kValueForm, statement, isEmpty)) {
-        return Bad(state, StatementReason::ValueForm);
+        return Bad(StatementReason::ValueForm);
     }
     const unsigned number = RowNumber(row);
     uint64_t& seen = state.seenRows[number / 64];
     const uint64_t mark = uint64_t{1} << number % 64;
     if ((seen & mark) != 0 && (row->syntax & (kRepeatable | kOptionRequired)) == 0) {
-        return Ignored(state, StatementReason::RepeatedKeyword);
+        return Ignored(StatementReason::RepeatedKeyword);
     }
-    const Result result = row->handler(state, statement);
-    if (result == Result::Handled) {
+    const Outcome outcome = row->handler(state, statement);
+    if (outcome.handled()) {
         seen |= mark;
     }
-    return result;
+    return outcome;
 }
 
 // ---- The whole file ----
 
 void Report(const ParseState& state, const FileReader& file, const StatementRecord& statement,
-            const ParseObserver& observer, Result result) {
+            const ParseObserver& observer, Outcome outcome) {
     if (observer.statement == nullptr) {
         return;
     }
-    StatementOutcome outcome = StatementOutcome::Stored;
-    if (result == Result::Fatal) {
-        outcome = StatementOutcome::Fatal;
-    } else if (result != Result::Handled) {
-        outcome = StatementOutcome::Dropped;
-    } else if (state.reason != StatementReason::None && !state.tookEffect) {
-        outcome = StatementOutcome::Ignored;
+    auto reported = StatementOutcome::Dropped;
+    if (outcome.result == Result::Fatal) {
+        reported = StatementOutcome::Fatal;
+    } else if (outcome.handled()) {
+        reported = outcome.stored ? StatementOutcome::Stored : StatementOutcome::Ignored;
     }
     const char* const place = file.bad != nullptr ? file.bad : statement.start;
     const StatementReport report = {
@@ -275,8 +272,8 @@ void Report(const ParseState& state, const FileReader& file, const StatementReco
         .translation = statement.translation,
         .value = statement.value,
         .type = statement.type,
-        .outcome = outcome,
-        .reason = state.reason,
+        .outcome = reported,
+        .reason = outcome.reason,
     };
     observer.statement(observer.context, report);
 }
@@ -286,25 +283,18 @@ bool ParseStatements(ParseState& state, const ParseObserver* observer) {
     FileReader file = {.next = state.text, .end = state.text + state.textLength, .bad = nullptr};
     StatementRecord statement;
     for (;;) {
-        state.reason = StatementReason::None;
-        state.tookEffect = false;
-        Result result = ReadStatement(statement, file, &state.reason);
-        if (result == Result::EndOfFile) {
-            if (observer != nullptr && statement.start != nullptr) {
-                state.reason = StatementReason::CutShort;
-                Report(state, file, statement, *observer, result);
-            }
-            return true;
+        Outcome outcome = ReadStatement(statement, file);
+        if (outcome.handled()) {
+            outcome = DispatchStatement(state, statement);
         }
-        if (result == Result::Handled) {
-            result = DispatchStatement(state, statement);
-        }
-        if (observer != nullptr) {
-            Report(state, file, statement, *observer, result);
+        // The end of a file whose last statement is whole is nothing to speak of.
+        if (observer != nullptr &&
+            (outcome.result != Result::EndOfFile || outcome.reason == StatementReason::CutShort)) {
+            Report(state, file, statement, *observer, outcome);
             file.bad = nullptr;
         }
-        if (result == Result::Fatal) {
-            return false;
+        if (outcome.result == Result::EndOfFile || outcome.result == Result::Fatal) {
+            return outcome.result == Result::EndOfFile;
         }
     }
 }
