@@ -2,7 +2,6 @@
 // the manual page and the completion know every option.
 
 #include <regex>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -10,15 +9,6 @@
 
 namespace tool {
 namespace {
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
 
 struct Shown {
     std::string command;
@@ -77,30 +67,13 @@ testing::AssertionResult Fits(const std::string& output, const std::vector<std::
     return testing::AssertionSuccess();
 }
 
-// The examples, and a shell that finds ksfax by its name.
+std::string Document(const std::string& name) {
+    return FileText(std::filesystem::path(SOURCE_FOLDER) / name);
+}
+
 class Documents : public testing::Test {
   protected:
-    Documents() {
-        std::filesystem::create_directories(folder / "bin");
-        std::filesystem::create_directories(folder / "tmp");
-        std::filesystem::create_directories(folder / "examples");
-        std::filesystem::create_symlink(KSFAX_PROGRAM, folder / "bin/ksfax");
-        for (const auto& entry : std::filesystem::directory_iterator(SOURCE_FOLDER "/examples")) {
-            if (entry.path().extension() != ".PDC") {
-                std::filesystem::copy(entry.path(), folder / "examples");
-            }
-        }
-    }
-    // Both output streams of it, as a terminal shows them.
-    std::string Shell(const std::string& commands, int* status) {
-        WriteText(folder / "tmp/script", commands);
-        const std::string root = folder.path().string();
-        const int result = std::system(("cd " + root + " && TMPDIR=" + root + "/tmp PATH=" + root +
-                                        "/bin:$PATH bash tmp/script >tmp/output 2>&1")
-                                           .c_str());
-        *status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
-        return FileText(folder / "tmp/output");
-    }
+    Documents() { folder.AddExamples(); }
 
     TestFolder folder;
 };
@@ -111,34 +84,34 @@ TEST_F(Documents, CommandLinesRunAsPrinted) {
         return std::regex_replace(std::regex_replace(text, std::regex("Kes[0-9A-F]+"), "Kes"),
                                   std::regex(" +[0-9,]+ bytes"), " N bytes");
     };
-    for (const char* name :
-         {"README.md", "docs/architecture.md", "docs/speed.md", "docs/ksfax.1"}) {
-        const std::string document = FileText(std::filesystem::path(SOURCE_FOLDER) / name);
-        ASSERT_NE(document, "") << name;
-        for (Shown& shown : CommandsIn(document)) {
-            int status = 0;
-            const std::string output = Shell(shown.command, &status);
-            EXPECT_TRUE(status == 0 || status == 3) << name << ": " << shown.command << "\n"
-                                                    << status << "\n"
-                                                    << output;
-            for (std::string& line : shown.output) {
-                line = withoutChance(line);
+    for (const char* name : {"README.md", "docs/ksfax.1"}) {
+        const std::vector<Shown> commands = CommandsIn(Document(name));
+        EXPECT_GE(commands.size(), 4u) << name;
+        for (const Shown& shown : commands) {
+            // Both output streams, as a terminal shows them.
+            const Outcome run = RunShell(folder, "exec 2>&1\n" + shown.command + '\n');
+            EXPECT_TRUE(run.code == 0 || run.code == 3) << name << ": " << shown.command << "\n"
+                                                        << run.code << "\n"
+                                                        << run.out;
+            std::vector<std::string> lines;
+            for (const std::string& line : shown.output) {
+                lines.push_back(withoutChance(line));
             }
-            EXPECT_TRUE(Fits(withoutChance(output), shown.output)) << name << ": " << shown.command;
+            EXPECT_TRUE(Fits(withoutChance(run.out), lines)) << name << ": " << shown.command;
         }
     }
 }
 
 TEST_F(Documents, NameOnlyWhatTheBuildScriptKnows) {
-    int status = 0;
-    const std::string help = Shell("bash " SOURCE_FOLDER "/dev help", &status);
-    ASSERT_EQ(status, 0) << help;
+    const Outcome help = RunShell(folder, "bash " SOURCE_FOLDER "/dev help\n");
+    ASSERT_EQ(help.code, 0) << help.err;
     const std::regex use(R"(\./dev ([a-z]+))");
     for (const char* name : {"README.md", "docs/architecture.md", "docs/speed.md"}) {
-        const std::string document = FileText(std::filesystem::path(SOURCE_FOLDER) / name);
-        for (std::sregex_iterator found(document.begin(), document.end(), use), end; found != end;
-             ++found) {
-            EXPECT_TRUE(help.find(found->str() + ' ') != std::string::npos ||
+        const std::string document = Document(name);
+        std::sregex_iterator found(document.begin(), document.end(), use);
+        EXPECT_NE(found, std::sregex_iterator()) << name;
+        for (; found != std::sregex_iterator(); ++found) {
+            EXPECT_TRUE(help.out.find(found->str() + ' ') != std::string::npos ||
                         found->str(1) == "help")
                 << name << " names " << found->str();
         }
@@ -146,49 +119,55 @@ TEST_F(Documents, NameOnlyWhatTheBuildScriptKnows) {
 }
 
 TEST_F(Documents, ManualPageAndCompletionKnowEveryOption) {
-    const std::string manual = FileText(SOURCE_FOLDER "/docs/ksfax.1");
-    const std::string completion = "source " SOURCE_FOLDER "/docs/ksfax.bash\n";
+    const std::string manual = Document("docs/ksfax.1");
     // What completion offers for the last word.
-    const auto offered = [&](const std::vector<std::string>& words) {
-        std::string line;
-        for (const std::string& word : words) {
-            line += " '" + word + "'";
-        }
-        int status = 0;
-        const std::string output =
-            Shell(completion + "COMP_WORDS=(ksfax" + line + ")\nCOMP_CWORD=" +
-                      std::to_string(words.size()) + "\n_ksfax ksfax '" + words.back() + "' '" +
-                      (words.size() > 1 ? words[words.size() - 2] : "ksfax") +
-                      "'\nprintf '%s\\n' \"${COMPREPLY[@]}\"\n",
-                  &status);
-        return Lines(output);
+    const auto offered = [&](const std::string& words) {
+        const std::string script = "source " SOURCE_FOLDER "/docs/ksfax.bash\n"
+                                   "COMP_WORDS=(ksfax " +
+                                   words +
+                                   ")\n"
+                                   "COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n"
+                                   "_ksfax ksfax \"${COMP_WORDS[-1]}\" \"${COMP_WORDS[-2]}\"\n"
+                                   "echo -n \"${COMPREPLY[@]}\"\n";
+        return RunShell(folder, script).out;
     };
-    std::vector<std::string> commands = offered({""});
-    std::erase_if(commands, [](const std::string& word) { return word.starts_with('-'); });
+    const auto matches = [](const std::string& text, const std::string& expression) {
+        const std::regex compiled(expression);
+        std::vector<std::string> all;
+        for (std::sregex_iterator found(text.begin(), text.end(), compiled), end; found != end;
+             ++found) {
+            all.push_back(found->str(1));
+        }
+        return all;
+    };
+    const std::vector<std::string> commands = matches(offered("''"), "(?:^| )([a-z]+)");
     ASSERT_EQ(commands.size(), 10u);
     size_t options = 0;
     for (const std::string& command : commands) {
         EXPECT_NE(manual.find(command), std::string::npos) << command;
-        const std::vector<std::string> known = offered({command, "--"});
+        const std::string known = ' ' + offered(command + " --") + ' ';
         const std::string help = RunKsfax(folder, {command, "--help"}).out;
-        const std::regex option(R"(\n  (?:-h,)?(--[a-z-]+))");
-        for (std::sregex_iterator found(help.begin(), help.end(), option), end; found != end;
-             ++found, ++options) {
-            EXPECT_EQ(std::ranges::count(known, found->str(1)), 1) << command << found->str(1);
-            const std::string escaped = std::regex_replace(found->str(1), std::regex("-"), "\\-");
+        for (const std::string& option : matches(help, R"(\n  (?:-h,)?(--[a-z-]+))")) {
+            EXPECT_NE(known.find(' ' + option + ' '), std::string::npos) << command << option;
+            const std::string escaped = std::regex_replace(option, std::regex("-"), "\\-");
             EXPECT_NE(manual.find(escaped), std::string::npos) << command << escaped;
+            ++options;
         }
     }
     EXPECT_GT(options, 60u);
 
-    using Words = std::vector<std::string>;
-    EXPECT_EQ(offered({"se"}), (Words{"settings", "send"}));
-    EXPECT_EQ(offered({"send", "--resolution", ""}), (Words{"200x200", "200x100"}));
-    EXPECT_EQ(offered({"--code-page", "9"}), (Words{""})) << "not an option of the program itself";
-    EXPECT_EQ(offered({"query", "--code-page", "9"}), (Words{"932"}));
-    EXPECT_EQ(offered({"describe", "examples/K"}), (Words{"examples/KSFAX.PPD"}));
-    EXPECT_EQ(offered({"state", "--machine", "examples/"}), (Words{""})) << "only folders";
-    EXPECT_EQ(offered({"settings", "--device", "e"}), (Words{""})) << "any text";
+    const std::pair<std::string, std::string> rows[] = {
+        {"se", "settings send"},
+        {"send --resolution ''", "200x200 200x100"},
+        {"--code-page 9", ""},  // not an option of the program itself
+        {"query --code-page 9", "932"},
+        {"describe examples/K", "examples/KSFAX.PPD"},
+        {"state --machine examples/", ""},  // only folders
+        {"settings --device e", ""},        // any text
+    };
+    for (const auto& [words, replies] : rows) {
+        EXPECT_EQ(offered(words), replies) << words;
+    }
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
-#include "tool/picture.h"
+#include <png.h>
 
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include "tests/tool/run_ksfax.h"
 #include "tool/failure.h"
+#include "tool/picture.h"
 
 namespace tool {
 namespace {
@@ -17,7 +17,9 @@ void Put(Bytes& bytes, uint64_t value, int width) {
     }
 }
 
-Picture Read(const Bytes& bytes) { return ReadBitmap(std::as_bytes(std::span(bytes))); }
+Picture Read(const Bytes& bytes) {
+    return ReadBitmap(std::as_bytes(std::span(bytes)));
+}
 
 struct BitmapFile {
     uint32_t width, height;
@@ -79,7 +81,7 @@ TEST(ReadBitmap, ReadsEveryDepth) {
 }
 
 TEST(ReadBitmap, ReadsTheFirstFormOfTheHeader) {
-    Bytes bytes = {'B', 'M', 0, 0, 0, 0, 0, 0, 0, 0, 32, 0, 0, 0, 12, 0, 0, 0,
+    Bytes bytes = {'B', 'M', 0, 0, 0, 0, 0, 0, 0,   0,   32,  0, 0, 0, 12,   0, 0, 0,
                    2,   0,   1, 0, 1, 0, 1, 0, 255, 255, 255, 0, 0, 0, 0x40, 0, 0, 0};
     EXPECT_EQ(Read(bytes).dots, (std::vector<uint8_t>{255, 0}));
 }

@@ -2,15 +2,16 @@
 
 // Runs the ksfax program in a folder of its own, as a script would.
 
-#include <sys/wait.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <sys/wait.h>
 #include <vector>
 
 namespace tool {
@@ -22,6 +23,15 @@ inline std::string FileText(const std::filesystem::path& file) {
 
 inline void WriteText(const std::filesystem::path& file, std::string_view text) {
     std::ofstream(file, std::ios::binary) << text;
+}
+
+inline std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
 }
 
 // A new folder that goes with its test.
@@ -40,18 +50,14 @@ class TestFolder {
 
     std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
     const std::filesystem::path& path() const { return path_; }
-    // Names of what lies in it, sorted, with one space after each.
-    std::string Names() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(path_)) {
-            names.push_back(entry.path().filename().string());
+    // The project's examples, without what an earlier run left beside them.
+    void AddExamples() const {
+        std::filesystem::create_directory(*this / "examples");
+        for (const auto& entry : std::filesystem::directory_iterator(SOURCE_FOLDER "/examples")) {
+            if (entry.path().extension() != ".PDC") {
+                std::filesystem::copy(entry.path(), *this / "examples");
+            }
         }
-        std::ranges::sort(names);
-        std::string all;
-        for (const std::string& name : names) {
-            all += name + ' ';
-        }
-        return all;
     }
 
   private:
@@ -66,25 +72,31 @@ struct Outcome {
     nlohmann::json Json() const { return nlohmann::json::parse(out); }
 };
 
-// Runs it with `folder`/tmp as the place for temporary files, so that a test sees all it leaves.
-inline Outcome RunKsfax(const TestFolder& folder, const std::vector<std::string>& arguments) {
+// Runs the lines in bash, in `folder`. ksfax is on its search path, and `folder`/tmp is the place
+// for temporary files, so that a test sees all that is left.
+inline Outcome RunShell(const TestFolder& folder, const std::string& lines) {
+    TestFolder own;
     std::filesystem::create_directory(folder / "tmp");
-    const auto quoted = [](std::string text) {
-        for (size_t at = 0; (at = text.find('\'', at)) != std::string::npos; at += 4) {
-            text.replace(at, 1, "'\\''");
+    std::filesystem::create_symlink(KSFAX_PROGRAM, own / "ksfax");
+    WriteText(own / "script", "cd '" + folder.path().string() + "'\n" + lines);
+    const std::string at = own.path().string();
+    const int status = std::system(("PATH='" + at + "':$PATH TMPDIR='" + (folder / "tmp").string() +
+                                    "' LC_ALL=C.UTF-8 bash '" + at + "/script' >'" + at +
+                                    "/out' 2>'" + at + "/err' </dev/null")
+                                       .c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, FileText(own / "out"),
+            FileText(own / "err")};
+}
+
+inline Outcome RunKsfax(const TestFolder& folder, const std::vector<std::string>& arguments) {
+    std::string line = "ksfax";
+    for (std::string argument : arguments) {
+        for (size_t at = 0; (at = argument.find('\'', at)) != std::string::npos; at += 4) {
+            argument.replace(at, 1, "'\\''");
         }
-        return " '" + text + "'";
-    };
-    TestFolder output;
-    std::string command = "cd" + quoted(folder.path().string()) + " && TMPDIR=" +
-                          quoted((folder / "tmp").string()).substr(1) + " " KSFAX_PROGRAM;
-    for (const std::string& argument : arguments) {
-        command += quoted(argument);
+        line += " '" + argument + "'";
     }
-    command += " >" + quoted((output / "out").string()) + " 2>" + quoted((output / "err").string());
-    const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, FileText(output / "out"),
-            FileText(output / "err")};
+    return RunShell(folder, line + '\n');
 }
 
 }  // namespace tool
