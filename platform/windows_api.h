@@ -15,8 +15,6 @@
 #include <prsht.h>
 #include <shlobj.h>
 #include <winddiui.h>
-
-#include "platform/windows/missing.h"
 #else
 #include "platform/embedded/api_types.h"
 // The rest builds on the types.
@@ -28,3 +26,5 @@
 #include "platform/embedded/api_spooler.h"
 #include "platform/embedded/api_user.h"
 #endif
+
+#include "platform/missing.h"

@@ -22,14 +22,6 @@ constexpr INT PRINTER_EVENT_CACHE_REFRESH = 5;
 extern "C" BOOL WINAPI DrvPrinterEvent(LPWSTR printerName, INT event, DWORD flags,
                                        LPARAM parameter);
 
-struct DRIVER_UPGRADE_INFO_1W {
-    LPWSTR pPrinterName;
-    LPWSTR pOldDriverDirectory;
-};
-static_assert(sizeof(DRIVER_UPGRADE_INFO_1W) == 16);
-
-extern "C" BOOL WINAPI DrvUpgradePrinter(DWORD level, LPBYTE information);
-
 // ---- Property sheets ----
 using PFNCOMPROPSHEET = LONG_PTR(CALLBACK*)(HANDLE sheet, UINT function, LPARAM first,
                                             LPARAM second);
@@ -139,14 +131,6 @@ constexpr short DMTT_BITMAP = 1;
 constexpr short DMCOLLATE_FALSE = 0;
 constexpr short DMCOLLATE_TRUE = 1;
 
-// ---- Conversion of job settings ----
-constexpr DWORD CDM_CONVERT = 1;
-constexpr DWORD CDM_CONVERT351 = 2;
-constexpr DWORD CDM_DRIVER_DEFAULT = 4;
-
-extern "C" BOOL WINAPI DrvConvertDevMode(LPWSTR printerName, PDEVMODEW input, PDEVMODEW output,
-                                         LONG* bytes, DWORD mode);
-
 // ---- Device capabilities ----
 constexpr WORD DC_FIELDS = 1;
 constexpr WORD DC_PAPERS = 2;
@@ -177,22 +161,3 @@ constexpr WORD DC_COLORDEVICE = 32;
 constexpr DWORD DCBA_FACEDOWNCENTER = 0x0101;
 constexpr DWORD PRINTRATEUNIT_PPM = 1;
 constexpr DWORD GDI_ERROR = 0xFFFFFFFF;
-
-extern "C" DWORD WINAPI DrvDeviceCapabilities(HANDLE printer, LPWSTR deviceName, WORD index,
-                                              PVOID output, PDEVMODEW settings);
-
-// ---- The spooler's question whether a job can print ----
-struct DEVQUERYPRINT_INFO {
-    WORD cbSize;
-    WORD Level;
-    HANDLE hPrinter;
-    DEVMODEW* pDevMode;
-    LPWSTR pszErrorStr;
-    DWORD cchErrorStr;
-    DWORD cchNeeded;
-};
-using PDEVQUERYPRINT_INFO = DEVQUERYPRINT_INFO*;
-static_assert(sizeof(DEVQUERYPRINT_INFO) == 40);
-static_assert(offsetof(DEVQUERYPRINT_INFO, cchErrorStr) == 32);
-
-extern "C" BOOL WINAPI DevQueryPrintEx(PDEVQUERYPRINT_INFO query);

@@ -45,41 +45,6 @@ struct COLORADJUSTMENT {
 };
 static_assert(sizeof(COLORADJUSTMENT) == 24);
 
-// ---- Halftone information; numbers are ten-thousandths ----
-constexpr DWORD HT_FLAG_HAS_BLACK_DYE = 0x00000002;
-
-struct CIECHROMA {
-    LONG x;
-    LONG y;
-    LONG Y;
-};
-struct COLORINFO {
-    CIECHROMA Red;
-    CIECHROMA Green;
-    CIECHROMA Blue;
-    CIECHROMA Cyan;
-    CIECHROMA Magenta;
-    CIECHROMA Yellow;
-    CIECHROMA AlignmentWhite;
-    LONG RedGamma;
-    LONG GreenGamma;
-    LONG BlueGamma;
-    LONG MagentaInCyanDye;
-    LONG YellowInCyanDye;
-    LONG CyanInMagentaDye;
-    LONG YellowInMagentaDye;
-    LONG CyanInYellowDye;
-    LONG MagentaInYellowDye;
-};
-static_assert(sizeof(COLORINFO) == 120);
-struct DEVHTINFO {
-    DWORD HTFlags;
-    DWORD HTPatternSize;
-    DWORD DevPelsDPI;
-    COLORINFO ColorInfo;
-};
-static_assert(sizeof(DEVHTINFO) == 132);
-
 // ---- Objects and contexts ----
 constexpr int NULL_BRUSH = 5;
 constexpr int NULL_PEN = 8;

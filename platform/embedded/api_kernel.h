@@ -215,13 +215,7 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR source, int sourceByt
                         int targetCharacters);
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int sourceCharacters,
                         LPSTR target, int targetBytes, LPCSTR unmappable, BOOL* usedUnmappable);
-// The native conversions of the ANSI code page. All counts are in bytes. They fill what there is
-// room for, store no terminator of their own, never half a double-byte character, and succeed.
 constexpr NTSTATUS STATUS_SUCCESS = 0;
-NTSTATUS RtlMultiByteToUnicodeN(PWSTR target, ULONG targetBytes, PULONG resultBytes, LPCSTR source,
-                                ULONG sourceBytes);
-NTSTATUS RtlUnicodeToMultiByteN(LPSTR target, ULONG targetBytes, PULONG resultBytes, LPCWSTR source,
-                                ULONG sourceBytes);
 int lstrlenW(LPCWSTR text);
 int lstrlenA(LPCSTR text);
 int lstrcmpiW(LPCWSTR left, LPCWSTR right);

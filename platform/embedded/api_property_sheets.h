@@ -117,35 +117,4 @@ constexpr DWORD DM_UPDATE = 0x01;
 constexpr DWORD DM_OUT_BUFFER = 0x02;
 constexpr DWORD DM_IN_PROMPT = 0x04;
 constexpr DWORD DM_IN_BUFFER = 0x08;
-constexpr DWORD DM_ADVANCED = 0x10;
-constexpr DWORD DM_NOPERMISSION = 0x20;
-constexpr WORD DPS_NOPERMISSION = 0x0001;
-
-struct DOCUMENTPROPERTYHEADER {
-    WORD cbSize;
-    WORD Reserved;
-    HANDLE hPrinter;
-    LPWSTR pszPrinterName;
-    PDEVMODEW pdmIn;
-    PDEVMODEW pdmOut;
-    DWORD cbOut;
-    DWORD fMode;
-};
-static_assert(sizeof(DOCUMENTPROPERTYHEADER) == 48);
-static_assert(offsetof(DOCUMENTPROPERTYHEADER, cbOut) == 40);
-
-struct DEVICEPROPERTYHEADER {
-    WORD cbSize;
-    WORD Flags;
-    HANDLE hPrinter;
-    LPWSTR pszPrinterName;
-};
-static_assert(sizeof(DEVICEPROPERTYHEADER) == 24);
-
-extern "C" LONG WINAPI DrvDocumentPropertySheets(PPROPSHEETUI_INFO information, LPARAM parameter);
-extern "C" LONG WINAPI DrvDevicePropertySheets(PPROPSHEETUI_INFO information, LPARAM parameter);
-extern "C" LONG WINAPI DrvDocumentProperties(HWND owner, HANDLE printer, LPWSTR deviceName,
-                                             PDEVMODEW output, PDEVMODEW input, DWORD mode);
-extern "C" LONG WINAPI DrvAdvancedDocumentProperties(HWND owner, HANDLE printer, LPWSTR deviceName,
-                                                     PDEVMODEW output, PDEVMODEW input);
 extern "C" BOOL WINAPI PrinterProperties(HWND owner, HANDLE printer);

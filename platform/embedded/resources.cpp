@@ -5,9 +5,9 @@
 #include <optional>
 
 #include "platform/embedded/api_kernel.h"
-#include "platform/embedded/api_user.h"
 #include "platform/embedded/modules.h"
 #include "platform/embedded/text.h"
+#include "platform/windows_api.h"
 
 namespace embedded {
 namespace {

@@ -9,9 +9,8 @@
 #include <iostream>
 #include <limits>
 
-#include "platform/embedded/api_kernel.h"
-#include "platform/embedded/api_user.h"
 #include "platform/embedded/machine.h"
+#include "platform/windows_api.h"
 
 namespace embedded {
 namespace {
@@ -655,24 +654,24 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int sourceCh
     return static_cast<int>(done.bytes);
 }
 
-NTSTATUS RtlMultiByteToUnicodeN(PWSTR target, ULONG targetBytes, PULONG resultBytes, LPCSTR source,
+LONG RtlMultiByteToUnicodeN(PWSTR target, ULONG targetBytes, PULONG resultBytes, LPCSTR source,
                                 ULONG sourceBytes) {
     const size_t written =
         Decode(AnsiCodePage(), source, sourceBytes, target, targetBytes / sizeof(WCHAR));
     if (resultBytes != nullptr) {
         *resultBytes = static_cast<ULONG>(written * sizeof(WCHAR));
     }
-    return STATUS_SUCCESS;
+    return 0;
 }
 
-NTSTATUS RtlUnicodeToMultiByteN(LPSTR target, ULONG targetBytes, PULONG resultBytes, LPCWSTR source,
+LONG RtlUnicodeToMultiByteN(LPSTR target, ULONG targetBytes, PULONG resultBytes, LPCWSTR source,
                                 ULONG sourceBytes) {
     const Encoded done =
         Encode(AnsiCodePage(), source, sourceBytes / sizeof(WCHAR), target, targetBytes, '?');
     if (resultBytes != nullptr) {
         *resultBytes = static_cast<ULONG>(done.bytes);
     }
-    return STATUS_SUCCESS;
+    return 0;
 }
 
 int lstrlenW(LPCWSTR text) {

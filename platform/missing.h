@@ -1,14 +1,15 @@
 #pragma once
 
-// Published constants and records that the installed Windows headers lack.
+// Published constants, records and calls that no installed system header declares, the same for
+// both homes. windows_api.h includes it behind what it builds on.
 
 // ---- Native conversions of the ANSI code page; all counts are in bytes ----
-extern "C" NTSYSAPI LONG NTAPI RtlMultiByteToUnicodeN(PWSTR target, ULONG targetBytes,
-                                                      PULONG resultBytes, LPCSTR source,
-                                                      ULONG sourceBytes);
-extern "C" NTSYSAPI LONG NTAPI RtlUnicodeToMultiByteN(LPSTR target, ULONG targetBytes,
-                                                      PULONG resultBytes, LPCWSTR source,
-                                                      ULONG sourceBytes);
+// They fill what there is room for and say how much that was; a character of two bytes is never cut
+// in half.
+extern "C" LONG WINAPI RtlMultiByteToUnicodeN(PWSTR target, ULONG targetBytes, PULONG resultBytes,
+                                              LPCSTR source, ULONG sourceBytes);
+extern "C" LONG WINAPI RtlUnicodeToMultiByteN(LPSTR target, ULONG targetBytes, PULONG resultBytes,
+                                              LPCWSTR source, ULONG sourceBytes);
 
 // ---- Driver upgrade ----
 struct DRIVER_UPGRADE_INFO_1W {
@@ -78,6 +79,7 @@ struct DEVQUERYPRINT_INFO {
 };
 using PDEVQUERYPRINT_INFO = DEVQUERYPRINT_INFO*;
 static_assert(sizeof(DEVQUERYPRINT_INFO) == 40);
+static_assert(offsetof(DEVQUERYPRINT_INFO, cchErrorStr) == 32);
 
 extern "C" BOOL WINAPI DevQueryPrintEx(PDEVQUERYPRINT_INFO query);
 
