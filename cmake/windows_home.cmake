@@ -17,6 +17,14 @@ set_target_properties(KSFAXUI PROPERTIES PREFIX "" SUFFIX ".DLL")
 set_source_files_properties(resources/ksfaxui.rc PROPERTIES
   COMPILE_OPTIONS "-I${CMAKE_SOURCE_DIR}")
 
+# The texts of the package, with the line ends of Windows.
+set(DATE "01/01/2026" CACHE STRING "Date of the driver, month/day/year")
+set(VERSION ${PROJECT_VERSION})
+foreach(text packaging/KSFAX.INF packaging/README.txt LICENSE)
+  get_filename_component(name ${text} NAME)
+  configure_file(${text} ${name} @ONLY NEWLINE_STYLE WIN32)
+endforeach()
+
 # ./dev windows needs no test library, so the tests are left out where it is not installed.
 find_path(GOOGLETEST_SOURCE src/gtest-all.cc
   PATHS /usr/src/googletest/googletest NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
@@ -41,7 +49,7 @@ add_executable(ksfax_windows_tests ${WINDOWS_TEST_SOURCES})
 target_compile_options(ksfax_windows_tests PRIVATE -O1)
 target_compile_definitions(ksfax_windows_tests PRIVATE UNICODE _UNICODE)
 target_link_options(ksfax_windows_tests PRIVATE ${STATIC_RUNTIME})
-target_link_libraries(ksfax_windows_tests PRIVATE windows_gtest winspool gdiplus ntdll)
+target_link_libraries(ksfax_windows_tests PRIVATE windows_gtest winspool gdiplus ntdll setupapi)
 add_dependencies(ksfax_windows_tests KSFAXUI)
 
 # Companion modules for the tests, all of the one name, so each in its own folder.

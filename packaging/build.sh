@@ -22,10 +22,6 @@ windows_date=$(date -u -d "@$SOURCE_DATE_EPOCH" +%m/%d/%Y)
 map="-ffile-prefix-map=$work=."
 package_flags='-fstack-protector-strong -D_FORTIFY_SOURCE=2'
 
-# Replaces @NAME@ by the values of VERSION and DATE, for Windows with its line ends.
-fill_in() { sed -e "s|@VERSION@|$version|g" -e "s|@DATE@|$windows_date|g" "$1"; }
-for_windows() { sed 's/$/\r/'; }
-
 # Every file gets the commit's time, so that archives do not tell when they were made.
 commit_times() { find "$1" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +; }
 
@@ -80,14 +76,12 @@ END
 package_windows() {
     local folder=$work/ksfaxui-$version-x64 file
     cmake -S "$source" -B "$work/windows" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKSFAX_TESTS=OFF \
-        -DCMAKE_TOOLCHAIN_FILE="$source/cmake/mingw-w64.cmake" -DCMAKE_CXX_FLAGS="$map"
+        -DCMAKE_TOOLCHAIN_FILE="$source/cmake/mingw-w64.cmake" -DCMAKE_CXX_FLAGS="$map" \
+        -DDATE="$windows_date"
     cmake --build "$work/windows" --target KSFAXUI
     mkdir -p "$folder"
-    cp "$work/windows/KSFAXUI.DLL" "$source/examples/KSFAX.PPD" "$folder"
-    for_windows <"$source/LICENSE" >"$folder/LICENSE.txt"
-    for file in KSFAX.INF README.txt; do
-        fill_in "$source/packaging/$file" | for_windows >"$folder/$file"
-    done
+    cp "$source/examples/KSFAX.PPD" "$work/windows"/{KSFAXUI.DLL,KSFAX.INF,README.txt} "$folder"
+    cp "$work/windows/LICENSE" "$folder/LICENSE.txt"
     (cd "$folder" && sha256sum -- * >SHA256SUMS)
     chmod 644 "$folder"/*
     commit_times "$folder"
