@@ -19,8 +19,7 @@ void RepaintNow(HWND window, const RECT* area) {
     UpdateWindow(window);
 }
 
-void RegisterControlClass(LPCWSTR name, WNDPROC procedure, HINSTANCE instance,
-                          bool& isRegistered) {
+void RegisterControlClass(LPCWSTR name, WNDPROC procedure, HINSTANCE instance, bool& isRegistered) {
     if (isRegistered) {
         return;
     }

@@ -4,8 +4,9 @@
 // each drawn on an owner-drawn button with its background colour left out, so that it sits on
 // the dialog's own. The bitmaps are the module's own resources.
 
-#include "jobsettings/job_settings.h"
 #include "platform/windows_api.h"
+
+#include "jobsettings/job_settings.h"
 
 namespace ksfax {
 

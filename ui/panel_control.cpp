@@ -78,7 +78,9 @@ void Draw(HWND window, const PanelState& state, HDC context) {
     GetClientRect(window, &rect);
     const PanelTools tools;
     const Selection font(context, GetStockObject(DEFAULT_GUI_FONT));
-    const auto closeRight = [&rect] { rect = {rect.left, rect.top, rect.right - 1, rect.bottom - 1}; };
+    const auto closeRight = [&rect] {
+        rect = {rect.left, rect.top, rect.right - 1, rect.bottom - 1};
+    };
     if ((state.panelStyle & PANELS_CAPTIONED) != 0) {
         DrawRectangle(context, tools, GetStockObject(NULL_PEN), rect);
         MoveSidesInwards(rect, state.bevelWidth);

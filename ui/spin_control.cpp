@@ -89,8 +89,7 @@ POINT PointerIn(LPARAM lParam) {
 void Press(HWND window, SpinState& state, POINT at) {
     RECT client{};
     GetClientRect(window, &client);
-    const bool isSecond =
-        IsVertical(state) ? at.y > client.bottom >> 1 : at.x > client.right >> 1;
+    const bool isSecond = IsVertical(state) ? at.y > client.bottom >> 1 : at.x > client.right >> 1;
     state.spinFlags |= isSecond ? kSpinSecondPressed : kSpinFirstPressed;
     const RECT half = HalfRect(window, state, PressedHalf(state));
     RepaintNow(window, &half);
@@ -244,13 +243,11 @@ struct SpinTools {
     explicit SpinTools(const SpinState& state)
         : face(Color(state, 0, GetSysColor(COLOR_BTNFACE))),
           arrow(Color(state, 1, GetSysColor(COLOR_BTNTEXT))),
-          highlight(Color(state, 3, RGB(255, 255, 255))),
-          arrowPen(MakePen(arrow)),
+          highlight(Color(state, 3, RGB(255, 255, 255))), arrowPen(MakePen(arrow)),
           shadowPen(MakePen(Color(state, 2, GetSysColor(COLOR_BTNSHADOW)))),
           highlightPen(MakePen(highlight)),
           framePen(MakePen(Color(state, 4, GetSysColor(COLOR_WINDOWFRAME)))),
-          faceBrush(MakeBrush(face)),
-          arrowBrush(MakeBrush(arrow)) {}
+          faceBrush(MakeBrush(face)), arrowBrush(MakeBrush(arrow)) {}
 
     static COLORREF Color(const SpinState& state, unsigned slot, COLORREF fallback) {
         return state.colors[slot] == kDefaultColor ? fallback : state.colors[slot];
@@ -275,8 +272,7 @@ void DrawBevel(HDC context, const SpinTools& tools, const RECT& edge, bool isPre
     }
     DrawLines(context, tools.shadowPen, {{x1 + 1, y2 - 1}, {x2 - 1, y2 - 1}, {x2 - 1, y1}});
     DrawLines(context, tools.shadowPen, {{x1 + 2, y2 - 2}, {x2 - 2, y2 - 2}, {x2 - 2, y1 + 1}});
-    DrawLines(context, tools.highlightPen,
-              {{x1 + 1, y2 - 2}, {x1 + 1, y1 + 1}, {x2 - 1, y1 + 1}});
+    DrawLines(context, tools.highlightPen, {{x1 + 1, y2 - 2}, {x1 + 1, y1 + 1}, {x2 - 1, y1 + 1}});
 }
 
 void FillTriangle(HDC context, const SpinTools& tools, POINT first, POINT second, POINT third) {

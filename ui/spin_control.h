@@ -23,11 +23,11 @@ inline constexpr DWORD SPINS_REVERSED = 0x10;      // the first half (top, left)
 // changed. Words are returned zero-extended unless said. A range has the minimum in its low word
 // and the maximum in its high word; one whose minimum is not below its maximum, both taken as
 // unsigned, is refused, whereas positions are compared with it as signed numbers.
-inline constexpr UINT SPIN_SETTARGET = WM_USER + 1;     // w window; the target, which stays, or -1
-inline constexpr UINT SPIN_GETTARGET = WM_USER + 2;     // the window that is notified
-inline constexpr UINT SPIN_SETRANGE = WM_USER + 3;      // l range; the old one, signed
-inline constexpr UINT SPIN_GETRANGE = WM_USER + 4;      // the range
-inline constexpr UINT SPIN_SETPOS = WM_USER + 5;        // w position, signed; the old one
+inline constexpr UINT SPIN_SETTARGET = WM_USER + 1;  // w window; the target, which stays, or -1
+inline constexpr UINT SPIN_GETTARGET = WM_USER + 2;  // the window that is notified
+inline constexpr UINT SPIN_SETRANGE = WM_USER + 3;   // l range; the old one, signed
+inline constexpr UINT SPIN_GETRANGE = WM_USER + 4;   // the range
+inline constexpr UINT SPIN_SETPOS = WM_USER + 5;     // w position, signed; the old one
 inline constexpr UINT SPIN_GETPOS = WM_USER + 6;
 inline constexpr UINT SPIN_SETSILENT = WM_USER + 7;     // w on or off; 1 when it was on
 inline constexpr UINT SPIN_GETSILENT = WM_USER + 8;     // 4 when on
