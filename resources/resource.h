@@ -87,7 +87,8 @@
 #define IDS_VERSION 4224
 #define IDS_BEFORE_MONTHS 14006
 
-// The labels under the picture of the paper: its name, a line break and its size.
+// The labels under the picture of the paper: its name, a line break and its size. Only a resource
+// module has those of the Japanese postcard and envelopes and of the landscape DL envelope.
 #define IDS_LABEL_LETTER 1094
 #define IDS_LABEL_LEGAL 1095
 #define IDS_LABEL_EXECUTIVE 1096

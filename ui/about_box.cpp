@@ -5,6 +5,7 @@
 
 #include "core/module_state.h"
 #include "resources/resource.h"
+#include "ui/page.h"
 #include "ui/page_drawing.h"
 
 namespace ksfax {
@@ -87,9 +88,10 @@ BOOL CALLBACK CenterChildOnSheet(HWND child, LPARAM) {
         return TRUE;
     }
     const int width = own.right - own.left;
-    POINT corner{around.left + (around.right - around.left - width) / 2, own.top};
-    ScreenToClient(sheet, &corner);
-    MoveWindow(child, corner.x - kPageShift, corner.y, width, own.bottom - own.top, TRUE);
+    own.left = around.left + (around.right - around.left - width) / 2;
+    own.right = own.left + width;
+    ToClientArea(sheet, &own);
+    MoveWindow(child, own.left - kPageShift, own.top, width, own.bottom - own.top, TRUE);
     return TRUE;
 }
 
@@ -127,10 +129,12 @@ void CenterControlInRect(HWND dialog, const RECT& area, int control, int width, 
         width = own.right - own.left;
         height = own.bottom - own.top;
     }
-    POINT corner{area.left + (area.right - area.left - width) / 2,
-                 area.top + (area.bottom - area.top - height) / 2};
-    ScreenToClient(dialog, &corner);
-    MoveWindow(GetDlgItem(dialog, control), corner.x, corner.y, width, height, FALSE);
+    own.left = area.left + (area.right - area.left - width) / 2;
+    own.top = area.top + (area.bottom - area.top - height) / 2;
+    own.right = own.left + width;
+    own.bottom = own.top + height;
+    ToClientArea(dialog, &own);
+    MoveWindow(GetDlgItem(dialog, control), own.left, own.top, width, height, FALSE);
 }
 
 INT_PTR CALLBACK AboutDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {

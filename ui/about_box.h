@@ -5,8 +5,6 @@
 
 #include "platform/windows_api.h"
 
-#include "core/session.h"
-
 namespace ksfax {
 
 // The dialog procedure of the modal box; its initial parameter is the PrinterSession. The box
@@ -19,13 +17,5 @@ INT_PTR CALLBACK AboutPageProc(HWND dialog, UINT message, WPARAM wParam, LPARAM 
 // Moves a control into the middle of a rectangle of the screen. A width and height of 0 keep the
 // control's size. Nothing happens without such a control.
 void CenterControlInRect(HWND dialog, const RECT& area, int control, int width, int height);
-
-// The session of a driver's dialog: null before its WM_INITDIALOG.
-inline PrinterSession* SessionOf(HWND dialog) {
-    return reinterpret_cast<PrinterSession*>(GetWindowLongPtrW(dialog, DWLP_USER));
-}
-inline void BindSession(HWND dialog, PrinterSession* session) {
-    SetWindowLongPtrW(dialog, DWLP_USER, reinterpret_cast<LONG_PTR>(session));
-}
 
 }  // namespace ksfax

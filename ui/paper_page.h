@@ -1,49 +1,12 @@
 #pragma once
 
 // The paper settings page, the driver's page of the document property sheet: paper, orientation
-// and fax resolution. Each choice goes into the session's job settings at once; they reach the
-// caller when the sheet is closed with OK.
-//
-// The first half is what the page does to the settings, without any window. The dialog procedure
-// maps messages to it and shows what came of it.
+// and fax resolution. Each choice goes into the session's job settings at once (paper_settings.h);
+// they reach the caller when the sheet is closed with OK.
 
 #include "platform/windows_api.h"
 
-#include "core/session.h"
-
 namespace ksfax {
-
-// ---- The list of papers ----
-
-// Makes the session's `paperList` anew: an entry for each option of the description's Paper
-// feature, in its order. Without memory it is a fixed list of ten common papers, and
-// `paperListBlock` stays null.
-void BuildPaperList(PrinterSession* session);
-// Frees it, if there is one to free.
-void FreePaperList(PrinterSession* session);
-
-// The first paper of that code, or else the first of the list. A list without papers gives its
-// end, whose code is 0. For a session that has a list.
-const PaperListEntry& PaperOfCode(const PrinterSession& session, uint32_t paperCode);
-
-// The string, in the resource module, that is shown under the picture of such a paper.
-UINT PaperLabelString(uint32_t paperCode);
-
-// ---- What the user does ----
-
-// The page comes up: the settings' paper becomes one of the list. Returns that.
-const PaperListEntry& BeginPaperPage(PrinterSession* session);
-
-void SelectPaper(JobSettings* settings, uint32_t paperCode);
-
-// Both return whether that changed the settings.
-bool SetOrientation(JobSettings* settings, bool portrait);
-bool SetFaxResolution(JobSettings* settings, bool is200x100);
-
-// The defaults of the user's country and of the description. Returns the paper.
-const PaperListEntry& RestoreDefaults(PrinterSession* session);
-
-// ---- The page ----
 
 // The dialog procedure; the session is the page record's lParam.
 INT_PTR CALLBACK PaperPageProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam);

@@ -14,6 +14,7 @@
 #include "resources/resource.h"
 #include "ui/about_box.h"
 #include "ui/paper_page.h"
+#include "ui/paper_settings.h"
 #include "ui/user_folder.h"
 
 namespace ksfax {

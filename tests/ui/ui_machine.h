@@ -1,6 +1,6 @@
 #pragma once
 
-// A machine with the fax printer, whose property sheets a test opens and uses as a person does.
+// A machine with the fax printer, whose property sheets and controls a test uses as a person does.
 
 #include <cstring>
 #include <functional>
@@ -10,15 +10,19 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/embedded/gdi.h"
 #include "platform/embedded/modules.h"
 #include "platform/embedded/property_sheets.h"
+#include "platform/embedded/text.h"
 #include "platform/embedded/windows.h"
 
 #include "core/module_state.h"
 #include "jobsettings/job_settings.h"
 #include "resources/resource.h"
 #include "tests/core/fax_machine.h"
+#include "tests/golden.h"
 #include "tests/platform/resource_file.h"
+#include "ui/page.h"
 
 namespace tests {
 
@@ -41,23 +45,22 @@ inline constexpr std::string_view kPagePapers = R"(*OpenUI *Paper: PickOne
 *CloseUI: *MediaType
 )";
 
-class SheetTest : public testing::Test {
+class UiMachine : public testing::Test {
   protected:
     using Sheet = embedded::PropertySheet;
 
-    explicit SheetTest(std::string_view papers = kPagePapers, embedded::MachineSetup setup = {})
+    explicit UiMachine(std::string_view papers = kPagePapers, embedded::MachineSetup setup = {})
         : fax(std::move(setup)) {
         fax.AddPrinter(FaxMachine::kPrinter, u"C:\\Ppd\\PAGE.PPD",
                        std::string(kFaxPpd) + std::string(papers));
         // Callers' records count only over a default record of the printer's.
         embedded::Printer whole = *fax.machine.spooler().FindPrinter(FaxMachine::kPrinter);
         const ksfax::JobSettings defaults = DefaultRecord();
-        const auto* bytes = reinterpret_cast<const std::byte*>(&defaults);
-        whole.defaultSettings.assign(bytes, bytes + sizeof defaults);
+        whole.defaultSettings = BytesOf(&defaults, sizeof defaults);
         fax.machine.spooler().AddPrinter(std::move(whole));
         printer = fax.Open(FaxMachine::kPrinter, true);
     }
-    ~SheetTest() override {
+    ~UiMachine() override {
         printer.reset();
         EXPECT_EQ(fax.OpenWithoutCache(), atRest);
     }
@@ -65,7 +68,6 @@ class SheetTest : public testing::Test {
     ksfax::JobSettings DefaultRecord() {
         ksfax::JobSettings record;
         LONG bytes = sizeof record;
-        std::u16string name = FaxMachine::kPrinter;
         EXPECT_TRUE(
             DrvConvertDevMode(name.data(), nullptr, &record.devMode, &bytes, CDM_DRIVER_DEFAULT));
         return record;
@@ -76,7 +78,6 @@ class SheetTest : public testing::Test {
                       DWORD mode = DM_IN_PROMPT | DM_OUT_BUFFER) {
         host.user = std::move(user);
         output = kUntouched;
-        std::u16string name = FaxMachine::kPrinter;
         return DrvDocumentProperties(nullptr, printer.get(), name.data(), &output.devMode,
                                      input != nullptr ? &input->devMode : nullptr, mode);
     }
@@ -87,7 +88,7 @@ class SheetTest : public testing::Test {
                        const std::function<void()>& use) {
         embedded::ResourceFile file;
         for (const auto& [id, text] : strings) {
-            file.AddString(static_cast<uint16_t>(id), text);
+            file.AddString(id, text);
         }
         const auto own = fax.machine.modules().Resources(fax.driver.instance());
         file.bytes.insert(file.bytes.end(), own.begin() + 32, own.end());
@@ -99,21 +100,33 @@ class SheetTest : public testing::Test {
         ksfax::resourceModule = ksfax::ownModule;
     }
 
-    std::u16string TextOf(HWND dialog, int control) {
-        return fax.machine.windows().TextOf(GetDlgItem(dialog, control));
+    std::string TextOf(HWND dialog, int control) {
+        return embedded::Utf8(windows.TextOf(GetDlgItem(dialog, control)));
     }
-    bool Click(HWND dialog, int control) {
-        return fax.machine.windows().Click(GetDlgItem(dialog, control));
+    bool Click(HWND dialog, int control) { return windows.Click(GetDlgItem(dialog, control)); }
+    // What a context shows now, without waiting for anything to be painted.
+    embedded::Bitmap PixelsOf(HDC context, int width, int height) {
+        const HDC copy = CreateCompatibleDC(context);
+        const HBITMAP bitmap = CreateCompatibleBitmap(context, width, height);
+        const HGDIOBJ before = SelectObject(copy, bitmap);
+        BitBlt(copy, 0, 0, width, height, context, 0, 0, SRCCOPY);
+        const embedded::Bitmap pixels = *fax.machine.graphics().BitmapOf(bitmap);
+        SelectObject(copy, before);
+        DeleteObject(bitmap);
+        DeleteDC(copy);
+        return pixels;
     }
     bool OutputIsUntouched() const { return std::memcmp(&output, &kUntouched, sizeof output) == 0; }
 
     static inline const ksfax::JobSettings kUntouched = [] {
         ksfax::JobSettings record;
-        std::memset(&record, 0xAA, sizeof record);
+        std::memset(static_cast<void*>(&record), 0xAA, sizeof record);
         return record;
     }();
 
+    std::u16string name = FaxMachine::kPrinter;
     FaxMachine fax;
+    embedded::Windows& windows = fax.machine.windows();
     embedded::PropertySheetHost& host = embedded::InstallPropertySheetHost(fax.machine);
     embedded::Leaks atRest = fax.OpenWithoutCache();
     platform::PrinterHandle printer;
