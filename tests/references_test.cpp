@@ -156,4 +156,47 @@ TEST(References, ShowTheNamesAndCodesOfPapersAndSources) {
     }
 }
 
+// `row` for each place in `text` that fits the pattern.
+std::string Rows(const std::string& text, const std::string& pattern, const char* row) {
+    std::string rows;
+    const std::regex expression(pattern);
+    for (std::sregex_iterator found(text.begin(), text.end(), expression), end; found != end;
+         ++found) {
+        rows += found->format(row);
+    }
+    return rows;
+}
+
+TEST(References, ShowTheCompanionsRecordsKeysAndNames) {
+    const std::string header = Document("../faxjob/companion.h");
+    for (const std::string record : {"DialModuleRecord", "PublishedJob"}) {
+        const size_t from = header.find("typedef struct " + record);
+        const std::string fields =
+            Rows(header.substr(from, header.find("} ", from) - from),
+                 R"(    (\w+) (\w+)(\[\w+\])?; +// +(\d+)  (.*))", "| $4 | `$1$3` | `$2` | $5 |\n");
+        EXPECT_TRUE(HasPart("companion.md", record,
+                            "| offset | type | field | content |\n|---|---|---|---|\n" + fields));
+    }
+    EXPECT_TRUE(HasPart("companion.md", "names",
+                        "| name | stands for | |\n|---|---|---|\n" +
+                            Rows(header, R"re(#define (KSFAX_\w+) (\S+)(?: +// (.*))?)re",
+                                 "| `$1` | `$2` | $3 |\n")));
+    // Who writes and reads a key stands in its row.
+    auto rows = CodeRows(Document("companion.md"));
+    std::string section;
+    const std::regex name(R"re(#define KSFAX_\w+_(SECTION|KEY) "(\w+)"(?: +// (\w+))?)re");
+    for (std::sregex_iterator found(header.begin(), header.end(), name), end; found != end;
+         ++found) {
+        if (found->str(1) == "SECTION") {
+            section = found->str(2) + " | ";
+        } else {
+            const std::regex cells(found->str(3) == "read" ? R"(\w+ \| [^|]+ \| driver \|.*)"
+                                                           : R"(\w+ \| driver \| .*)");
+            const std::string& row = rows[found->str(2)];
+            EXPECT_TRUE(row.starts_with(section) && std::regex_match(row, cells))
+                << found->str(2) << " in " << section << row;
+        }
+    }
+}
+
 }  // namespace
