@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -40,4 +41,19 @@ inline testing::AssertionResult IsRecorded(const std::string& name, const std::s
     return testing::AssertionFailure()
            << "tests/golden/" << name << ":" << line << ": recorded: " << expected
            << "\n  now: " << found << "\n(./dev renew records what is now; look at git diff then)";
+}
+
+// The same of a file of questions with their answers, "question -> answer" a line: each is asked
+// again. Other lines are comments.
+inline testing::AssertionResult
+AnswersAreRecorded(const std::string& name,
+                   const std::function<std::string(const std::string&)>& answerTo) {
+    std::ifstream file(std::filesystem::path(SOURCE_FOLDER) / "tests/golden" / name);
+    std::string all;
+    for (std::string line; std::getline(file, line);) {
+        const size_t arrow = line.find(" ->");
+        const std::string question = line.substr(0, arrow);
+        all += question + (arrow != std::string::npos ? " -> " + answerTo(question) : "") + "\n";
+    }
+    return IsRecorded(name, all);
 }

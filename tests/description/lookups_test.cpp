@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <iterator>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -10,24 +12,11 @@
 #include "description/text.h"
 #include "resources/resource.h"
 #include "tests/description/ppd_text.h"
+#include "tests/golden.h"
 #include "tool/loaded_driver.h"
 
 namespace ksfax {
 namespace {
-
-TEST(PaperKeywords, MatchWholeWordsOnly) {
-    EXPECT_EQ(PaperKeywordToCode("A4"), 9);
-    EXPECT_EQ(PaperKeywordToCode("a4"), 1);
-    EXPECT_EQ(PaperKeywordToCode("A4Long"), 262);
-    EXPECT_EQ(PaperKeywordToCode("JL3"), 73);
-    EXPECT_EQ(PaperKeywordToCode("Tabloid"), 1);
-    EXPECT_EQ(PaperKeywordToCode(nullptr), 1);
-    EXPECT_EQ(SourceKeywordToCode("Tray"), 1);
-    EXPECT_EQ(SourceKeywordToCode("Tray3"), 256);
-    EXPECT_EQ(SourceKeywordToCode("ManualFeed"), 4);
-    EXPECT_EQ(SourceKeywordToCode("TrayID4"), 262);
-    EXPECT_EQ(SourceKeywordToCode(""), 1);
-}
 
 TEST(DeviceFontId, NumbersTheBuiltInFonts) {
     EXPECT_EQ(DeviceFontId("AvantGarde-Book"), 1);
@@ -37,21 +26,19 @@ TEST(DeviceFontId, NumbersTheBuiltInFonts) {
     // The font resources have the same numbers: u16 number, four more, then the name.
     embedded::Machine machine;
     const tool::LoadedDriver driver(machine);
-    const auto record = [&](WORD number) {
-        return machine.resources().Find(driver.instance(), DEVICE_FONT_RESOURCE, number);
-    };
-    for (WORD number = 1; number <= kDeviceFonts; ++number) {
-        constexpr size_t kName = 5 * sizeof(WORD);
-        const std::span<const std::byte> bytes = record(number);
-        ASSERT_GT(bytes.size(), kName) << number;
-        ASSERT_EQ(bytes.back(), std::byte{0}) << number;
-        EXPECT_EQ(std::to_integer<WORD>(bytes[0]), number);
-        EXPECT_EQ(DeviceFontId(reinterpret_cast<const char*>(bytes.data() + kName)), number);
+    WORD number = 1;
+    for (std::span<const std::byte> record;; ++number) {
+        record = machine.resources().Find(driver.instance(), DEVICE_FONT_RESOURCE, number);
+        if (record.empty()) {
+            break;
+        }
+        ASSERT_GT(record.size(), 10u);
+        EXPECT_EQ(std::to_integer<WORD>(record[0]), number);
+        EXPECT_EQ(DeviceFontId(reinterpret_cast<const char*>(record.data() + 10)), number);
     }
-    EXPECT_TRUE(record(kDeviceFonts + 1).empty());
+    EXPECT_EQ(number, kDeviceFonts + 1);
 }
 
-// Document features Duplex 0 and Collate 1, installable ones Tray 2, Unit 3 and Disk 4.
 constexpr char kFeatures[] =
     "*Duplex None: \"\"\n*Duplex Long: \"\"\n*Duplex Short: \"\"\n"
     "*Collate False: \"\"\n*Collate True: \"\"\n*OpenGroup: InstallableOptions\n"
@@ -59,79 +46,120 @@ constexpr char kFeatures[] =
     "*OpenUI *Unit: PickOne\n*Unit A: \"\"\n*Unit B: \"\"\n"
     "*OpenUI *Disk: Boolean\n*Disk False: \"\"\n*Disk True: \"\"\n*CloseUI: *Disk\n";
 
-DescriptionPtr WithFeatures(const std::string& more) {
-    return LoadText(kFeatures + more);
+using Selections = std::vector<uint8_t>;
+
+template <typename Number>
+std::vector<Number> NumbersIn(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<Number> numbers;
+    for (unsigned number = 0; stream >> number;) {
+        numbers.push_back(static_cast<Number>(number));
+    }
+    return numbers;
 }
 
-TEST(IsConstrained, IsDirectionalAndSparesNoneAndFalse) {
+// The answer to a question: its first word, then between bars constraints and other statements
+// that the features get, or a text, and what is asked of them.
+std::string AnswerTo(const std::string& question) {
+    std::vector<std::string> cells;
+    std::istringstream line(question);
+    for (std::string cell; std::getline(line, cell, '|');) {
+        cells.push_back(cell);
+    }
+    const std::string& given = cells.at(1);
+    const auto asked = NumbersIn<uint16_t>(cells.back());
+    const auto is = [&](const char* word) { return question.starts_with(word); };
+    if (is("paper") || is("slot")) {
+        return std::to_string(
+            (is("paper") ? PaperKeywordToCode : SourceKeywordToCode)(given.c_str()));
+    }
+    if (is("number")) {
+        return std::to_string(GetNumberField(given.c_str(), asked.at(0)));
+    }
+    std::string text = kFeatures;
+    std::istringstream statements(given);
+    for (std::string one; std::getline(statements, one, ';');) {
+        one.erase(0, one.find('*'));
+        text += (one.find(':') == std::string::npos ? "*UIConstraints: " : "") + one + "\n";
+    }
+    const DescriptionPtr d = LoadText(text);
+    std::ostringstream answer;
+    if (is("conflict")) {
+        const Selections installable = NumbersIn<uint8_t>(cells.at(2));
+        const Selections document = NumbersIn<uint8_t>(cells.at(3));
+        const auto option = static_cast<uint8_t>(asked.at(1));
+        answer << std::hex << FindConflict({*d, installable, document}, asked.at(0), option);
+    } else if (is("forbidden")) {
+        answer << IsConstrained(*d, asked.at(0), asked.at(1), asked.at(2), asked.at(3));
+    } else if (is("feature")) {
+        const FeatureRecord* feature = nullptr;
+        const OptionRecord* option = nullptr;
+        const bool isThere = GetFeatureOption(*d, asked.at(0), asked.at(1), &feature, &option);
+        EXPECT_EQ(GetFeatureOption(*d, asked[0], asked[1], nullptr, nullptr), isThere);
+        answer << (feature != nullptr ? ShownName(*feature) : "nothing")
+               << (isThere             ? " " + ShownName(*option)
+                   : option != nullptr ? " option"
+                                       : "")
+               << (IsNoneOrFalseOption(*d, asked[0], asked[1]) ? ", spared" : "");
+    } else if (is("defaults")) {
+        answer << "resolution " << GetDefaultResolution(*d) << ", bin " << GetDefaultBin(*d);
+        using enum FeatureKind;
+        for (const FeatureKind kind : {MediaType, MultiplePage, TonerSaveMode, TTMODE}) {
+            answer << ", " << GetDefaultOptionValue(*d, kind);
+        }
+    } else if (is("find")) {
+        const FeatureRecord* feature = FeatureOf(*d, FeatureKind::Resolution);
+        const OptionRecord* first = feature != nullptr ? feature->Options.Target() : nullptr;
+        uint16_t byName = 7;
+        uint16_t byEither = 7;
+        const char* const name = cells.at(2).c_str();
+        const OptionRecord* found[] = {FindByNameWithIndex(first, name, &byName),
+                                       FindOptionByNameOrTranslation(first, name, &byEither),
+                                       FindResolutionOption(*d, LeadingNumber(name))};
+        answer << byName << " " << byEither << ":";
+        for (const OptionRecord* option : found) {
+            answer << " " << (option != nullptr ? ShownName(*option) : "none");
+        }
+    } else {
+        Selections settled(asked.at(0), 9);
+        EXPECT_EQ(ResolveInstallableConflicts(*d, settled), 3);
+        std::ranges::copy(settled, std::ostream_iterator<unsigned>(answer, " "));
+    }
+    return answer.str();
+}
+
+TEST(DescriptionLookups, AnswerAsRecorded) {
     embedded::Machine machine;
-    const DescriptionPtr d = WithFeatures("*UIConstraints: *Duplex *Collate\n"
-                                          "*UIConstraints: *Tray One *Duplex Long\n");
-    EXPECT_TRUE(IsConstrained(*d, 0, 1, 1, 1));
-    EXPECT_FALSE(IsConstrained(*d, 0, 0, 1, 1)) << "Duplex None";
-    EXPECT_FALSE(IsConstrained(*d, 0, 1, 1, 0)) << "Collate False";
-    EXPECT_TRUE(IsConstrained(*d, 0, 7, 1, 9)) << "options that do not exist are not None";
-    EXPECT_FALSE(IsConstrained(*d, 1, 1, 0, 1)) << "the reverse has its own entry";
-    EXPECT_TRUE(IsConstrained(*d, 2, 1, 0, 1));
-    EXPECT_FALSE(IsConstrained(*d, 2, 2, 0, 1));
+    EXPECT_TRUE(AnswersAreRecorded("description/lookups.txt", AnswerTo));
+    EXPECT_EQ(PaperKeywordToCode(nullptr) + SourceKeywordToCode(nullptr), 2);
+    EXPECT_EQ(GetNumberField(nullptr, 0), 1);
+    const DescriptionPtr d = LoadText(kFeatures);
+    EXPECT_EQ(FindByName<FeatureRecord>(d->Features.Target(), nullptr), nullptr);
+    EXPECT_EQ(FindOptionByNameOrTranslation<FeatureRecord>(d->Features.Target(), nullptr, nullptr),
+              nullptr);
 }
 
-TEST(FindConflict, ReportsTheFirstFeatureInConflict) {
-    embedded::Machine machine;
-    const DescriptionPtr d = WithFeatures(
-        "*UIConstraints: *Tray Two *Collate True\n*UIConstraints: *Duplex Long *Collate True\n"
-        "*UIConstraints: *Tray *Disk True\n*UIConstraints: *Collate True *Collate True\n");
-    const uint8_t installable[] = {2, 0, 0};
-    const uint8_t longEdge[] = {1, 1};
-    const uint8_t unset[] = {255, 255};
-    EXPECT_EQ(FindConflict({*d, installable, longEdge}, 1, 1), 0x20001u);
-    EXPECT_EQ(FindConflict({*d, installable, unset}, 1, 1), 0x10202u);
-    EXPECT_EQ(FindConflict({*d, installable, longEdge}, 1, 0), 0u);
-    EXPECT_EQ(FindConflict({*d, installable, longEdge}, 1, 255), 0u);
-    EXPECT_EQ(FindConflict({*d, installable, {}}, 2, 1), 0x10202u);
-    EXPECT_EQ(FindConflict({*d, installable, {}}, 0, 2), 0u) << "not with itself";
-    const uint8_t noTray[] = {0, 0, 0};
-    const uint8_t unknownTray[] = {255, 0, 0};
-    EXPECT_EQ(FindConflict({*d, noTray, {}}, 2, 1), 0u);
-    EXPECT_EQ(FindConflict({*d, unknownTray, {}}, 2, 1), 0x102FFu) << "255 matches any option";
-    EXPECT_EQ(FindConflict({*d, {}, unset}, 1, 1), 0u) << "features without a selection";
-}
-
-TEST(ResolveInstallableConflicts, MovesTheFeatureOrMakesTheOtherGiveWay) {
+// Of options beyond number 254 none can be selected, and a constraint on number 255 is on any.
+TEST(ResolveInstallableConflicts, ChoosesAmong255Options) {
     embedded::Machine machine;
     const struct {
-        const char* what;
-        const char* more;
-        uint8_t selections[3];
-    } rows[] = {
-        {"no conflict", "*DefaultTray: Two\n", {0, 0, 0}},
-        {"the first free option",
-         "*OpenUI *Tray: PickOne\n*DefaultTray: Two\n*UIConstraints: *Tray Two *Unit A\n",
-         {2, 1, 0}},
-        {"all options of both are taken: nothing moves",
-         "*OpenUI *Tray: PickOne\n*DefaultTray: Two\n*UIConstraints: *Tray Two *Unit A\n"
-         "*UIConstraints: *Tray Two *Unit B\n*UIConstraints: *Tray One *Unit A\n"
-         "*UIConstraints: *Tray None *Unit A\n*UIConstraints: *Disk False *Unit B\n",
-         {2, 0, 0}},
-        {"a feature settled before yields to a later one",
-         "*OpenUI *Tray: PickOne\n*DefaultTray: Two\n*UIConstraints: *Tray *Unit\n",
-         {0, 0, 0}},
-        {"None is spared", "*UIConstraints: *Tray *Unit\n", {0, 0, 0}},
-    };
+        unsigned first, end;  // of the options that Tray None forbids
+        Selections selections;
+    } rows[] = {{0, 254, {0, 254}}, {0, 255, {1, 0}}, {255, 256, {1, 0}}};
     for (const auto& row : rows) {
-        const DescriptionPtr d = WithFeatures(row.more);
-        uint8_t selections[3] = {9, 9, 9};
-        EXPECT_EQ(ResolveInstallableConflicts(*d, selections), 3) << row.what;
-        EXPECT_EQ(std::vector(selections, selections + 3),
-                  std::vector(row.selections, row.selections + 3))
-            << row.what;
+        std::string text =
+            "*OpenGroup: InstallableOptions\n*OpenUI *Tray: PickOne\n*Tray None: \"\"\n"
+            "*Tray One: \"\"\n*OpenUI *Big: PickOne\n";
+        for (unsigned i = 0; i < 256; ++i) {
+            text += "*Big O" + std::to_string(i) + ": \"\"\n";
+            if (i >= row.first && i < row.end) {
+                text += "*UIConstraints: *Tray None *Big O" + std::to_string(i) + "\n";
+            }
+        }
+        Selections selections(2);
+        EXPECT_EQ(ResolveInstallableConflicts(*LoadText(text), selections), 2);
+        EXPECT_EQ(selections, row.selections) << row.end;
     }
-    // A record with room for fewer gets the first of them, settled with the others.
-    const DescriptionPtr d = WithFeatures("*OpenUI *Disk: PickOne\n*DefaultDisk: True\n"
-                                          "*UIConstraints: *Disk True *Unit A\n");
-    uint8_t two[2];
-    EXPECT_EQ(ResolveInstallableConflicts(*d, two), 3);
-    EXPECT_EQ(two[1], 1);
 }
 
 // A conflict is told with 8 bits of the feature's position, so feature 590 is taken for 78.
@@ -146,97 +174,25 @@ TEST(Selections, HoldNumbersOfEightBits) {
         }
     }
     text += "*CloseGroup: InstallableOptions\n*UIConstraints: *F590 A *F599 A\n"
-            "*DefaultCollate: O260\n";
+            "*DefaultCollate: O260\n*Resolution 200: \"\"\n*DefaultDuplex: B\n*Duplex A: \"\"\n"
+            "*Duplex B: \"\"\n";
     for (unsigned i = 0; i < 300; ++i) {
         text += "*Collate O" + std::to_string(i) + ": \"\"\n";
     }
     const DescriptionPtr d = LoadText(text);
-    uint8_t selections[64] = {};
-    EXPECT_EQ(GetDefaultSelections(*d, selections), 1);
-    EXPECT_EQ(selections[0], 260 - 256);
-    EXPECT_EQ(ResolveInstallableConflicts(*d, selections), 600) << "more than a record holds";
-    uint8_t all[600];
-    std::ranges::fill(all, uint8_t{9});
+    Selections document(4, 9);
+    EXPECT_EQ(GetDefaultSelections(*d, document), 3);
+    EXPECT_EQ(document, (Selections{260 - 256, 255, 1, 9}));
+    Selections one(1);
+    EXPECT_EQ(GetDefaultSelections(*d, one), 3) << "more than fit";
+    Selections record(64);
+    EXPECT_EQ(ResolveInstallableConflicts(*d, record), 600) << "more than a record holds";
+    Selections all(600, 9);
     ResolveInstallableConflicts(*d, all);
-    // With the document feature before them F590 has position 591, which is 79 in 8 bits.
+    // With the document features before them F590 has position 593, which is 81 in 8 bits.
     EXPECT_EQ(all[78], 0) << "made to yield in place of F590";
     EXPECT_EQ(all[79], 1);
-    EXPECT_EQ(FindConflict({*d, all, {}}, 599, 0), 0x10000u | 79u << 8);
-}
-
-TEST(GetFeatureOption, TellsWhatIsThere) {
-    embedded::Machine machine;
-    const DescriptionPtr d = WithFeatures("");
-    const FeatureRecord* feature = nullptr;
-    const OptionRecord* option = nullptr;
-    EXPECT_TRUE(GetFeatureOption(*d, 3, 1, &feature, &option));
-    EXPECT_EQ(TextOf(option->Name), "B");
-    EXPECT_FALSE(GetFeatureOption(*d, 3, 255, &feature, &option));
-    EXPECT_EQ(TextOf(feature->Name), "Unit");
-    EXPECT_EQ(option, nullptr);
-    EXPECT_FALSE(GetFeatureOption(*d, 65535, 0, &feature, &option));
-    EXPECT_EQ(feature, nullptr);
-    EXPECT_FALSE(GetFeatureOption(*d, 5, 0, &feature, &option));
-    EXPECT_EQ(feature, nullptr);
-}
-
-TEST(ListLookups, FindByNameTranslationAndNumber) {
-    embedded::Machine machine;
-    const DescriptionPtr d =
-        LoadText("*Resolution 200dpi/Fine: \"\"\n*Resolution 200x100dpi/200dpi: \"\"\n"
-                 "*Resolution Draft: \"\"\n*InputSlot Upper: \"\"\n*InputSlot Tray3: \"\"\n"
-                 "*DefaultInputSlot: Tray3\n*MediaType Thick: \" 42x\"\n");
-    const OptionRecord* first = FeatureOf(*d, FeatureKind::Resolution)->Options.Target();
-    uint16_t index = 0;
-    EXPECT_EQ(FindResolutionOption(*d, 200), first);
-    EXPECT_EQ(FindResolutionOption(*d, 100), nullptr);
-    EXPECT_EQ(FindOptionByNameOrTranslation(first, "200dpi", &index), first);
-    EXPECT_NE(FindOptionByNameOrTranslation(first, "Draft", &index), nullptr);
-    EXPECT_EQ(index, 2);
-    EXPECT_EQ(FindOptionByNameOrTranslation(first, "draft", &index), nullptr);
-    EXPECT_EQ(index, 65535);
-    EXPECT_NE(FindByNameWithIndex(first, "200x100dpi", &index), nullptr);
-    EXPECT_EQ(index, 1);
-    EXPECT_EQ(FindByName(first, nullptr), nullptr);
-    EXPECT_EQ(GetDefaultBin(*d), 256);
-    EXPECT_EQ(GetDefaultOptionValue(*d, FeatureKind::MediaType), 42);
-    EXPECT_EQ(GetDefaultOptionValue(*d, FeatureKind::TTMODE), 65535);
-    EXPECT_EQ(GetDefaultOptionValue(*d, FeatureKind::HRC), 0);
-    EXPECT_EQ(GetDefaultBin(*LoadText("*End\n")), 7);
-    EXPECT_EQ(FindResolutionOption(*LoadText("*End\n"), 300), nullptr);
-    // Features that have a default but no options.
-    const DescriptionPtr empty =
-        LoadText("*DefaultInputSlot: X\n*DefaultHRC: 1\n*DefaultTTMODE: 1\n");
-    EXPECT_EQ(GetDefaultBin(*empty), 7);
-    EXPECT_EQ(GetDefaultOptionValue(*empty, FeatureKind::HRC), 0);
-    EXPECT_EQ(GetDefaultOptionValue(*empty, FeatureKind::TTMODE), 0);
-    const DescriptionPtr font = LoadText("*Font Courier: x\n");
-    EXPECT_NE(FindByName(font->DeviceFonts.Target(), "Courier"), nullptr);
-}
-
-TEST(GetNumberField, SplitsAtEveryCommaAndBlank) {
-    const struct {
-        const char* text;
-        unsigned field;
-        uint16_t value;
-    } rows[] = {{"0,5,15,30", 0, 0},
-                {"0,5,15,30", 2, 15},
-                {"0,5,15,30", 7, 30},
-                {"5", 0, 1},
-                {"", 0, 1},
-                {nullptr, 0, 1},
-                {"0, 5, 15", 2, 5},
-                {"0, 5, 15", 1, 0},
-                {"1\t-2", 1, 65534},
-                {"1,70000", 1, 4464},
-                {"1,x", 1, 0},
-                {"7,", 5, 0},
-                {"1,2,3,4,5,6,7,8,9,10,11,12,13", 1, 2},
-                {"1,2,3,4,5,6,7,8,9,10,11,12,130", 1, 1}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(GetNumberField(row.text, row.field), row.value)
-            << (row.text != nullptr ? row.text : "null") << " " << row.field;
-    }
+    EXPECT_EQ(FindConflict({*d, all, {}}, 599, 0), 0x10000u | 81u << 8);
 }
 
 TEST(Units, ConvertInSinglePrecisionTowardsZero) {
@@ -248,39 +204,51 @@ TEST(Units, ConvertInSinglePrecisionTowardsZero) {
     EXPECT_EQ(PointsFromMicrons(-1000), -725);
 }
 
+// Targets are full of x before; what is written may end in a zero.
 TEST(TextHelpers, KeepToTheirRoom) {
     embedded::Machine machine({.driveC = {}, .codePage = 932, .country = 81});
-    WCHAR wide[4] = {'x', 'x', 'x', 'x'};
-    AnsiToWide(wide, "\x83\x41\x83\x42\x83\x43", 3);
-    EXPECT_EQ(std::u16string(wide), u"\u30A2\u30A3");
-    EXPECT_EQ(wide[3], u'x');
-    AnsiToWide(wide, "ab");
-    EXPECT_EQ(std::u16string(wide), u"ab");
-    AnsiToWide(wide, nullptr, 4);
-    EXPECT_EQ(wide[0], 0);
-    wide[0] = wide[1] = 'x';
-    AnsiToWide(wide, "q", 0);
-    EXPECT_EQ(wide[0], 'x');
-    AnsiToWide(wide, "q", 1);
-    EXPECT_EQ(std::u16string(wide, 2), std::u16string(u"\0x", 2));
-
-    char narrow[6] = "xxxxx";
-    WideToAnsi(narrow, u"a\u30A2\u30A3", 5);
-    EXPECT_STREQ(narrow, "a\x83\x41") << "no half character";
-    WideToAnsi(narrow, u"abcdef", 4);
-    EXPECT_STREQ(narrow, "abc");
-    WideToAnsi(narrow, u"q", 0);
-    EXPECT_STREQ(narrow, "abc");
-    WideToAnsi(narrow, u"q", 1);
-    EXPECT_EQ(std::string(narrow, 2), std::string("\0b", 2));
-
-    WCHAR field[4] = {1, 1, 1, 1};
-    CopyWideFixed(field, u"abcdef");
-    EXPECT_EQ(std::u16string(field, 4), std::u16string(u"abc\0", 4));
-    CopyWideFixed(field, u"z");
-    EXPECT_EQ(std::u16string(field, 4), std::u16string(u"z\0\0\0", 4));
-    CopyWideFixed(field, nullptr);
-    EXPECT_EQ(std::u16string(field, 4), std::u16string(4, u'\0'));
+    const struct {
+        const char* ansi;
+        size_t count;
+        std::u16string wide;
+    } toWide[] = {{"\x83\x41\x83\x42\x83\x43", 3, {u"\u30A2\u30A3\0x", 4}},
+                  {"ab", 4, {u"ab\0x", 4}},
+                  {nullptr, 4, {u"\0xxx", 4}},
+                  {"q", 0, u"xxxx"},
+                  {"q", 1, {u"\0xxx", 4}}};
+    for (const auto& row : toWide) {
+        std::u16string wide(4, 'x');
+        AnsiToWide(wide.data(), row.ansi, row.count);
+        EXPECT_EQ(wide, row.wide) << row.count;
+    }
+    const struct {
+        const WCHAR* wide;
+        size_t size;
+        std::string ansi;
+        std::u16string field;  // of that many characters
+    } rows[] = {{u"a\u30A2\u30A3", 5, {"a\x83\x41\0x", 5}, {u"a\u30A2\u30A3\0\0x", 6}},
+                {u"abcdef", 4, {"abc\0x", 5}, {u"abc\0xx", 6}},
+                {nullptr, 4, {"\0xxxx", 5}, {u"\0\0\0\0xx", 6}},
+                {u"q", 0, "xxxxx", u"xxxxxx"},
+                {u"q", 1, {"\0xxxx", 5}, {u"\0xxxxx", 6}}};
+    for (const auto& row : rows) {
+        std::string ansi(5, 'x');
+        WideToAnsi(ansi.data(), row.wide, row.size);
+        EXPECT_EQ(ansi, row.ansi) << row.size;
+        std::u16string field(6, 'x');
+        CopyWideFixed(field.data(), row.size, row.wide);
+        EXPECT_EQ(field, row.field) << row.size;
+    }
+    // Without a size the whole string, of which a character may be two bytes.
+    WCHAR wide[8] = {'x'};
+    AnsiToWide(wide, "a\x83\x41");
+    EXPECT_EQ(std::u16string(wide), u"a\u30A2");
+    char narrow[8] = "xxx";
+    WideToAnsi(narrow, wide);
+    EXPECT_STREQ(narrow, "a\x83\x41");
+    AnsiToWide(wide, nullptr);
+    WideToAnsi(narrow, nullptr);
+    EXPECT_EQ(wide[0] + narrow[0], 0);
 }
 
 }  // namespace
