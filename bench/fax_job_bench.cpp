@@ -52,27 +52,22 @@ void DocumentEvent(benchmark::State& state, INT measured) {
                      {KSFAX_COVER_OPERATION, platform::FunctionCast<FARPROC>(Accept)}},
          .resources = {}});
     HANDLE printer = reinterpret_cast<HANDLE>(0x2C1F40);
-    uint64_t operations = 0;
     for (auto _ : state) {
         state.PauseTiming();
         fs::remove_all(machine.driveC() / "Fax");
         fs::create_directories(machine.driveC() / "Fax");
         WriteReceivers(machine, static_cast<unsigned>(state.range(0)));
         for (const INT event : {DOCUMENTEVENT_STARTDOC, DOCUMENTEVENT_ENDDOC}) {
-            const unsigned before = machine.files().operations().All();
             if (event == measured) {
                 state.ResumeTiming();
             }
             DrvDocumentEvent(printer, nullptr, event, 0, nullptr, 0, nullptr);
             if (event == measured) {
                 state.PauseTiming();
-                operations += machine.files().operations().All() - before;
             }
         }
         state.ResumeTiming();
     }
-    state.counters["file_operations"] =
-        benchmark::Counter(static_cast<double>(operations), benchmark::Counter::kAvgIterations);
 }
 BENCHMARK_CAPTURE(DocumentEvent, start, DOCUMENTEVENT_STARTDOC)
     ->Arg(1)

@@ -244,11 +244,8 @@ ordered_json MachineJson(embedded::Machine& machine) {
                          {"heightMicrons", form.size.cy}});
     }
     ordered_json ini = ordered_json::object();
-    for (const std::u16string& section : machine.profiles().Sections(kFaxJobFile)) {
-        for (const std::u16string& key : machine.profiles().Keys(section, kFaxJobFile)) {
-            ini[Utf8(section)][Utf8(key)] =
-                Utf8(machine.profiles().Read(section, key, kFaxJobFile).value_or(u""));
-        }
+    for (const embedded::ProfileEntry& entry : machine.profiles().Entries(kFaxJobFile)) {
+        ini[Utf8(entry.section)].emplace(Utf8(entry.key), Utf8(entry.value));
     }
     return {{"country", machine.setup().country},
             {"codePage", machine.setup().codePage},

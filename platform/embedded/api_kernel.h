@@ -16,12 +16,9 @@ constexpr DWORD ERROR_ACCESS_DENIED = 5;
 constexpr DWORD ERROR_INVALID_HANDLE = 6;
 constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
 constexpr DWORD ERROR_NOT_SAME_DEVICE = 17;
-constexpr DWORD ERROR_BAD_LENGTH = 24;
-constexpr DWORD ERROR_WRITE_FAULT = 29;
 constexpr DWORD ERROR_READ_FAULT = 30;
 constexpr DWORD ERROR_GEN_FAILURE = 31;
 constexpr DWORD ERROR_SHARING_VIOLATION = 32;
-constexpr DWORD ERROR_NOT_SUPPORTED = 50;
 constexpr DWORD ERROR_FILE_EXISTS = 80;
 constexpr DWORD ERROR_INVALID_PARAMETER = 87;
 constexpr DWORD ERROR_BUFFER_OVERFLOW = 111;
@@ -31,13 +28,10 @@ constexpr DWORD ERROR_INVALID_NAME = 123;
 constexpr DWORD ERROR_MOD_NOT_FOUND = 126;
 constexpr DWORD ERROR_PROC_NOT_FOUND = 127;
 constexpr DWORD ERROR_ALREADY_EXISTS = 183;
-constexpr DWORD ERROR_BAD_EXE_FORMAT = 193;
-constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
 constexpr DWORD ERROR_MORE_DATA = 234;
 constexpr DWORD ERROR_DIRECTORY = 267;
 constexpr DWORD ERROR_INVALID_ADDRESS = 487;
 constexpr DWORD ERROR_FILE_INVALID = 1006;
-constexpr DWORD ERROR_MAPPED_ALIGNMENT = 1132;
 constexpr DWORD ERROR_USER_MAPPED_FILE = 1224;
 
 DWORD GetLastError();
@@ -84,7 +78,6 @@ constexpr DWORD OPEN_EXISTING = 3;
 constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x00000001;
 constexpr DWORD FILE_ATTRIBUTE_HIDDEN = 0x00000002;
 constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x00000010;
-constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x00000020;
 constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x00000080;
 constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 constexpr DWORD INVALID_FILE_SIZE = 0xFFFFFFFF;
@@ -96,7 +89,8 @@ struct SECURITY_ATTRIBUTES {
 };
 struct OVERLAPPED;
 
-// Security and template handle must be null; dispositions CREATE_ALWAYS and OPEN_EXISTING.
+// Security and template handle must be null; dispositions CREATE_ALWAYS and OPEN_EXISTING;
+// attributes FILE_ATTRIBUTE_NORMAL alone, and a hidden file can be overwritten.
 HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD sharing, SECURITY_ATTRIBUTES* security,
                    DWORD disposition, DWORD attributes, HANDLE templateFile);
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, DWORD* bytesRead, OVERLAPPED* overlapped);
@@ -104,10 +98,13 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten,
                OVERLAPPED* overlapped);
 DWORD GetFileSize(HANDLE file, DWORD* sizeHigh);
 BOOL CloseHandle(HANDLE handle);
+// `failIfExists` FALSE. The copy takes the attributes of its source, and the time of the copying.
 BOOL CopyFileW(LPCWSTR source, LPCWSTR target, BOOL failIfExists);
+// From one host file system to another it fails with ERROR_NOT_SAME_DEVICE.
 BOOL MoveFileW(LPCWSTR source, LPCWSTR target);
+// Normal, read-only and hidden.
 BOOL SetFileAttributesW(LPCWSTR path, DWORD attributes);
-// Reserves a new file with `unique` 0: <folder>\<first three prefix characters><hexadecimal>.tmp.
+// Reserves a new file: <folder>\<first three prefix characters><hexadecimal>.tmp. `unique` 0;
 // `name` holds MAX_PATH characters.
 UINT GetTempFileNameW(LPCWSTR folder, LPCWSTR prefix, UINT unique, LPWSTR name);
 UINT GetWindowsDirectoryW(LPWSTR path, UINT characters);
@@ -127,21 +124,23 @@ HRESULT SHGetFolderPathA(HWND owner, int folder, HANDLE token, DWORD flags, LPST
 // ---- File mapping and named shared memory ----
 constexpr DWORD PAGE_READONLY = 0x02;
 constexpr DWORD PAGE_READWRITE = 0x04;
-constexpr DWORD FILE_MAP_WRITE = 0x0002;
 constexpr DWORD FILE_MAP_READ = 0x0004;
 constexpr DWORD FILE_MAP_ALL_ACCESS = 0x000F001F;
 constexpr DWORD SEC_RESERVE = 0x04000000;
 constexpr DWORD MEM_COMMIT = 0x1000;
 constexpr DWORD MEM_RESERVE = 0x2000;
 
-// An existing name gives a new handle of the existing block and ERROR_ALREADY_EXISTS, whatever
-// the size asked for. With SEC_RESERVE the pages of shared memory are reserved and stay so: touching
+// A file whole and for reading, or shared memory for reading and writing, at most 1 GB. An existing
+// name gives a new handle of the existing block and ERROR_ALREADY_EXISTS, whatever the size asked
+// for. No name in a namespace such as Local\ is known. A file is read here: what others write to it
+// later is not seen. With SEC_RESERVE the pages of shared memory are reserved and stay so: touching
 // them stops the program.
 HANDLE CreateFileMappingW(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD protection,
                           DWORD sizeHigh, DWORD sizeLow, LPCWSTR name);
+// FILE_MAP_ALL_ACCESS, not inherited.
 HANDLE OpenFileMappingW(DWORD access, BOOL inherit, LPCWSTR name);
-// The view of shared memory is a whole number of 4096-byte pages, zero past the block's size;
-// a read-only view of a file ends where the file ended when it was mapped, rounded up likewise.
+// FILE_MAP_READ or FILE_MAP_ALL_ACCESS, offset 0. A view is a whole number of 4096-byte pages, zero
+// past the end of the block or the file.
 LPVOID MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, SIZE_T bytes);
 BOOL UnmapViewOfFile(LPCVOID view);
 
@@ -154,13 +153,17 @@ struct MEMORY_BASIC_INFORMATION {
     DWORD Protect;
     DWORD Type;
 };
-// For views of file mappings alone; BaseAddress, AllocationBase, RegionSize
-// and State are filled.
+// For the first address of a view alone; BaseAddress, AllocationBase, RegionSize and State are
+// filled.
 SIZE_T VirtualQuery(LPCVOID address, MEMORY_BASIC_INFORMATION* information, SIZE_T bytes);
 
-// ---- Profiles (INI files); a bare file name lies in the Windows folder ----
+// ---- Profiles (INI files) ----
+// A bare file name lies in the Windows folder. Files are text of the ANSI code page.
+
+// Section and key must be given, for names are not listed.
 DWORD GetPrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR fallback, LPWSTR value,
                                DWORD characters, LPCWSTR file);
+// Decimal digits alone.
 UINT GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT fallback, LPCWSTR file);
 BOOL WritePrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR value, LPCWSTR file);
 
@@ -206,17 +209,14 @@ int GetLocaleInfoW(LCID locale, LCTYPE type, LPWSTR text, int characters);
 BOOL GetComputerNameA(LPSTR name, DWORD* characters);
 
 // ---- Text ----
-// Code pages 1252 and 932, flags 0. A character that the code page lacks becomes `unmappable`, by
-// default '?': there is no best fit. The comparisons fold letter case one character to one and
-// compare numbers, so equality is as published and the order is not a dictionary's.
+// The comparisons fold letter case one character to one and compare numbers, so equality is as
+// published and the order is not a dictionary's.
 constexpr UINT CP_ACP = 0;
 UINT GetACP();
-int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR source, int sourceBytes, LPWSTR target,
-                        int targetCharacters);
+// CP_ACP, flags 0, a counted text, no default of the caller's. A character that the code page lacks
+// becomes '?': there is no best fit.
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int sourceCharacters,
                         LPSTR target, int targetBytes, LPCSTR unmappable, BOOL* usedUnmappable);
-constexpr NTSTATUS STATUS_SUCCESS = 0;
 int lstrlenW(LPCWSTR text);
-int lstrlenA(LPCSTR text);
 int lstrcmpiW(LPCWSTR left, LPCWSTR right);
 int lstrcmpiA(LPCSTR left, LPCSTR right);

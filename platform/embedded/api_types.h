@@ -32,7 +32,6 @@ using LPARAM = LONG_PTR;
 using LRESULT = LONG_PTR;
 using HRESULT = LONG;
 using LSTATUS = LONG;
-using NTSTATUS = LONG;
 using LCID = DWORD;
 using LANGID = WORD;
 using LCTYPE = DWORD;

@@ -10,11 +10,9 @@ constexpr int IDOK = 1;
 // Shows nothing: the machine records the message box (Machine::messageBoxes) and answers OK.
 int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
 
-// The published formatters: at most 1023 characters and a terminator are stored. Conversions d,
-// i, u, x, X of 32 bits, s, c, S, C; flags -, 0 and #, width, precision, and h, l, w before the
-// conversion. A null text reads "(null)".
+// The published formatter: at most 1023 characters and a terminator are stored. Conversions d, u
+// and x with a width, and s; any other ends the program.
 int wsprintfW(LPWSTR target, LPCWSTR format, ...);
-int wsprintfA(LPSTR target, LPCSTR format, ...);
 
 // Cut to the room and terminated; the result counts the characters. 0 for a text that is not
 // there; when its table of 16 is missing too, `text` is left alone.

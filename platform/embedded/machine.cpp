@@ -39,52 +39,31 @@ std::filesystem::path MakeTemporaryFolder() {
 
 }  // namespace
 
-std::atomic<bool> CallSite::armed = false;
+std::atomic<bool> Faults::armed = false;
 
-CallSite::CallSite(const char* name) : name_(name) {
-}
-
-bool CallSite::Strike() {
-    return Machine::Current().faults.Strike(name_);
-}
-
-void Faults::Arm() {
+void Faults::Follow(Plan plan, bool arm) {
+    std::lock_guard lock(mutex_);
     names_.clear();
-    watch_ = nullptr;
-    name_.clear();
+    plan_ = std::move(plan);
     seen_ = 0;
     struck_ = false;
-    CallSite::armed = true;
+    armed = arm;
 }
 
 void Faults::FailNthCall(unsigned n, bool andAllLater) {
-    std::lock_guard lock(mutex_);
-    Arm();
-    nth_ = n;
-    andAllLater_ = andAllLater;
+    Follow({.nth = n, .andAllLater = andAllLater});
 }
 
 void Faults::FailCall(std::string name, unsigned n, bool andAllLater) {
-    std::lock_guard lock(mutex_);
-    Arm();
-    name_ = std::move(name);
-    nth_ = n;
-    andAllLater_ = andAllLater;
+    Follow({.name = std::move(name), .nth = n, .andAllLater = andAllLater});
 }
 
 void Faults::Count(std::function<void(const std::string&)> watch) {
-    std::lock_guard lock(mutex_);
-    Arm();
-    watch_ = std::move(watch);
-    nth_ = 0;
-    andAllLater_ = false;
+    Follow({.watch = std::move(watch)});
 }
 
 void Faults::Clear() {
-    std::lock_guard lock(mutex_);
-    Arm();
-    nth_ = 0;
-    CallSite::armed = false;
+    Follow({}, false);
 }
 
 unsigned Faults::calls() const {
@@ -105,16 +84,31 @@ bool Faults::struck() const {
 bool Faults::Strike(const char* name) {
     std::lock_guard lock(mutex_);
     names_.emplace_back(name);
-    if (watch_) {
-        watch_(names_.back());
+    if (plan_.watch) {
+        plan_.watch(names_.back());
     }
-    if (nth_ == 0 || (!name_.empty() && name_ != name)) {
+    if (plan_.nth == 0 || (!plan_.name.empty() && plan_.name != name)) {
         return false;
     }
     ++seen_;
-    const bool strikes = seen_ == nth_ || (andAllLater_ && seen_ > nth_);
+    const bool strikes = seen_ == plan_.nth || (plan_.andAllLater && seen_ > plan_.nth);
     struck_ = struck_ || strikes;
     return strikes;
+}
+
+bool Fails(const char* call) {
+    return Faults::armed.load(std::memory_order_relaxed) && Machine::Current().faults.Strike(call);
+}
+
+bool Fails(const char* call, DWORD error) {
+    return Fails(call) && !Answer(error);
+}
+
+BOOL Answer(DWORD error) {
+    if (error != ERROR_SUCCESS) {
+        SetLastError(error);
+    }
+    return error == ERROR_SUCCESS;
 }
 
 HANDLE HandleTable::Insert(std::shared_ptr<Object> object) {
@@ -176,7 +170,7 @@ void Machine::ShowMessageBox(MessageBoxShown box) {
 Leaks Machine::OpenNow() const {
     const unsigned heaps = handles.CountOpen<Heap>();
     return {.handles = handles.CountOpen() - heaps,
-            .views = views,
+            .views = mappings_->CountViews(),
             .globalBlocks = globalBlocks,
             .heaps = heaps,
             .modules = modules_->CountLoaded(),

@@ -32,24 +32,6 @@ class Resources;
 class Spooler;
 class Windows;
 
-// One place in the machine that a published call enters by. Counts the calls and asks the fault
-// plan whether this one fails. Used as a function's static local:
-//
-//     static CallSite call("GlobalAlloc");
-//     if (call.Fails()) { SetLastError(...); return nullptr; }
-class CallSite {
-  public:
-    explicit CallSite(const char* name);
-    bool Fails() { return armed.load(std::memory_order_relaxed) && Strike(); }
-
-    // True while a machine counts calls or has a fault planned.
-    static std::atomic<bool> armed;
-
-  private:
-    bool Strike();
-    const char* name_;
-};
-
 // What the machine is told to fail, and what it counts. Calls are counted only while armed: from
 // the first Count() or Fail...() to Clear().
 class Faults {
@@ -68,20 +50,45 @@ class Faults {
     // Whether a planned fault has happened.
     bool struck() const;
 
-  private:
-    friend class CallSite;
+    // True from the first of the above to Clear().
+    static std::atomic<bool> armed;
+    // For Fails() alone: whether this call is the one.
     bool Strike(const char* name);
-    void Arm();
+
+  private:
+    struct Plan {
+        std::string name = {};  // empty: any call
+        unsigned nth = 0;       // 0: none fails
+        bool andAllLater = false;
+        std::function<void(const std::string&)> watch = {};
+    };
+    void Follow(Plan plan, bool arm = true);
 
     mutable std::mutex mutex_;
     std::vector<std::string> names_;
-    std::function<void(const std::string&)> watch_;
-    std::string name_;
-    unsigned nth_ = 0;
+    Plan plan_;
     unsigned seen_ = 0;
-    bool andAllLater_ = false;
     bool struck_ = false;
 };
+
+// The first thing that a published call does: counts it under its name and tells whether it is
+// one that is told to fail, the second with that last error.
+bool Fails(const char* call);
+bool Fails(const char* call, DWORD error);
+
+// The same for a call that says its name first.
+class CallSite {
+  public:
+    explicit CallSite(const char* name) : name_(name) {}
+    bool Fails() const { return embedded::Fails(name_); }
+
+  private:
+    const char* name_;
+};
+
+// The last thing of a call that answers TRUE or FALSE. One that went well leaves the last error as
+// it was.
+BOOL Answer(DWORD error);
 
 // Anything that a HANDLE names. Its subclass is the handle's kind.
 struct Object {
@@ -115,7 +122,7 @@ class HandleTable {
         open_.erase(found);
         return true;
     }
-    template <typename Kind>
+    template <typename Kind = Object>
     unsigned CountOpen() const {
         unsigned count = 0;
         std::lock_guard lock(mutex_);
@@ -124,7 +131,6 @@ class HandleTable {
         }
         return count;
     }
-    unsigned CountOpen() const { return CountOpen<Object>(); }
 
   private:
     static uintptr_t Number(HANDLE handle) { return reinterpret_cast<uintptr_t>(handle); }
@@ -161,12 +167,11 @@ struct MachineSetup {
     // Drive C:, made when missing, with a folder Windows. Empty: a new folder that goes when
     // the machine goes. Drive Z: is the host's root.
     std::filesystem::path driveC = {};
-    UINT codePage = 1252;  // 1252 or 932
+    UINT codePage = 1252;  // any ANSI code page that the C library converts
     UINT country = 1;      // international dialling code
     // What the locale answers for the country when it is no number; empty for the number above.
     std::u16string countryText = {};
     std::u16string userName = u"User";
-    std::u16string computerName = u"FAXPC";  // at most 15 characters
 };
 
 class Machine {
@@ -186,12 +191,10 @@ class Machine {
     Leaks OpenNow() const;
 
     Faults faults;
-    HandleTable handles;
     // Read it while no driver code runs; MessageBoxW adds to it through ShowMessageBox.
     std::vector<MessageBoxShown> messageBoxes;
     void ShowMessageBox(MessageBoxShown box);
     std::atomic<unsigned> globalBlocks = 0;
-    std::atomic<unsigned> views = 0;
 
     FileSystem& files() { return *files_; }
     Mappings& mappings() { return *mappings_; }
@@ -217,6 +220,10 @@ class Machine {
     std::unique_ptr<Registry> registry_;
     std::unique_ptr<Graphics> graphics_;
     std::unique_ptr<Windows> windows_;
+
+  public:
+    // Last, because what is still open goes before that which it is a part of.
+    HandleTable handles;
 };
 
 }  // namespace embedded

@@ -405,20 +405,3 @@ LSTATUS RegSetValueExA(HKEY key, LPCSTR name, DWORD reserved, DWORD type, const 
     return RegistryCalls::Set(key, FromAnsi(name != nullptr ? name : ""),
                               FromAnsi(StoredValue{type, {first, first + bytes}}));
 }
-
-BOOL GetUserNameA(LPSTR name, DWORD* characters) {
-    static CallSite call("GetUserNameA");
-    if (call.Fails()) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    }
-    const std::string user = ToAnsi(Machine::Current().setup().userName);
-    const DWORD room = *characters;
-    *characters = static_cast<DWORD>(user.size() + 1);
-    if (name == nullptr || room < *characters) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
-    memcpy(name, user.c_str(), *characters);
-    return TRUE;
-}

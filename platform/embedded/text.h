@@ -14,7 +14,6 @@ std::string Utf8(std::u16string_view utf16);
 
 // Upper case, one character to one character; never turns one above 127 into one below.
 char16_t FoldCase(char16_t character);
-std::u16string FoldCase(std::u16string_view text);
 bool EqualIgnoringCase(std::u16string_view left, std::u16string_view right);
 
 // For maps whose keys are names without regard to letter case.
@@ -23,7 +22,7 @@ struct LessIgnoringCase {
     bool operator()(std::u16string_view left, std::u16string_view right) const;
 };
 
-// Between a machine's ANSI code page (1252 or 932) and UTF-16, without the calls' buffers.
+// Between a machine's ANSI code page and UTF-16, without the calls' buffers.
 std::u16string FromAnsi(std::string_view ansi);
 std::string ToAnsi(std::u16string_view text);
 

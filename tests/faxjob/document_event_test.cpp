@@ -134,7 +134,7 @@ class DocumentEvent : public testing::Test {
         machine->modules().Install(
             {.path = kCompanion, .exports = std::move(exports), .resources = {}});
     }
-    bool BlockExists() { return machine->mappings().Exists(kBlock); }
+    bool BlockExists() { return machine->mappings().SizeOf(kBlock) != 0; }
 
     // What a document left.
     std::string Tell() {
@@ -308,7 +308,7 @@ TEST_F(DocumentEvent, KeepsDocumentsApart) {
     const std::string first = ReadKey("INIFILE");
     Start(other);
     const std::string second = ReadKey("INIFILE");
-    EXPECT_TRUE(machine->mappings().Exists(TEXT("abcdefCVP")));
+    EXPECT_NE(machine->mappings().SizeOf(TEXT("abcdefCVP")), 0u);
     End();
     EXPECT_EQ(companion.record.snapshotPath, first);
     End(other);
