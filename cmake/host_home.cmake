@@ -61,15 +61,14 @@ if(KSFAX_TESTS)
   find_package(GTest REQUIRED)
   file(GLOB_RECURSE TEST_SOURCES CONFIGURE_DEPENDS tests/*.cpp)
   list(FILTER TEST_SOURCES EXCLUDE REGEX "/tests/windows/")
+  # The driver answers the same questions in both homes.
+  list(APPEND TEST_SOURCES tests/windows/host_answers_test.cpp tests/windows/driver_answers.cpp
+    tests/windows/fax_job_answers.cpp tests/windows/companion.cpp)
   add_executable(ksfax_tests ${TEST_SOURCES})
   target_link_libraries(ksfax_tests PRIVATE tool GTest::gtest_main)
   target_compile_definitions(ksfax_tests PRIVATE
     SOURCE_FOLDER="${CMAKE_SOURCE_DIR}" KSFAX_PROGRAM="$<TARGET_FILE:ksfax>")
   add_dependencies(ksfax_tests ksfax)
-
-  # What the driver answers on the embedded machine; the Windows tests compare with it.
-  add_executable(driver_answers tests/windows/host_answers.cpp tests/windows/driver_answers.cpp)
-  target_link_libraries(driver_answers PRIVATE tool)
 endif()
 
 if(KSFAX_BENCH)

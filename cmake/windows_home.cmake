@@ -43,36 +43,30 @@ target_compile_options(windows_gtest PRIVATE -O0 -w)
 # The contract tests call the platform alone: here they hold Windows to what they demand of the
 # embedded machine in the other home.
 file(GLOB WINDOWS_TEST_SOURCES CONFIGURE_DEPENDS
-  tests/windows/*_test.cpp tests/platform/*_contract_test.cpp
-  tests/windows/installed_printer.cpp tests/windows/driver_answers.cpp ui/page_drawing.cpp)
+  tests/windows/*_test.cpp tests/platform/*_contract_test.cpp)
+list(REMOVE_ITEM WINDOWS_TEST_SOURCES ${CMAKE_SOURCE_DIR}/tests/windows/host_answers_test.cpp)
+list(APPEND WINDOWS_TEST_SOURCES tests/windows/installed_printer.cpp
+  tests/windows/driver_answers.cpp tests/windows/fax_job_answers.cpp)
 add_executable(ksfax_windows_tests ${WINDOWS_TEST_SOURCES})
-target_compile_options(ksfax_windows_tests PRIVATE -O1)
-target_compile_definitions(ksfax_windows_tests PRIVATE UNICODE _UNICODE)
+target_compile_options(ksfax_windows_tests PRIVATE -O0)
+target_compile_definitions(ksfax_windows_tests PRIVATE
+  UNICODE _UNICODE SOURCE_FOLDER="${CMAKE_SOURCE_DIR}")
 target_link_options(ksfax_windows_tests PRIVATE ${STATIC_RUNTIME})
-target_link_libraries(ksfax_windows_tests PRIVATE windows_gtest winspool gdiplus ntdll setupapi)
+target_link_libraries(ksfax_windows_tests PRIVATE windows_gtest winspool ntdll setupapi)
 add_dependencies(ksfax_windows_tests KSFAXUI)
 
-# Companion modules for the tests, all of the one name, so each in its own folder.
-function(add_companion folder)
-  add_library(${folder} SHARED tests/windows/companion.cpp ${ARGN})
-  target_compile_definitions(${folder} PRIVATE UNICODE _UNICODE)
-  target_link_options(${folder} PRIVATE ${STATIC_RUNTIME} -s)
-  set_target_properties(${folder} PROPERTIES
-    PREFIX "" OUTPUT_NAME KSFAXDLG SUFFIX ".DLL"
-    RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${folder}
-    ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${folder})
-  add_dependencies(ksfax_windows_tests ${folder})
+# Modules that the driver finds in place of others, each in a folder of its own.
+function(add_test_module name file source)
+  add_library(${name} SHARED ${source})
+  target_compile_options(${name} PRIVATE -O0)
+  target_compile_definitions(${name} PRIVATE UNICODE _UNICODE)
+  target_link_options(${name} PRIVATE ${STATIC_RUNTIME} -s)
+  target_link_libraries(${name} PRIVATE comctl32)
+  set_target_properties(${name} PROPERTIES
+    PREFIX "" OUTPUT_NAME ${file} SUFFIX ".dll"
+    RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${name}
+    ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${name})
+  add_dependencies(ksfax_windows_tests ${name})
 endfunction()
-add_companion(companion tests/windows/companion_dial.cpp tests/windows/companion_cover.cpp)
-add_companion(companion_without_dialdlg tests/windows/companion_cover.cpp)
-add_companion(companion_without_makebmp tests/windows/companion_dial.cpp)
-
-add_library(sheet_host SHARED tests/windows/property_sheet_host.cpp)
-target_compile_definitions(sheet_host PRIVATE UNICODE _UNICODE)
-target_link_options(sheet_host PRIVATE ${STATIC_RUNTIME} -s)
-target_link_libraries(sheet_host PRIVATE comctl32)
-set_target_properties(sheet_host PROPERTIES
-  PREFIX "" OUTPUT_NAME compstui SUFFIX ".dll"
-  RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/sheet_host
-  ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/sheet_host)
-add_dependencies(ksfax_windows_tests sheet_host)
+add_test_module(companion KSFAXDLG tests/windows/companion.cpp)
+add_test_module(sheet_host compstui tests/windows/property_sheet_host.cpp)

@@ -7,18 +7,9 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
+#include <utility>
 
 #include "platform/windows_api.h"
-
-struct SeenBox {
-    std::wstring caption;
-    std::wstring text;
-    unsigned buttons;
-    bool owned;
-
-    bool operator==(const SeenBox&) const = default;
-};
 
 class BoxWatcher {
   public:
@@ -28,9 +19,10 @@ class BoxWatcher {
         thread_.join();
     }
 
-    std::vector<SeenBox> seen() const {
+    // ", box CAPTION: TEXT (N buttons)" of each since the last call.
+    std::string Take() {
         std::lock_guard lock(mutex_);
-        return seen_;
+        return std::exchange(seen_, "");
     }
 
   private:
@@ -58,16 +50,16 @@ class BoxWatcher {
             !IsWindowVisible(window) || window == closed_) {
             return;
         }
-        SeenBox box = {};
-        GetWindowTextW(window, text, 256);
-        box.caption = text;
+        WCHAR caption[64] = {};
+        GetWindowTextW(window, caption, 64);
         GetDlgItemTextW(window, kMessageTextControl, text, 256);
-        box.text = text;
-        box.owned = GetWindow(window, GW_OWNER) != nullptr;
-        EnumChildWindows(window, CountButton, reinterpret_cast<LPARAM>(&box.buttons));
+        unsigned buttons = 0;
+        EnumChildWindows(window, CountButton, reinterpret_cast<LPARAM>(&buttons));
+        const std::wstring line = std::wstring(TEXT(", box ")) + caption + TEXT(": ") + text;
         {
             std::lock_guard lock(mutex_);
-            seen_.push_back(box);
+            seen_ += std::string(line.begin(), line.end()) + " (" + std::to_string(buttons) +
+                     (buttons == 1 ? " button)" : " buttons)");
         }
         closed_ = window;
         PostMessageW(window, WM_COMMAND, IDOK, 0);
@@ -82,8 +74,8 @@ class BoxWatcher {
         return TRUE;
     }
 
-    mutable std::mutex mutex_;
-    std::vector<SeenBox> seen_;
+    std::mutex mutex_;
+    std::string seen_;
     HWND closed_ = nullptr;
     std::atomic<bool> done_ = false;
     std::thread thread_;

@@ -1,13 +1,14 @@
 #include "tests/windows/driver_answers.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
+#include <fstream>
 #include <iterator>
-#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "ui/page_drawing.h"
+#include "tool/record_fields.h"
 #include "ui/panel_control.h"
 #include "ui/spin_control.h"
 
@@ -17,15 +18,27 @@ namespace {
 
 constexpr DWORD kRecordBytes = 2608;
 constexpr BYTE kUntouched = 0xA5;
+constexpr size_t kSignature = 224;  // in a record with a public part of today's size
 
-std::string Hex(const BYTE* bytes, size_t size) {
+std::string Digits(const BYTE* bytes, size_t size) {
     constexpr char kDigits[] = "0123456789ABCDEF";
-    constexpr size_t kBytesPerLine = 32;
     std::string text;
     for (size_t at = 0; at < size; ++at) {
-        text += at % kBytesPerLine == 0 ? "\n    " : "";
         text += kDigits[bytes[at] >> 4];
         text += kDigits[bytes[at] & 15];
+    }
+    return text;
+}
+
+// Lines of 32 bytes at their offsets; lines of zeros are left out.
+std::string Hex(const BYTE* bytes, size_t size) {
+    constexpr size_t kBytesPerLine = 32;
+    std::string text;
+    for (size_t at = 0; at < size; at += kBytesPerLine) {
+        const size_t width = std::min(size - at, kBytesPerLine);
+        if (std::any_of(bytes + at, bytes + at + width, [](BYTE byte) { return byte != 0; })) {
+            text += "\n    " + std::to_string(at) + ": " + Digits(bytes + at, width);
+        }
     }
     return text;
 }
@@ -37,15 +50,28 @@ class Output {
     BYTE* data() { return bytes_.data(); }
     DEVMODEW* record() { return reinterpret_cast<DEVMODEW*>(bytes_.data()); }
 
+    // What was written as a text.
+    std::string Sentence() const {
+        std::string text;
+        const auto* letter = reinterpret_cast<const WCHAR*>(bytes_.data());
+        while (Length() != 0 && *letter != 0) {
+            text += static_cast<char>(*letter++);
+        }
+        return std::to_string(Length()) + " bytes written: \"" + text + "\"";
+    }
     std::string Written() const {
+        return std::to_string(Length()) + " bytes written" + Hex(bytes_.data(), Length());
+    }
+
+  private:
+    size_t Length() const {
         size_t size = bytes_.size();
         while (size != 0 && bytes_[size - 1] == kUntouched) {
             --size;
         }
-        return std::to_string(size) + " bytes written" + Hex(bytes_.data(), size);
+        return size;
     }
 
-  private:
     std::vector<BYTE> bytes_;
 };
 
@@ -72,18 +98,28 @@ Job DefaultJob(const EntryPoints& driver) {
     return job;
 }
 
-// The default record with a paper of that code, and of that length and width in tenths of a
-// millimetre when the code is DMPAPER_USER.
-Job PaperJob(const EntryPoints& driver, short paper, short length = 0, short width = 0) {
-    Job job = DefaultJob(driver);
-    job.record()->dmFields |= DM_PAPERSIZE;
-    job.record()->dmPaperSize = paper;
-    if (length != 0) {
-        job.record()->dmFields |= DM_PAPERLENGTH | DM_PAPERWIDTH;
-        job.record()->dmPaperLength = length;
-        job.record()->dmPaperWidth = width;
+// The fields in which a record differs from another of this driver, by the offsets of its own
+// version of the public part; a field that it has no room for is none.
+std::string Differences(const std::vector<BYTE>& bytes, const std::vector<BYTE>& from) {
+    const auto& record = *reinterpret_cast<const DEVMODEW*>(bytes.data());
+    std::string text;
+    for (const tool::RecordField& field : tool::record_fields::kAll) {
+        const bool isPublic = field.part == tool::RecordPart::Public;
+        const size_t begin = isPublic ? 0 : record.dmSize;
+        const size_t size = isPublic ? record.dmSize : record.dmDriverExtra;
+        const size_t there = (isPublic ? 0 : sizeof(DEVMODEW)) + field.offset;
+        if (field.part == tool::RecordPart::Device || field.offset + field.width > size ||
+            std::equal(&from[there], &from[there] + field.width, &bytes[begin + field.offset])) {
+            continue;
+        }
+        size_t width = field.width;
+        while (width > 1 && bytes[begin + field.offset + width - 1] == 0) {
+            --width;
+        }
+        text +=
+            "\n    " + std::string(field.name) + " " + Digits(&bytes[begin + field.offset], width);
     }
-    return job;
+    return text.empty() ? " as by default" : text;
 }
 
 struct NamedJob {
@@ -93,37 +129,41 @@ struct NamedJob {
 
 std::vector<NamedJob> Jobs(const EntryPoints& driver) {
     std::vector<NamedJob> jobs;
-    jobs.push_back({"the default job", DefaultJob(driver)});
-    jobs.push_back({"an A4 job", PaperJob(driver, DMPAPER_A4)});
-    jobs.push_back({"a Letter job", PaperJob(driver, DMPAPER_LETTER)});
-    jobs.push_back({"a job of a paper that is not there", PaperJob(driver, 77)});
-    jobs.push_back({"a job of its own paper size", PaperJob(driver, DMPAPER_USER, 2000, 1500)});
-
-    jobs.push_back({"a job without a paper", DefaultJob(driver)});
-    jobs.back().job.record()->dmFields &= ~DM_PAPERSIZE;
-
-    jobs.push_back({"a landscape job of two copies", DefaultJob(driver)});
-    DEVMODEW* landscape = jobs.back().job.record();
-    landscape->dmFields |= DM_ORIENTATION | DM_COPIES | DM_COLLATE;
-    landscape->dmOrientation = DMORIENT_LANDSCAPE;
-    landscape->dmCopies = 2;
-    landscape->dmCollate = DMCOLLATE_TRUE;
-
-    for (const short quality : {short{100}, short{200}, short{600}, short{-4}}) {
-        jobs.push_back({"a job of quality " + std::to_string(quality), DefaultJob(driver)});
-        jobs.back().job.record()->dmFields |= DM_PRINTQUALITY;
-        jobs.back().job.record()->dmPrintQuality = quality;
+    // The default record with those members set.
+    const auto add = [&](const std::string& what, DWORD fields, auto change) {
+        jobs.push_back({what, DefaultJob(driver)});
+        jobs.back().job.record()->dmFields |= fields;
+        change(*jobs.back().job.record());
+    };
+    add("the default job", 0, [](DEVMODEW&) {});
+    add("a job without a paper", 0, [](DEVMODEW& record) { record.dmFields &= ~DM_PAPERSIZE; });
+    add("a job of its own paper size", DM_PAPERSIZE | DM_PAPERLENGTH | DM_PAPERWIDTH,
+        [](DEVMODEW& record) {
+            record.dmPaperSize = DMPAPER_USER;
+            record.dmPaperLength = 2000;
+            record.dmPaperWidth = 1500;
+        });
+    add("a landscape job of two copies", DM_ORIENTATION | DM_COPIES | DM_COLLATE,
+        [](DEVMODEW& record) {
+            record.dmOrientation = DMORIENT_LANDSCAPE;
+            record.dmCopies = 2;
+            record.dmCollate = DMCOLLATE_TRUE;
+        });
+    for (const short paper : {short{DMPAPER_LETTER}, short{DMPAPER_A4}, short{77}}) {
+        add("a job of paper " + std::to_string(paper), DM_PAPERSIZE,
+            [&](DEVMODEW& record) { record.dmPaperSize = paper; });
+    }
+    for (const short quality : {100, 200, 600, -4}) {
+        add("a job of quality " + std::to_string(quality), DM_PRINTQUALITY,
+            [&](DEVMODEW& record) { record.dmPrintQuality = quality; });
     }
     for (const short source : {DMBIN_MANUAL, DMBIN_ENVMANUAL, DMBIN_AUTO, DMBIN_FORMSOURCE}) {
-        for (const short paper : {DMPAPER_LETTER, DMPAPER_A4}) {
-            jobs.push_back({"a job of paper " + std::to_string(paper) + " from source " +
-                                std::to_string(source),
-                            PaperJob(driver, paper)});
-            jobs.back().job.record()->dmFields |= DM_DEFAULTSOURCE;
-            jobs.back().job.record()->dmDefaultSource = source;
-        }
+        add("an A4 job from source " + std::to_string(source), DM_PAPERSIZE | DM_DEFAULTSOURCE,
+            [&](DEVMODEW& record) {
+                record.dmPaperSize = DMPAPER_A4;
+                record.dmDefaultSource = source;
+            });
     }
-
     jobs.push_back({"a public part alone", BlankJob(220, 0, 0x0401, 0x0104)});
     jobs.back().job.record()->dmFields = DM_PAPERSIZE;
     jobs.back().job.record()->dmPaperSize = DMPAPER_A4;
@@ -196,20 +236,45 @@ std::string Conversions(const EntryPoints& driver) {
         for (const auto& [publicSize, privateSize] :
              {std::pair<WORD, WORD>{220, 2388}, {220, 0}, {212, 50}, {188, 112}, {200, 0}}) {
             Job target = BlankJob(publicSize, privateSize, 0, 0x0104);
+            const std::vector<BYTE> before = target.bytes;
             size = publicSize + privateSize;
             ask(row.what + " to " + std::to_string(size) + " bytes", known, row.job.record(),
                 target.record(), &size, CDM_CONVERT);
-            text += Hex(target.bytes.data(), target.bytes.size()) + "\n";
+            text += target.bytes == before
+                        ? "    untouched\n"
+                        : "    the record is" + Differences(target.bytes, job.bytes) + "\n";
         }
+    }
+    return text;
+}
+
+// Whether a device context takes the record for one of this driver.
+std::string Confirmations(const EntryPoints& driver, HANDLE printer) {
+    std::string text;
+    std::vector<NamedJob> jobs = Jobs(driver);
+    jobs.push_back({"a record of another signature", DefaultJob(driver)});
+    jobs.back().job.bytes[kSignature] ^= 1;
+    jobs.push_back({"a record with an older, shorter public part", BlankJob(188, 2388, 0x0401, 0)});
+    std::memcpy(&jobs.back().job.bytes[188 + 4], "PRIV", 4);
+    for (NamedJob& row : jobs) {
+        DOCEVENT_CREATEDCPRE created = {nullptr, nullptr, row.job.record(), FALSE};
+        DEVMODEW* confirmed = nullptr;
+        const int result =
+            driver.documentEvent(printer, nullptr, DOCUMENTEVENT_CREATEDCPRE, sizeof created,
+                                 &created, sizeof confirmed, &confirmed);
+        text += "device context with " + row.what + ": " + std::to_string(result) +
+                (confirmed == row.job.record() ? ", confirmed\n" : ", not confirmed\n");
     }
     return text;
 }
 
 std::string PrintQueries(const EntryPoints& driver, HANDLE printer) {
     std::string text;
+    const Job byDefault = DefaultJob(driver);
     // The job by value: the query may name its form in it.
     const auto ask = [&](const std::string& what, Job job, DWORD room) {
         Output refusal(1024);
+        const Job before = job;
         DEVQUERYPRINT_INFO query = {};
         query.cbSize = sizeof query;
         query.Level = 1;
@@ -219,13 +284,17 @@ std::string PrintQueries(const EntryPoints& driver, HANDLE printer) {
         query.cchErrorStr = room;
         const BOOL prints = driver.queryPrint(&query);
         text += what + ": " + std::to_string(prints) + ", needed " +
-                std::to_string(query.cchNeeded) + ", " + refusal.Written() + "\n  job " +
-                Hex(job.bytes.data(), job.bytes.size()) + "\n";
+                std::to_string(query.cchNeeded) + ", " + refusal.Sentence() + "\n";
+        if (job.bytes != before.bytes) {
+            text += "    the record is" + Differences(job.bytes, byDefault.bytes) + "\n";
+        }
+        return prints != FALSE;
     };
     ask("no job settings", {}, 500);
     for (const NamedJob& row : Jobs(driver)) {
-        ask(row.what, row.job, 500);
-        ask(row.what + " with little room", row.job, 10);
+        if (!ask(row.what, row.job, 500)) {
+            ask(row.what + " with little room", row.job, 10);
+        }
     }
     return text;
 }
@@ -317,67 +386,57 @@ std::string StoredState(const EntryPoints& driver, HANDLE printer) {
     return text;
 }
 
-// What the two window classes draw, one character a pixel.
-class ControlPictures {
-  public:
-    ControlPictures() {
-        WNDCLASSW record{};
-        record.lpfnWndProc = DefWindowProcW;
-        record.lpszClassName = kParentClass;
-        record.hbrBackground = reinterpret_cast<HBRUSH>(uintptr_t{COLOR_WINDOW + 1});
-        RegisterClassW(&record);
-        parent_ = CreateWindowExW(0, kParentClass, nullptr, WS_POPUP | WS_VISIBLE, 200, 100, 100,
-                                  80, nullptr, nullptr, nullptr, nullptr);
-        UpdateWindow(parent_);
+// The description's cache file: its size and a checksum (FNV-1a) of its bytes, the letter case of
+// the paths in it left aside.
+std::string CacheFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    uint64_t checksum = 0xCBF29CE484222325;
+    size_t size = 0;
+    for (char byte = 0; file.get(byte); ++size) {
+        checksum = (checksum ^ BYTE(std::tolower(BYTE(byte)))) * 0x100000001B3;
     }
-    ~ControlPictures() {
-        DestroyWindow(parent_);
-        UnregisterClassW(kParentClass, nullptr);
-    }
-    ControlPictures(const ControlPictures&) = delete;
-    ControlPictures& operator=(const ControlPictures&) = delete;
+    return "cache file: " + std::to_string(size) + " bytes, checksum " + std::to_string(checksum) +
+           "\n";
+}
 
-    using Act = void (*)(HWND control);
-    void Show(const char* what, LPCWSTR className, DWORD style, LPCWSTR creationText, int width,
-              int height, Act act = nullptr) {
-        const HWND control =
-            CreateWindowExW(0, className, creationText, WS_CHILD | WS_VISIBLE | style, 0, 0, width,
-                            height, parent_, nullptr, nullptr, nullptr);
-        text += what;
-        text += IsWindow(control) ? "\n" : " cannot be made\n";
-        if (act != nullptr) {
-            act(control);
+// What a control of one of the driver's window classes draws, one character a pixel.
+std::string Picture(const char* what, LPCWSTR className, DWORD style, LPCWSTR creationText,
+                    int width, int height, void (*act)(HWND control) = nullptr) {
+    WNDCLASSW record{};
+    record.lpfnWndProc = DefWindowProcW;
+    record.lpszClassName = TEXT("KSFAX answers");
+    record.hbrBackground = reinterpret_cast<HBRUSH>(uintptr_t{COLOR_WINDOW + 1});
+    RegisterClassW(&record);
+    const HWND parent = CreateWindowExW(0, record.lpszClassName, nullptr, WS_POPUP | WS_VISIBLE,
+                                        200, 100, 100, 80, nullptr, nullptr, nullptr, nullptr);
+    UpdateWindow(parent);
+    const HWND control = CreateWindowExW(0, className, creationText, WS_CHILD | WS_VISIBLE | style,
+                                         0, 0, width, height, parent, nullptr, nullptr, nullptr);
+    if (act != nullptr) {
+        act(control);
+    }
+    UpdateWindow(control);
+    const HDC context = GetDC(control);
+    std::string text = std::string(what) + "\n";
+    for (int y = 0; y < height; ++y) {
+        text += "    ";
+        for (int x = 0; x < width; ++x) {
+            const COLORREF color = GetPixel(context, x, y);
+            const auto* found =
+                std::find_if(std::begin(kSystemColors), std::end(kSystemColors),
+                             [&](const SystemColor& one) { return one.color == color; });
+            text += found != std::end(kSystemColors) ? found->letter
+                    : color == RGB(255, 255, 255)    ? 'H'
+                                                     : '?';
         }
-        UpdateWindow(control);
-        const HDC context = GetDC(control);
-        for (int y = 0; y < height; ++y) {
-            text += "    ";
-            for (int x = 0; x < width; ++x) {
-                text += LetterOf(GetPixel(context, x, y));
-            }
-            text += '\n';
-        }
-        ReleaseDC(control, context);
-        SendMessageW(control, WM_CANCELMODE, 0, 0);
-        DestroyWindow(control);
-        // The next one shall find the bare parent.
-        InvalidateRect(parent_, nullptr, TRUE);
-        UpdateWindow(parent_);
+        text += '\n';
     }
-
-    std::string text;
-
-  private:
-    static char LetterOf(COLORREF color) {
-        const auto found = std::find_if(std::begin(kSystemColors), std::end(kSystemColors),
-                                        [&](const SystemColor& one) { return one.color == color; });
-        return found != std::end(kSystemColors) ? found->letter : color == kLight ? 'H' : '?';
-    }
-
-    static constexpr WCHAR kParentClass[] = TEXT("KSFAX answers");
-    static constexpr COLORREF kLight = RGB(255, 255, 255);
-    HWND parent_;
-};
+    ReleaseDC(control, context);
+    SendMessageW(control, WM_CANCELMODE, 0, 0);
+    DestroyWindow(parent);
+    UnregisterClassW(record.lpszClassName, nullptr);
+    return text;
+}
 
 void Point(HWND control, UINT message, int x, int y) {
     SendMessageW(control, message, 0, MAKELPARAM(x, y));
@@ -385,79 +444,37 @@ void Point(HWND control, UINT message, int x, int y) {
 
 std::string Controls() {
     using namespace ksfax;
-    ControlPictures pictures;
+    std::string text;
     for (const DWORD vertical : {DWORD{0}, SPINS_VERTICAL}) {
-        pictures.Show("spin", kSpinClassName, vertical, nullptr, 19, 26);
-        pictures.Show("spin of odd size", kSpinClassName, vertical, nullptr, 24, 13);
-        pictures.Show("smallest spin", kSpinClassName, vertical, nullptr, 3, 2);
-        pictures.Show("disabled", kSpinClassName, vertical, nullptr, 19, 26,
-                      [](HWND control) { EnableWindow(control, FALSE); });
-        pictures.Show("first half pressed", kSpinClassName, vertical, nullptr, 19, 26,
-                      [](HWND control) { Point(control, WM_LBUTTONDOWN, 2, 2); });
-        pictures.Show("second half pressed", kSpinClassName, vertical, nullptr, 19, 26,
-                      [](HWND control) { Point(control, WM_LBUTTONDOWN, 17, 24); });
-        pictures.Show("pointer gone", kSpinClassName, vertical, nullptr, 19, 26, [](HWND control) {
-            Point(control, WM_LBUTTONDOWN, 2, 2);
+        const auto add = [&](const char* what, int width, int height, void (*act)(HWND)) {
+            text += Picture(what, kSpinClassName, vertical, nullptr, width, height, act);
+        };
+        add("spin of odd size", 24, 13, nullptr);
+        add("smallest spin", 3, 2, nullptr);
+        add("disabled", 19, 26, [](HWND control) { EnableWindow(control, FALSE); });
+        add("first half pressed", 19, 26,
+            [](HWND control) { Point(control, WM_LBUTTONDOWN, 2, 2); });
+        add("pointer gone", 19, 26, [](HWND control) {
+            Point(control, WM_LBUTTONDOWN, 17, 24);
             Point(control, WM_MOUSEMOVE, -5, 50);
         });
-        pictures.Show("own colours", kSpinClassName, vertical, nullptr, 19, 26, [](HWND control) {
+        add("own colours", 19, 26, [](HWND control) {
             SendMessageW(control, SPIN_SETCOLOR, 0, kSystemColors[2].color);
             SendMessageW(control, SPIN_SETCOLOR, 4, kSystemColors[0].color);
         });
     }
     for (const DWORD raised : {DWORD{0}, PANELS_RAISED}) {
-        pictures.Show("bare panel", kPanelClassName, raised, nullptr, 12, 9);
-        pictures.Show("bevel of 2", kPanelClassName, raised, TEXT("2,0,0"), 12, 9);
-        pictures.Show("framed", kPanelClassName, raised | PANELS_FRAMED, TEXT("1,0,0"), 12, 9);
-        pictures.Show("filled", kPanelClassName, raised | PANELS_FILLED, TEXT("3,0,0"), 16, 11);
-        pictures.Show("all", kPanelClassName, raised | PANELS_FILLED | PANELS_FRAMED, TEXT("2,0,0"),
-                      16, 11);
-        pictures.Show("no room", kPanelClassName, raised | PANELS_FILLED, TEXT("9,0,0"), 10, 7);
-        pictures.Show("framed without room", kPanelClassName, raised | PANELS_FRAMED, TEXT("9,0,0"),
-                      10, 7);
-        for (const DWORD more : {DWORD{0}, PANELS_FRAMED, PANELS_FILLED}) {
-            pictures.Show("captioned", kPanelClassName, raised | PANELS_CAPTIONED | more,
-                          TEXT("2,0,0"), 20, 15);
-        }
+        const auto add = [&](const char* what, DWORD style, LPCWSTR bevel, int width, int height) {
+            text += Picture(what, kPanelClassName, raised | style, bevel, width, height);
+        };
+        add("bare panel", 0, nullptr, 12, 9);
+        add("framed", PANELS_FRAMED, TEXT("1,0,0"), 12, 9);
+        add("framed and filled", PANELS_FILLED | PANELS_FRAMED, TEXT("2,0,0"), 16, 11);
+        add("without room", PANELS_FILLED | PANELS_FRAMED, TEXT("9,0,0"), 10, 7);
+        add("captioned", PANELS_CAPTIONED, TEXT("2,0,0"), 20, 15);
+        add("captioned and filled", PANELS_CAPTIONED | PANELS_FILLED, TEXT("2,0,0"), 20, 15);
     }
-    return pictures.text;
-}
-
-// What becomes of a pattern under a bitmap without its key colour, and of the bitmap.
-std::string TransparentDrawing() {
-    constexpr COLORREF kKey = RGB(255, 0, 255);
-    constexpr COLORREF kBitmap[] = {
-        kKey, RGB(254, 0, 255), 0,    RGB(255, 255, 255), kKey, kKey, RGB(1, 2, 3), kKey,
-        0,    RGB(200, 9, 90),  kKey, RGB(0, 255, 0),
-    };
-    const HDC context = CreateCompatibleDC(nullptr);
-    const HBITMAP bitmap = CreateBitmap(4, 3, 1, 32, nullptr);
-    const HBITMAP canvas = CreateBitmap(6, 5, 1, 32, nullptr);
-    const HGDIOBJ before = SelectObject(context, bitmap);
-    for (int at = 0; at < 4 * 3; ++at) {
-        SetPixel(context, at % 4, at / 4, kBitmap[at]);
-    }
-    SelectObject(context, canvas);
-    for (int at = 0; at < 6 * 5; ++at) {
-        SetPixel(context, at % 6, at / 6, RGB(40 * (at % 6), 60 * (at / 6), 85 * (at % 4)));
-    }
-    ksfax::DrawTransparentBitmap(context, bitmap, 1, 1, kKey);
-    std::string text = "transparent drawing";
-    for (const auto& [drawn, width, height] : {std::tuple(canvas, 6, 5), {bitmap, 4, 3}}) {
-        SelectObject(context, drawn);
-        for (int y = 0; y < height; ++y) {
-            std::vector<COLORREF> row;
-            for (int x = 0; x < width; ++x) {
-                row.push_back(GetPixel(context, x, y));
-            }
-            text += Hex(reinterpret_cast<const BYTE*>(row.data()), row.size() * sizeof row[0]);
-        }
-    }
-    SelectObject(context, before);
-    DeleteDC(context);
-    DeleteObject(canvas);
-    DeleteObject(bitmap);
-    return text + "\n";
+    return text;
 }
 
 }  // namespace
@@ -472,13 +489,17 @@ DEVMODEW PrinterDefaults() {
     return record;
 }
 
-std::vector<Part> All(const EntryPoints& driver, HANDLE printer) {
+std::vector<Part> All(Home& home) {
+    const EntryPoints& driver = home.driver;
     return {
-        {"capabilities.txt", Capabilities(driver, printer)},
+        {"capabilities.txt", Capabilities(driver, home.printer)},
         {"conversions.txt", Conversions(driver)},
-        {"print_queries.txt", PrintQueries(driver, printer)},
-        {"stored_state.txt", StoredState(driver, printer)},
-        {"controls.txt", Controls() + TransparentDrawing()},
+        {"print_queries.txt",
+         PrintQueries(driver, home.printer) + Confirmations(driver, home.printer)},
+        {"stored_state.txt", StoredState(driver, home.printer)},
+        {"controls.txt", Controls()},
+        {"fax_jobs.txt", FaxJobs(home)},
+        {"cache_file.txt", CacheFile(home.cacheFile)},
     };
 }
 

@@ -1,16 +1,19 @@
 #pragma once
 
-// One list of questions that is put to the driver in both homes: on the embedded machine by a
-// host program that writes the answers down, and to the shipped DLL on Windows by a test that
-// compares its answers with those. An answer is everything that comes back: result, last error
-// where callers are promised one, texts, and every byte written.
+// One list of questions that is put to the driver in both homes: on the embedded machine by a host
+// test, and to the shipped DLL on Windows. An answer is everything that comes back: result, last
+// error where callers are promised one, texts, and every byte written. Both homes are held to the
+// answers recorded in tests/golden/answers.
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "platform/windows_api.h"
 
 namespace answers {
+
+using Text = std::basic_string<WCHAR>;
 
 // Where the printer's data file comes from, and what the printer is called, in both homes.
 inline constexpr WCHAR kPrinterName[] = TEXT("Answering Fax");
@@ -37,6 +40,30 @@ struct EntryPoints {
     decltype(&DevQueryPrintEx) queryPrint;
     decltype(&DrvPrinterEvent) printerEvent;
     decltype(&DrvUpgradePrinter) upgradePrinter;
+    decltype(&DrvDocumentEvent) documentEvent;
+};
+
+// What the homes do each in its way.
+class Home {
+  public:
+    virtual ~Home() = default;
+
+    EntryPoints driver;
+    HANDLE printer;                   // open, of the printer of that name
+    std::filesystem::path cacheFile;  // of the description
+    std::filesystem::path jobFile;    // the fax job file
+    std::filesystem::path folder;     // to be the fax data folder
+    Text folderName;                  // the same for the driver
+
+    // Has the driver find the companion module without the operation of that name; null: not at
+    // all.
+    virtual void UseCompanion(const char* without) = 0;
+    virtual bool HoldsCompanion() = 0;
+    // The message boxes since the last call: "caption: text" and their number of buttons.
+    virtual std::string TakeBoxes() = 0;
+    // The bytes that the shared memory of that name was made with.
+    virtual uint64_t SizeOfBlock(const Text& name) = 0;
+    virtual bool IsOpen(HANDLE handle) = 0;
 };
 
 // The printer's own default record, a public part alone. Set in both homes: Windows makes one up
@@ -49,8 +76,8 @@ struct Part {
     std::string text;
 };
 
-// `printer` is an open handle of the printer of that name. The last part has the driver store
-// what it keeps with the printer.
-std::vector<Part> All(const EntryPoints& driver, HANDLE printer);
+// The driver then holds nothing that it did not hold before, but what it stores with the printer.
+std::vector<Part> All(Home& home);
+std::string FaxJobs(Home& home);
 
 }  // namespace answers

@@ -8,18 +8,18 @@ namespace {
 
 constexpr WCHAR kPrintersKey[] = TEXT("System\\CurrentControlSet\\Control\\Print\\Printers\\");
 
-fs::path ProgramFolder() {
-    WCHAR path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return fs::path(path).parent_path();
-}
-
 void SetText(HKEY key, const WCHAR* value, const std::wstring& text) {
     RegSetValueExW(key, value, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
                    static_cast<DWORD>((text.size() + 1) * sizeof(WCHAR)));
 }
 
 }  // namespace
+
+fs::path ProgramFolder() {
+    WCHAR path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return fs::path(path).parent_path();
+}
 
 InstalledPrinter::InstalledPrinter(const std::wstring& driverName, const std::wstring& printerName,
                                    const DEVMODEW& defaults, const fs::path& dataFile)
@@ -133,6 +133,6 @@ bool InstalledPrinter::Fail(const char* step) {
 const InstalledPrinter& SharedPrinter() {
     static const InstalledPrinter printer(
         answers::kDriverName, answers::kPrinterName, answers::PrinterDefaults(),
-        ProgramFolder().parent_path().parent_path() / "examples" / answers::kDataFileName);
+        fs::path(SOURCE_FOLDER "/examples") / answers::kDataFileName);
     return printer;
 }

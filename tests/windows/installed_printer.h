@@ -50,5 +50,8 @@ class InstalledPrinter {
     std::string error_;
 };
 
+// Where the running program lies.
+std::filesystem::path ProgramFolder();
+
 // The printer of the examples' data file that all tests share.
 const InstalledPrinter& SharedPrinter();

@@ -1,5 +1,5 @@
 // The property sheets of the shipped DLL on Windows' own windows, used by a person who is a
-// second thread. Pictures of the sheets are left beside the program.
+// second thread.
 
 #include <atomic>
 #include <cstring>
@@ -14,13 +14,6 @@
 #include "tests/windows/driver_answers.h"
 #include "tests/windows/installed_printer.h"
 #include "tests/windows/replace_import.h"
-
-// Each needs what stands before it.
-// clang-format off
-#include <objidl.h>
-#include <propidl.h>
-#include <gdiplus.h>
-// clang-format on
 
 namespace {
 
@@ -43,12 +36,6 @@ enum : int {
 };
 
 constexpr size_t kFaxResolution = 2384;  // u32 in the private part
-
-fs::path OwnFolder() {
-    WCHAR path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return fs::path(path).parent_path();
-}
 
 std::wstring TextOf(HWND window) {
     WCHAR text[256] = {};
@@ -77,34 +64,6 @@ void Choose(HWND page, int position) {
 
 HWND PageOf(HWND sheet) {
     return reinterpret_cast<HWND>(SendMessageW(sheet, PSM_GETCURRENTPAGEHWND, 0, 0));
-}
-
-// What the screen shows of a window.
-void SavePicture(HWND window, const fs::path& file) {
-    constexpr CLSID kPng = {
-        0x557CF406, 0x1A04, 0x11D3, {0x9A, 0x73, 0x00, 0x00, 0xF8, 0x1E, 0xF3, 0x2E}};
-    Sleep(300);  // the window's thread paints
-    RECT at = {};
-    GetWindowRect(window, &at);
-    const int width = at.right - at.left;
-    const int height = at.bottom - at.top;
-    const HDC screen = GetDC(nullptr);
-    const HDC memory = CreateCompatibleDC(screen);
-    const HBITMAP bitmap = CreateCompatibleBitmap(screen, width, height);
-    const HGDIOBJ before = SelectObject(memory, bitmap);
-    BitBlt(memory, 0, 0, width, height, screen, at.left, at.top, SRCCOPY);
-    SelectObject(memory, before);
-    ULONG_PTR token = 0;
-    const Gdiplus::GdiplusStartupInput input;
-    Gdiplus::GdiplusStartup(&token, &input, nullptr);
-    {
-        Gdiplus::Bitmap picture(bitmap, nullptr);
-        EXPECT_EQ(picture.Save(file.c_str(), &kPng, nullptr), Gdiplus::Ok) << file;
-    }
-    Gdiplus::GdiplusShutdown(token);
-    DeleteObject(bitmap);
-    DeleteDC(memory);
-    ReleaseDC(nullptr, screen);
 }
 
 // The visible dialog of this process that `fits`, waited for until `over` or for ten seconds;
@@ -200,7 +159,7 @@ class UserInterface : public testing::Test {
     }
     static void UseOwnHost() {
         host_ = platform::LoadedModule(
-            LoadLibraryW((OwnFolder() / TEXT("sheet_host/compstui.dll")).c_str()));
+            LoadLibraryW((ProgramFolder() / TEXT("sheet_host/compstui.dll")).c_str()));
         ASSERT_TRUE(host_);
         ASSERT_TRUE(ReplaceImport(SharedPrinter().module(), "LoadLibraryA",
                                   reinterpret_cast<void*>(LoadOwnHost)));
@@ -208,7 +167,7 @@ class UserInterface : public testing::Test {
     // The driver asks for the library by its bare name, under which the system's is loaded.
     static HMODULE WINAPI LoadOwnHost(LPCSTR name) {
         return std::string(name) == "compstui.dll"
-                   ? LoadLibraryW((OwnFolder() / TEXT("sheet_host/compstui.dll")).c_str())
+                   ? LoadLibraryW((ProgramFolder() / TEXT("sheet_host/compstui.dll")).c_str())
                    : LoadLibraryA(name);
     }
 
@@ -245,13 +204,11 @@ TEST_F(UserInterface, TakesPaperOrientationAndResolutionFromTheSheet) {
         portraitBefore = IsChecked(page, kPortrait);
         fineBefore = IsChecked(page, k200x200);
         labelBefore = TextOf(page, kLabel);
-        SavePicture(sheet, OwnFolder() / "sheet_as_opened.png");
         Click(page, kLandscape);
         Click(page, k200x100);
         const LRESULT now = SendDlgItemMessageW(page, kPaperList, CB_GETCURSEL, 0, 0);
         Choose(page, static_cast<int>((now + 1) % count));
         labelAfter = TextOf(page, kLabel);
-        SavePicture(sheet, OwnFolder() / "sheet_changed.png");
         PressOk(sheet);
     };
     EXPECT_EQ(OpenSheet(user), IDOK);
@@ -299,7 +256,6 @@ TEST_F(UserInterface, LocksThePaperWithoutPermission) {
                       paper = IsWindowEnabled(GetDlgItem(page, kPaperList));
                       orientation = IsWindowEnabled(GetDlgItem(page, kLandscape));
                       resolution = IsWindowEnabled(GetDlgItem(page, k200x100));
-                      SavePicture(sheet, OwnFolder() / "sheet_locked.png");
                   },
                   DM_NOPERMISSION),
               IDCANCEL);
@@ -320,7 +276,6 @@ TEST_F(UserInterface, TellsAboutItself) {
         name = TextOf(box, kDriverName);
         version = TextOf(box, kVersion);
         date = TextOf(box, kDate);
-        SavePicture(box, OwnFolder() / "about_box.png");
         SendMessageW(box, WM_COMMAND, IDOK, 0);
     };
     EXPECT_EQ(OpenSheet(user), IDCANCEL);
@@ -334,7 +289,6 @@ TEST_F(UserInterface, TellsAboutItself) {
         const HWND page = PageOf(sheet);
         version = TextOf(page, kVersion);
         okShown = IsWindowVisible(GetDlgItem(page, IDOK));
-        SavePicture(sheet, OwnFolder() / "about_page.png");
     };
     version.clear();
     EXPECT_FALSE(WithUser(
