@@ -3,7 +3,10 @@
 // A machine with the fax printer, whose property sheets and controls a test uses as a person does.
 
 #include <cstring>
+#include <fstream>
 #include <functional>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,7 +24,6 @@
 #include "resources/resource.h"
 #include "tests/core/fax_machine.h"
 #include "tests/golden.h"
-#include "tests/platform/resource_file.h"
 #include "ui/page.h"
 
 namespace tests {
@@ -59,6 +61,7 @@ class UiMachine : public testing::Test {
         whole.defaultSettings = BytesOf(&defaults, sizeof defaults);
         fax.machine.spooler().AddPrinter(std::move(whole));
         printer = fax.Open(FaxMachine::kPrinter, true);
+        ResetOutput();
     }
     ~UiMachine() override {
         printer.reset();
@@ -77,32 +80,56 @@ class UiMachine : public testing::Test {
     LONG ShowDocument(std::function<void(Sheet&)> user, ksfax::JobSettings* input = nullptr,
                       DWORD mode = DM_IN_PROMPT | DM_OUT_BUFFER) {
         host.user = std::move(user);
-        output = kUntouched;
+        ResetOutput();
         return DrvDocumentProperties(nullptr, printer.get(), name.data(), &output.devMode,
                                      input != nullptr ? &input->devMode : nullptr, mode);
     }
 
-    // Makes a module the resource module, with these strings and behind them the driver's own
-    // resources, while `use` runs.
-    void WithResources(const std::vector<std::pair<UINT, std::u16string>>& strings,
-                       const std::function<void()>& use) {
-        embedded::ResourceFile file;
-        for (const auto& [id, text] : strings) {
-            file.AddString(id, text);
-        }
-        const auto own = fax.machine.modules().Resources(fax.driver.instance());
-        file.bytes.insert(file.bytes.end(), own.begin() + 32, own.end());
-        fax.machine.modules().Install(
-            {.path = u"C:\\WORDS.DLL", .exports = {}, .resources = file.bytes});
-        ksfax::resourceModule = LoadLibraryW(u"C:\\WORDS.DLL");
-        use();
-        FreeLibrary(ksfax::resourceModule);
-        ksfax::resourceModule = ksfax::ownModule;
-    }
+    // ---- Scripts: tests/golden/ui holds commands, "$ click 16", and under each, indented, what
+    // came of it. Other lines say why.
 
-    std::string TextOf(HWND dialog, int control) {
-        return embedded::Utf8(windows.TextOf(GetDlgItem(dialog, control)));
+    // Does the commands of a script, and compares what comes of them with what it holds.
+    void Replay(const std::string& file) {
+        script = std::ifstream(SOURCE_FOLDER "/tests/golden/ui/" + file);
+        text.clear();
+        for (Command command = Next(); !command.verb.empty(); command = Next()) {
+            Do(command);
+        }
+        EXPECT_FALSE(text.empty());
+        EXPECT_TRUE(IsRecorded("ui/" + file, text));
     }
+    // "$ verb word word"; without a verb at the end of the script.
+    struct Command {
+        std::string verb;
+        std::string rest;               // behind the verb
+        std::vector<std::string> word;  // of it
+        LONG_PTR number(size_t at) const {
+            return at < word.size() ? std::strtoll(word[at].c_str(), nullptr, 0) : 0;
+        }
+    };
+    virtual void Do(const Command&) {}
+    static Command CommandOf(const std::string& line) {
+        std::istringstream words(line);
+        Command command;
+        words >> command.verb;
+        std::getline(words >> std::ws, command.rest);
+        words = std::istringstream(command.rest);
+        command.word.assign(std::istream_iterator<std::string>(words), {});
+        return command;
+    }
+    Command Next() {
+        for (std::string line; std::getline(script, line);) {
+            if (!line.starts_with("    ")) {
+                text += line + "\n";
+                if (line.starts_with("$ ")) {
+                    return CommandOf(line.substr(2));
+                }
+            }
+        }
+        return {};
+    }
+    void Tell(const std::string& line) { text += "    " + line + "\n"; }
+
     bool Click(HWND dialog, int control) { return windows.Click(GetDlgItem(dialog, control)); }
     // What a context shows now, without waiting for anything to be painted.
     embedded::Bitmap PixelsOf(HDC context, int width, int height) {
@@ -116,13 +143,11 @@ class UiMachine : public testing::Test {
         DeleteDC(copy);
         return pixels;
     }
-    bool OutputIsUntouched() const { return std::memcmp(&output, &kUntouched, sizeof output) == 0; }
-
-    static inline const ksfax::JobSettings kUntouched = [] {
-        ksfax::JobSettings record;
-        std::memset(static_cast<void*>(&record), 0xAA, sizeof record);
-        return record;
-    }();
+    void ResetOutput() { std::memset(static_cast<void*>(&output), 0xAA, sizeof output); }
+    bool OutputIsUntouched() const {
+        const Bytes bytes = BytesOf(&output, sizeof output);
+        return bytes == Bytes(sizeof output, std::byte{0xAA});
+    }
 
     std::u16string name = FaxMachine::kPrinter;
     FaxMachine fax;
@@ -130,7 +155,9 @@ class UiMachine : public testing::Test {
     embedded::PropertySheetHost& host = embedded::InstallPropertySheetHost(fax.machine);
     embedded::Leaks atRest = fax.OpenWithoutCache();
     platform::PrinterHandle printer;
-    ksfax::JobSettings output = kUntouched;
+    ksfax::JobSettings output;
+    std::ifstream script;
+    std::string text;  // the script as it is now
 };
 
 }  // namespace tests
