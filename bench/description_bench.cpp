@@ -508,6 +508,38 @@ std::string InstallableConstraints(unsigned count) {
     return text;
 }
 
+// Names that undo the number of their feature and differ in high bits of the last character: all of
+// them met in one slot of an index that hashed the number beside the name's first bytes.
+std::string MeetingOptions(unsigned count) {
+    std::string text;
+    for (unsigned feature = 0; feature < count / 14; ++feature) {
+        const std::string statement = "*F" + std::to_string(feature);
+        text += "*OpenUI " + statement + ": PickOne\n";
+        std::string name = "AAAAAAAAA";
+        name[1] = static_cast<char>(0x40 | ((feature & 0x3F) % 0x3F));
+        name[2] = static_cast<char>(0x40 | ((feature >> 8 & 0x3F) % 0x3F));
+        for (const char last : std::string_view("bcdefghi!1AQaq")) {
+            name.back() = last;
+            text += statement + " " + name + ": \"\"\n";
+        }
+    }
+    return text;
+}
+// As many installable features, each of which may forbid one of eight document features.
+std::string Query(unsigned count) {
+    std::string text;
+    for (unsigned i = 0; i < 8; ++i) {
+        text += "*OpenUI *Choice" + std::to_string(i) + ": PickOne\n*Choice" + std::to_string(i) +
+                " On: \"\"\n";
+    }
+    text += InstallableConstraints(count);
+    for (unsigned i = 0; i < count; ++i) {
+        text += "*UIConstraints: *Feature" + std::to_string(i) + " *Choice" +
+                std::to_string(i % 8) + " Off\n";
+    }
+    return text;
+}
+
 // The time of 100,000 beside that of 1,000: 100 when the cost grows evenly. Memory stays with the
 // program between the rounds: the pages of larger blocks would otherwise be the system's to make
 // anew each time, which costs more than all the parsing.
@@ -520,8 +552,15 @@ void Growth(benchmark::State& state, MakeText make) {
         ksfax::ParseState* parsed = ksfax::ParsePpdText(text, TEXT("C:\\P.PPD"));
         ksfax::PrinterDescription* block = ksfax::PackDescription(parsed);
         ksfax::RelocateDescription(block);
-        uint8_t selections[64];
-        ksfax::ResolveInstallableConflicts(*block, selections);
+        uint8_t installable[64];
+        uint8_t document[64];
+        ksfax::ResolveInstallableConflicts(*block, installable);
+        const uint16_t documents = ksfax::GetDefaultSelections(*block, document);
+        // As the spooler's question whether a job can be printed asks.
+        const ksfax::SelectedOptions selected(*block, installable, document);
+        for (uint16_t feature = 0; feature < std::min<uint16_t>(documents, 64); ++feature) {
+            benchmark::DoNotOptimize(ksfax::FindConflict(selected, feature, document[feature]));
+        }
         GlobalFree(block);
     };
     for (auto _ : state) {
@@ -541,6 +580,8 @@ BENCHMARK_CAPTURE(Growth, orders, Orders)->Iterations(1)->Unit(benchmark::kMilli
 BENCHMARK_CAPTURE(Growth, installable, InstallableConstraints)
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Growth, meeting, MeetingOptions)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Growth, query, Query)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 // About a megabyte of what an ill-meant file may repeat.
 void Hostile(benchmark::State& state, const char* prefix, const char* repeated) {

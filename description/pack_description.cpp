@@ -197,12 +197,16 @@ class BlockWriter {
         if (!stored.hex()) {
             return PutText(text);
         }
-        uint32_t length = 0;
-        (void)DecodeHexSubstrings(text, {}, &length);  // was checked when stored
-        const uint64_t offset = Reserve(uint64_t{length} + 1);
+        const uint64_t offset = used_;
+        std::span<char> room;
         if (fills && used_ <= size_) {
-            (void)DecodeHexSubstrings(text, {reinterpret_cast<char*>(block_ + offset), length},
-                                      &length);
+            room = {reinterpret_cast<char*>(block_ + used_), static_cast<size_t>(size_ - used_)};
+        }
+        uint32_t length = 0;
+        (void)DecodeHexSubstrings(text, room, &length);  // was checked when stored
+        used_ += Padded(uint64_t{length} + 1);
+        if (fills && used_ <= size_) {
+            std::memset(block_ + offset + length, 0, static_cast<size_t>(used_ - offset - length));
         }
         return {offset};
     }

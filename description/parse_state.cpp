@@ -1,8 +1,10 @@
 #include "description/parse_state.h"
 
 #include <algorithm>
-#include <bit>
+#include <array>
 #include <utility>
+
+#include "platform/byte_scan.h"
 
 #include "description/keyword_table.h"
 
@@ -70,8 +72,9 @@ uint64_t Mix(uint64_t a, uint64_t b) {
     return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
 }
 
-bool SameBytes(const char* left, const char* right, size_t count) {
-    return count == 0 || std::memcmp(left, right, count) == 0;
+bool HasName(const char* text, const NamedRecord& record, Text name) {
+    return record.nameLength == name.size() &&
+           (name.empty() || std::memcmp(text + record.nameOffset, name.data(), name.size()) == 0);
 }
 
 }  // namespace
@@ -91,7 +94,9 @@ bool NameIndex::Allocate(uint32_t slots) {
 
 bool NameIndex::Open(uint32_t slots) {
     const bool done = Allocate(slots);
-    seed_ = reinterpret_cast<uintptr_t>(records_) * 0x9E3779B97F4A7C15;
+    // Where the system has put the table and this thread's stack, spread over all bits.
+    seed_ = Mix(reinterpret_cast<uintptr_t>(records_), 0x9E3779B97F4A7C15);
+    multiplier_ = Mix(reinterpret_cast<uintptr_t>(&done), 0xA0761D6478BD642F) | 1;
     return done;
 }
 
@@ -99,33 +104,22 @@ void NameIndex::Release() {
     GlobalFree(std::exchange(records_, nullptr));
 }
 
-// Names that differ in their last character alone, as numbered ones do, get neighbouring slots.
 uint32_t NameIndex::KeyOf(uint32_t owner, Text name) const {
-    constexpr uint32_t kNeighbours = 15;
-    uint64_t hash = seed_ ^ (static_cast<uint64_t>(owner) << 8) ^ name.size();
-    uint32_t last = 0;
-    if (!name.empty()) {
-        last = static_cast<uint8_t>(name.back());
-        name.remove_suffix(1);
-    }
+    // Owner and length side by side, so that no part of a name can undo either.
+    uint64_t hash = Mix(seed_ ^ (static_cast<uint64_t>(owner) << 32 | name.size()), multiplier_);
     for (; name.size() > 8; name.remove_prefix(8)) {
-        hash = Mix(hash ^ LoadUpTo8(name.data(), 8), 0xA0761D6478BD642F);
+        hash = Mix(hash ^ LoadUpTo8(name.data(), 8), multiplier_);
     }
-    hash = Mix(hash ^ LoadUpTo8(name.data(), name.size()), 0xE7037ED1A0B428DB);
-    const auto key =
-        (static_cast<uint32_t>(hash ^ hash >> 32) & ~kNeighbours) | (last & kNeighbours);
+    hash = Mix(hash ^ LoadUpTo8(name.data(), name.size()), multiplier_);
+    const auto key = static_cast<uint32_t>(hash ^ hash >> 32);
     return key != 0 ? key : 1;
 }
 
 NamedRecord* NameIndex::Find(const char* text, uint32_t key, uint32_t owner, Text name) const {
     for (uint32_t slot = key & mask_; keys_[slot] != 0; slot = (slot + 1) & mask_) {
-        if (keys_[slot] != key) {
-            continue;
-        }
-        NamedRecord* record = records_[slot];
-        if (record->owner == owner && record->nameLength == name.size() &&
-            SameBytes(text + record->nameOffset, name.data(), name.size())) {
-            return record;
+        if (keys_[slot] == key && records_[slot]->owner == owner &&
+            HasName(text, *records_[slot], name)) {
+            return records_[slot];
         }
     }
     return nullptr;
@@ -141,7 +135,7 @@ void NameIndex::Put(uint32_t key, NamedRecord* record) {
 }
 
 bool NameIndex::Insert(uint32_t key, NamedRecord* record) {
-    if (used_ * 2 >= mask_) {
+    if (used_ >= mask_ - mask_ / 8) {
         const uint32_t oldSlots = mask_ + 1;
         NamedRecord** const oldRecords = records_;
         const uint32_t* const oldKeys = keys_;
@@ -175,14 +169,19 @@ bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
+// -1 for what is none.
+constexpr auto kHexDigits = [] {
+    std::array<int8_t, 256> digits{};
+    digits.fill(-1);
+    for (int8_t digit = 0; digit < 16; ++digit) {
+        digits[static_cast<uint8_t>("0123456789ABCDEF"[digit])] = digit;
+        digits[static_cast<uint8_t>("0123456789abcdef"[digit])] = digit;
+    }
+    return digits;
+}();
+
 int HexDigit(char c) {
-    if (IsDigit(c)) {
-        return c - '0';
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+    return kHexDigits[static_cast<uint8_t>(c)];
 }
 
 // Reads digits from the front of `text`; at most `counted` of them make the number.
@@ -214,38 +213,50 @@ bool TakeMinus(Text& text) {
 }  // namespace
 
 bool DecodeHexSubstrings(Text text, std::span<char> out, uint32_t* length) {
-    uint32_t written = 0;
+    // A run of other characters is over where a substring begins; a zero byte ends the string.
+    constexpr auto kRunEnd = [](platform::SixteenBytes c) { return (c == '<') | (c == 0); };
+    const char* place = text.data();
+    const char* const end = place + text.size();
+    size_t written = 0;
     bool ended = false;
-    const auto put = [&](char c) {
-        ended = ended || c == 0;
-        if (ended) {
-            return;
-        }
-        if (written < out.size()) {
-            out[written] = c;
-        }
-        ++written;
-    };
-    bool inHex = false;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (!inHex) {
-            inHex = text[i] == '<';
-            if (!inHex) {
-                put(text[i]);
+    while (place != end) {
+        const char* const run = place;
+        place = platform::FindByte(place, end, kRunEnd);
+        if (!ended) {
+            const auto count = static_cast<size_t>(place - run);
+            if (written < out.size()) {
+                std::copy_n(run, std::min(count, out.size() - written), &out[written]);
             }
-        } else if (text[i] == '>') {
-            inHex = false;
-        } else {
-            const int high = HexDigit(text[i]);
-            const int low = i + 1 < text.size() ? HexDigit(text[i + 1]) : -1;
-            if (high < 0 || low < 0) {
+            written += count;
+        }
+        if (place == end) {
+            break;
+        }
+        if (*place++ == 0) {
+            ended = true;
+            continue;
+        }
+        for (; place != end && *place != '>'; place += 2) {
+            if (end - place < 2) {
                 return false;
             }
-            put(static_cast<char>(high << 4 | low));
-            ++i;
+            const int high = HexDigit(place[0]);
+            const int low = HexDigit(place[1]);
+            if ((high | low) < 0) {
+                return false;
+            }
+            const int byte = high << 4 | low;
+            ended = ended || byte == 0;
+            if (!ended) {
+                if (written < out.size()) {
+                    out[written] = static_cast<char>(byte);
+                }
+                ++written;
+            }
         }
+        place += place != end ? 1 : 0;
     }
-    *length = written;
+    *length = static_cast<uint32_t>(written);
     return true;
 }
 
@@ -386,11 +397,6 @@ ParsedOption* MakeOption(ParsePool& pool, FeatureKind kind) {
     }
 }
 
-bool HasName(const ParseState& state, const ParsedOption* option, Text name) {
-    return option != nullptr && option->nameLength == name.size() &&
-           SameBytes(state.text + option->nameOffset, name.data(), name.size());
-}
-
 }  // namespace
 
 ParsedFeature* FindOrMakeFeature(ParseState& state, FeatureKind kind) {
@@ -444,14 +450,6 @@ namespace {
 // features never have more.
 constexpr uint32_t kListedOptions = 8;
 
-ParsedOption* FindListed(const ParseState& state, const ParsedFeature& feature, Text name) {
-    ParsedOption* option = feature.firstOption;
-    while (option != nullptr && !HasName(state, option, name)) {
-        option = option->next;
-    }
-    return option;
-}
-
 // A new option at the end of its feature's list; null when memory runs out.
 ParsedOption* AppendOption(ParseState& state, ParsedFeature& feature, Text name) {
     ParsedOption* option = MakeOption(state.pool, feature.kind);
@@ -481,30 +479,27 @@ ParsedOption* AppendOption(ParseState& state, ParsedFeature& feature, Text name)
 }  // namespace
 
 ParsedOption* FindOption(const ParseState& state, const ParsedFeature& feature, Text name) {
-    if (feature.optionCount <= kListedOptions) {
-        return FindListed(state, feature, name);
+    if (feature.optionCount > kListedOptions) {
+        const uint32_t key = state.names.KeyOf(feature.number, name);
+        return static_cast<ParsedOption*>(state.names.Find(state.text, key, feature.number, name));
     }
-    const uint32_t key = state.names.KeyOf(feature.number, name);
-    return static_cast<ParsedOption*>(state.names.Find(state.text, key, feature.number, name));
+    ParsedOption* option = feature.firstOption;
+    while (option != nullptr && !HasName(state.text, *option, name)) {
+        option = option->next;
+    }
+    return option;
 }
 
 Outcome FindOrMakeOption(ParseState& state, ParsedFeature& feature,
                          const StatementRecord& statement, ParsedOption** option) {
     const Text name = statement.option;
-    ParsedOption* found = feature.latestOption;
-    if (!HasName(state, found, name)) {
-        found = found != nullptr ? found->next : nullptr;
-    }
-    if (!HasName(state, found, name)) {
-        found = FindOption(state, feature, name);
+    ParsedOption* found = FindOption(state, feature, name);
+    if (found == nullptr) {
+        found = AppendOption(state, feature, name);
         if (found == nullptr) {
-            found = AppendOption(state, feature, name);
-            if (found == nullptr) {
-                return kOutOfMemory;
-            }
+            return kOutOfMemory;
         }
     }
-    feature.latestOption = found;
     *option = found;
     if (statement.translation.empty() || found->translation) {
         return {.result = Result::Handled};

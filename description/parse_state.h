@@ -123,7 +123,6 @@ struct ParsedFeature : NamedRecord {
     StoredText defaultName;
     ParsedOption* firstOption;
     ParsedOption* lastOption;
-    ParsedOption* latestOption;  // met last: PPDs repeat a feature's options in one order
     uint32_t optionCount;
 };
 
@@ -166,9 +165,11 @@ struct ParsedList {
 };
 
 // Generic features by name, and the options of features that have many: open addressing, at most
-// half full. Keys lie apart from the records that they stand for, so that asking for a name that
-// is new, which is what a long PPD does most, reads nothing but a few neighbouring keys. They are
-// hashed with the table's address, so that no file can be written to make it slow.
+// seven eighths full, so that the keys of a long PPD stay in the processor's cache. They lie apart
+// from the records that they stand for: asking for a name that is new, which is what a long PPD
+// does most, reads nothing but neighbouring keys. Owner and name are hashed whole, with numbers
+// that only the addresses of this very parse know, so that no file can be written to make names
+// meet.
 class NameIndex {
   public:
     // False when memory runs out. `slots` is a power of 2.
@@ -189,6 +190,7 @@ class NameIndex {
     uint32_t mask_ = 0;
     uint32_t used_ = 0;
     uint64_t seed_ = 0;
+    uint64_t multiplier_ = 0;
 };
 
 struct ParseState {
