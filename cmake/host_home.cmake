@@ -88,6 +88,10 @@ if(KSFAX_TESTS)
     add_executable(replay_${name} ${source} fuzz/replay/main.cpp)
     target_link_libraries(replay_${name} PRIVATE driver)
   endforeach()
+
+  # Makes the seeds of the ppd and cache targets anew.
+  add_executable(make_seeds fuzz/seeds/main.cpp)
+  target_link_libraries(make_seeds PRIVATE driver)
 endif()
 
 if(KSFAX_FUZZ)

@@ -1,9 +1,10 @@
 #pragma once
 
-// Asks a relocated description everything that the driver asks one, and touches every string. The
-// sanitizers do the judging.
+// Asks a relocated description everything that the driver asks one, and demands that whatever it
+// leads to lies inside its block; in a build with sanitizers these judge the lookups too.
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <span>
 
@@ -12,69 +13,107 @@
 
 namespace fuzz {
 
-// What strings add up to, so that reading them is not optimised away.
+// What the answers add up to, so that asking is not optimised away.
 inline volatile size_t touched = 0;
 
-inline void Touch(ksfax::Ref<char> text) {
-    if (text) {
-        touched = touched + std::strlen(text.Target());
+inline void Demand(bool holds) {
+    if (!holds) {
+        std::abort();
     }
 }
 
-inline void TouchOption(const ksfax::FeatureRecord& feature, const ksfax::OptionRecord& option) {
-    Touch(option.Name);
-    Touch(option.Translation);
-    Touch(option.Invocation);
-    switch (feature.Kind) {
-    case ksfax::FeatureKind::PageSize:
-        Touch(AsPaper(option).PageSizeLInvocation);
-        Touch(AsPaper(option).PageRegionInvocation);
-        touched = touched + AsPaper(option).ImageableAreaLExtra[1];
-        break;
-    case ksfax::FeatureKind::InputSlot:
-        touched = touched + AsSlot(option).RequiresPageRegion;
-        break;
-    case ksfax::FeatureKind::Resolution:
-        Touch(AsResolution(option).JCLResolutionInvocation);
-        Touch(AsResolution(option).SetResolutionInvocation);
-        break;
-    case ksfax::FeatureKind::VMOption:
-        touched = touched + AsMemory(option).MemoryAmount;
-        break;
-    default:
-        break;
+// Follows every reference of a loaded description.
+class InsideWalk {
+  public:
+    explicit InsideWalk(const ksfax::PrinterDescription& description)
+        : begin_(reinterpret_cast<uintptr_t>(&description)), end_(begin_ + description.TotalSize) {}
+
+    void Follow(const ksfax::PrinterDescription& d) {
+        using namespace ksfax;
+        for (const Ref<char> text :
+             {d.NickName, d.Password, d.ExitServer, d.CustomPageSizeCode, d.JCLBegin, d.JCLEnd,
+              d.JCLToPSInterpreter, d.SleepMode, d.DefaultLanguage}) {
+            String(text);
+        }
+        if (d.PpdFileName) {
+            const WCHAR* text = d.PpdFileName.Target();
+            do {
+                Demand(Holds(text, sizeof(*text)));
+            } while (*text++ != 0);
+        }
+        FollowTable(d.OrderDependencies);
+        FollowTable(d.UIConstraints);
+        uint32_t groups[2] = {};
+        for (const FeatureRecord& feature : ListOf(d.Features)) {
+            Demand(Holds(&feature, sizeof(feature)) && feature.Installable <= 1);
+            Demand(feature.Index == groups[feature.Installable]++);
+            Name(feature.Name);
+            String(feature.Translation);
+            FollowOptions(feature);
+        }
+        Demand(groups[0] == d.DocumentFeatureCount && groups[1] == d.InstallableFeatureCount);
+        for (const DeviceFontRecord& font : ListOf(d.DeviceFonts)) {
+            Demand(Holds(&font, sizeof(font)));
+            Name(font.Name);
+            String(font.Description);
+        }
     }
-}
+
+  private:
+    void FollowOptions(const ksfax::FeatureRecord& feature) {
+        using namespace ksfax;
+        for (const OptionRecord& option : ListOf(feature.Options)) {
+            Demand(Holds(&option, feature.OptionSize));
+            Name(option.Name);
+            String(option.Translation);
+            String(option.Invocation);
+            if (feature.Kind == FeatureKind::PageSize) {
+                Demand(feature.OptionSize == sizeof(PaperOptionRecord));
+                String(AsPaper(option).PageSizeLInvocation);
+                String(AsPaper(option).PageRegionInvocation);
+            } else if (feature.Kind == FeatureKind::Resolution) {
+                Demand(feature.OptionSize == sizeof(ResolutionOptionRecord));
+                String(AsResolution(option).JCLResolutionInvocation);
+                String(AsResolution(option).SetResolutionInvocation);
+            }
+        }
+    }
+    template <typename Table>
+    void FollowTable(ksfax::Ref<Table> reference) {
+        if (const Table* table = reference.Target()) {
+            Demand(Holds(table, sizeof(*table)));
+            Demand(table->Count == 0 ||
+                   Holds(table->Entries(), table->Count * sizeof(*table->Entries())));
+        }
+    }
+    void Name(ksfax::Ref<char> text) {
+        Demand(static_cast<bool>(text));
+        String(text);
+    }
+    void String(ksfax::Ref<char> text) {
+        if (text) {
+            Demand(Holds(text.Target(), 1) &&
+                   std::memchr(text.Target(), 0, end_ - text.value) != nullptr);
+        }
+    }
+    // Each piece is led to once, so lists end while there are bytes to pay for them.
+    bool Holds(const void* piece, size_t bytes) {
+        const auto place = reinterpret_cast<uintptr_t>(piece);
+        paid_ += bytes;
+        return place >= begin_ + sizeof(ksfax::PrinterDescription) && place <= end_ &&
+               bytes <= end_ - place && paid_ <= end_ - begin_;
+    }
+
+    uintptr_t begin_;
+    uintptr_t end_;
+    size_t paid_ = 0;
+};
 
 inline void AskEverything(const ksfax::PrinterDescription& description) {
     using namespace ksfax;
-    if (const WCHAR* path = description.PpdFileName.Target()) {
-        while (*path != 0) {
-            ++path;
-        }
-    }
-    for (const Ref<char> text :
-         {description.NickName, description.Password, description.ExitServer,
-          description.CustomPageSizeCode, description.JCLBegin, description.JCLEnd,
-          description.JCLToPSInterpreter, description.SleepMode, description.DefaultLanguage}) {
-        Touch(text);
-    }
+    InsideWalk(description).Follow(description);
     for (const FeatureRecord& feature : ListOf(description.Features)) {
-        Touch(feature.Name);
-        Touch(feature.Translation);
-        for (const OptionRecord& option : ListOf(feature.Options)) {
-            TouchOption(feature, option);
-        }
         touched = touched + GetDefaultOptionValue(feature);
-    }
-    for (const DeviceFontRecord& font : ListOf(description.DeviceFonts)) {
-        Touch(font.Name);
-        Touch(font.Description);
-    }
-    if (const OrderDependencyTable* orders = description.OrderDependencies.Target()) {
-        for (uint16_t i = 0; i < orders->Count; ++i) {
-            touched = touched + orders->Entries()[i].Section;
-        }
     }
 
     // As many selections as the records of the driver hold.

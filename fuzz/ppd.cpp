@@ -1,7 +1,6 @@
 // Any bytes as a PPD: they load or fail. What loads is a sound block, the same with and without
 // an observer, and answers every lookup.
 
-#include <cstdlib>
 #include <cstring>
 
 #include "platform/crc16.h"
@@ -13,11 +12,7 @@
 
 namespace {
 
-void Demand(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
+using fuzz::Demand;
 
 ksfax::PrinterDescription* Pack(std::string_view text, const ksfax::ParseObserver* observer) {
     ksfax::ParseState* state = ksfax::ParsePpdText(text, TEXT("C:\\P.PPD"), observer);
@@ -40,9 +35,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 Demand(report.line != 0 && report.badLine != 0);
                 fuzz::touched = fuzz::touched + report.keyword.size() + report.value.size();
             },
-        .packed = [](void*, const ksfax::PackReport& report) {
-            fuzz::touched = fuzz::touched + report.feature.size() + report.option.size();
-        },
+        .packed =
+            [](void*, const ksfax::PackReport& report) {
+                fuzz::touched = fuzz::touched + report.feature.size() + report.option.size();
+            },
         .cacheUsed = nullptr};
     const platform::GlobalBlock block(Pack(text, nullptr));
     const platform::GlobalBlock watched(Pack(text, &observer));
