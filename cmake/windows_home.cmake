@@ -4,9 +4,13 @@ enable_language(RC)
 # Nothing of the compiler lies beside the DLL on the user's machine.
 set(STATIC_RUNTIME -static -static-libgcc -static-libstdc++)
 
-add_library(KSFAXUI SHARED ${DRIVER_SOURCES} resources/ksfaxui.rc resources/ksfaxui.def)
+# Guards before return addresses, and copies checked where the room is known; stack_guard.cpp is
+# what the checks call.
+add_library(KSFAXUI SHARED ${DRIVER_SOURCES} platform/windows/stack_guard.cpp
+  resources/ksfaxui.rc resources/ksfaxui.def)
 target_compile_options(KSFAXUI PRIVATE
-  $<$<COMPILE_LANGUAGE:CXX>:${DRIVER_OPTIONS} -ffunction-sections -fdata-sections>)
+  $<$<COMPILE_LANGUAGE:CXX>:${DRIVER_OPTIONS} -ffunction-sections -fdata-sections
+    -fstack-protector-strong -D_FORTIFY_SOURCE=2>)
 target_compile_definitions(KSFAXUI PRIVATE UNICODE _UNICODE)
 # --exclude-all-symbols: what the .def file names and nothing else.
 # --no-insert-timestamp: the same sources give the same bytes.

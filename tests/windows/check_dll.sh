@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# check_dll.sh DLL DEF: reads the headers of the shipped DLL and tells what a user's machine
-# would suffer from. The last line is 'N passed, N failed'; the exit code is 1 when one failed.
+# check_dll.sh DLL DEF OBJECTS: reads the headers of the shipped DLL, and the object files in the
+# folder OBJECTS that it was made of, and tells what a user's machine would suffer from. The last
+# line is 'N passed, N failed'; the exit code is 1 when one failed.
 set -uo pipefail
-dll=$1 def=$2
+dll=$1 def=$2 objects=$3
 objdump=x86_64-w64-mingw32-objdump
 headers=$($objdump -p "$dll") && sections=$($objdump -h "$dll") || exit 1
 
@@ -24,6 +25,21 @@ windows='kernel32|user32|gdi32|advapi32|shell32|ole32|comctl32|msvcrt|ntdll|wins
 check "imports that Windows does not bring" \
     "$(awk '/DLL Name:/ { print $3 }' <<<"$headers" | grep -viE "^($windows)(\.dll)?$" | paste -sd' ')"
 
+# Nor anything that came along with the compiler's libraries, such as an exception runtime: what is
+# imported is called by the module's own code, or by the little C code that starts a DLL.
+start='Sleep|TlsGetValue|VirtualProtect|__iob_func|_amsg_exit|_initterm|_lock|_unlock|abort|calloc|free|fwrite|realloc|strncmp|vfprintf'
+called=$(find "$objects" -name '*.obj' -exec x86_64-w64-mingw32-nm -u {} + |
+    awk '$1 == "U" { sub(/^__imp_/, "", $2); print $2 }' | sort -u)
+imported=$(awk '/DLL Name:/ { table = 1; next } table && NF == 3 && $1 ~ /^[0-9a-f]+$/ { print $3 }' \
+    <<<"$headers" | sort -u)
+check "imports that the module does not call" \
+    "$(comm -23 <(echo "$imported") <(echo "$called") | grep -vxE "$start" | paste -sd' ')"
+check "nothing imported, or nothing called" "$([[ -n $imported && -n $called ]] || echo 'not found')"
+
+# The stack protector ends the process by this instruction.
+check "no stack protector" \
+    "$(grep -qx __stack_chk_fail <<<"$called" && (( $($objdump -d "$dll" | grep -c 'int *\$0x29') )) || echo 'not found')"
+
 missing=''
 for flag in HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT; do
     grep -qw "$flag" <<<"$headers" || missing+="$flag "
@@ -36,8 +52,8 @@ check "sections both writable and executable" \
     "$(awk '/^ +[0-9]+ / { name = $2; next } /CODE/ && !/READONLY/ { print name }' <<<"$sections" | paste -sd' ')"
 check "debug sections" "$(awk '$2 ~ /^\.debug/ { print $2 }' <<<"$sections" | paste -sd' ')"
 
-# The static C++ library's streams and locales weigh about a megabyte: they came along by mistake.
-size=$(stat -c %s "$dll") limit=$((768 * 1024))
+# The static C++ library's exceptions weigh about as much as the module: they came along by mistake.
+size=$(stat -c %s "$dll") limit=$((256 * 1024))
 check "bytes, more than $limit" "$( ((size > limit)) && echo "$size")"
 
 echo "$passed passed, $failed failed"
