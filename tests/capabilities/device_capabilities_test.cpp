@@ -76,7 +76,10 @@ std::string Ask(FaxMachine& fax, const std::string& question) {
     const size_t items = count == GDI_ERROR || ItemSize(index) == 0 ? 0 : count;
     const size_t written = index == DC_FILEDEPENDENCIES ? sizeof(WCHAR) : items * ItemSize(index);
     RecordBytes output(written + 200, 0xEE);
+    fax.machine.faults.Count();
     EXPECT_EQ(ask(output.data()), count);
+    EXPECT_EQ(std::ranges::count(fax.machine.faults.names(), "CreateFileW"), 0) << "it is cached";
+    fax.machine.faults.Clear();
     EXPECT_EQ(std::count(output.begin() + static_cast<ptrdiff_t>(written), output.end(), 0xEE),
               200);
     EXPECT_TRUE(index != DC_FILEDEPENDENCIES || (output[0] | output[1]) == 0);

@@ -108,7 +108,10 @@ std::string AnswerTo(const std::string& question) {
             ADD_FAILURE() << word;
         }
     }
+    Ask(printer.get(), job);
+    fax.machine.faults.Count();
     const Refusal refusal = Ask(printer.get(), job);
+    EXPECT_EQ(std::ranges::count(fax.machine.faults.names(), "MapViewOfFile"), 0) << "it is cached";
     // The job learns its form's name.
     const std::u16string form(AsDevMode(job)->dmFormName);
     return refusal.canPrint ? "can print on " + std::string(form.begin(), form.end())

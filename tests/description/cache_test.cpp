@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "description/conflicts.h"
 #include "tests/description/ppd_text.h"
 #include "tests/faults.h"
 #include "tests/golden.h"
@@ -159,6 +160,7 @@ TEST_F(CacheFile, IsRefusedWhenItDoesNotFitOrLeavesTheBlock) {
         Write("P.PDC", bytes);
         const bool isUsed = UsesCache();
         EXPECT_TRUE(loaded && FeatureOf(*loaded, FeatureKind::Paper) == nullptr) << question;
+        EXPECT_EQ(ResolveInstallableConflicts(*loaded, {}), 1) << question;
         EXPECT_EQ(Read("P.PDC"), isUsed ? bytes : good) << question;
         return std::string(isUsed ? "used" : "refused");
     };

@@ -34,8 +34,8 @@ inline DescriptionPtr PackText(std::string_view text, const ParseObserver* obser
 }
 
 // The same, found sound and relocated for the lookups.
-inline DescriptionPtr LoadText(std::string_view text) {
-    DescriptionPtr block = PackText(text);
+inline DescriptionPtr LoadText(std::string_view text, const ParseObserver* observer = nullptr) {
+    DescriptionPtr block = PackText(text, observer);
     if (block) {
         EXPECT_TRUE(IsSoundBlock(block.get(), block->TotalSize)) << text;
         RelocateDescription(block.get());

@@ -86,7 +86,8 @@ std::string Unescaped(std::string line) {
 
 TEST(PpdReader, SaysWhatIsRecorded) {
     embedded::Machine machine;
-    for (const std::string name : {"statements", "values", "keywords", "forms", "words", "rules"}) {
+    for (const std::string name :
+         {"statements", "values", "keywords", "forms", "words", "rules", "many"}) {
         const std::string path = "description/" + name + ".txt";
         std::ifstream file(SOURCE_FOLDER "/tests/golden/" + path);
         std::string all;
