@@ -248,20 +248,29 @@ TEST_F(UserInterface, TakesPaperOrientationAndResolutionFromTheSheet) {
     EXPECT_EQ(faxResolution(), 0u);
 }
 
+// In a mirrored sheet, where x counts from the right.
 TEST_F(UserInterface, LocksThePaperWithoutPermission) {
-    bool paper = true, orientation = true, resolution = false;
+    bool paper = true, orientation = true, resolution = false, isMirrored = false;
+    RECT help = {}, restore = {};
+    SetProcessDefaultLayout(LAYOUT_RTL);
     EXPECT_EQ(OpenSheet(
                   [&](HWND sheet) {
                       const HWND page = PageOf(sheet);
                       paper = IsWindowEnabled(GetDlgItem(page, kPaperList));
                       orientation = IsWindowEnabled(GetDlgItem(page, kLandscape));
                       resolution = IsWindowEnabled(GetDlgItem(page, k200x100));
+                      isMirrored = GetWindowLongW(page, GWL_EXSTYLE) & WS_EX_LAYOUTRTL;
+                      GetWindowRect(GetDlgItem(page, kHelpButton), &help);
+                      GetWindowRect(GetDlgItem(page, kDefaultButton), &restore);
                   },
                   DM_NOPERMISSION),
               IDCANCEL);
+    SetProcessDefaultLayout(0);
     EXPECT_FALSE(paper);
     EXPECT_FALSE(orientation);
     EXPECT_TRUE(resolution);
+    EXPECT_TRUE(isMirrored);
+    EXPECT_TRUE(EqualRect(&help, &restore)) << help.left << ", " << restore.left;
 }
 
 TEST_F(UserInterface, TellsAboutItself) {
