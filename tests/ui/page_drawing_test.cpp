@@ -42,26 +42,13 @@ class PageDrawing : public tests::UiMachine {
     const embedded::Bitmap& Pixels(HBITMAP bitmap) {
         return *fax.machine.graphics().BitmapOf(bitmap);
     }
-    // The target with the item filled, or not, and that bitmap of the module in its corner, the
-    // dialog's colour where the bitmap's background was.
-    embedded::Bitmap Expected(bool isFilled, WORD number) {
-        const COLORREF face = fax.machine.graphics().systemColors[COLOR_BTNFACE];
-        embedded::Bitmap all(kWidth, kHeight, 32, kTarget);
-        for (LONG y = kItem.top; isFilled && y < kItem.bottom; ++y) {
-            std::fill(&all.At(kItem.left, y), &all.At(kItem.right, y), face);
+    // Of what the target shows.
+    uint32_t Checksum() {
+        uint32_t sum = 2166136261;
+        for (const uint32_t pixel : Pixels(bitmap_).pixels) {
+            sum = (sum ^ pixel) * 16777619;
         }
-        if (number != 0) {
-            const HBITMAP handle = LoadBitmapW(ownModule, MAKEINTRESOURCEW(number));
-            const embedded::Bitmap picture = Pixels(handle);
-            DeleteObject(handle);
-            EXPECT_EQ(picture.At(0, 0), number == 13152 ? RGB(192, 192, 192) : kMagenta);
-            for (int at = 0; at < picture.width * picture.height; ++at) {
-                const uint32_t pixel = picture.At(at % picture.width, at / picture.width);
-                all.At(kItem.left + at % picture.width, kItem.top + at / picture.width) =
-                    pixel == picture.At(0, 0) ? face : pixel;
-            }
-        }
-        return all;
+        return sum;
     }
 
     HDC target = CreateCompatibleDC(nullptr);
@@ -75,25 +62,24 @@ TEST_F(PageDrawing, ShowsWhatBelongsOnEachItem) {
     const struct {
         UINT id;
         short orientation;
-        bool isFilled;
-        WORD bitmap;
         UINT type = ODT_BUTTON;
     } rows[] = {
-        {166, DMORIENT_PORTRAIT, true, 13052},
-        {166, DMORIENT_LANDSCAPE, true, 13053},
-        {166, 0, true, 0},
-        {166, 3, true, 0},
-        {533, 0, true, 13152},
-        {9999, DMORIENT_PORTRAIT, true, 0},
-        {10000, DMORIENT_PORTRAIT, false, 0},
-        {166, DMORIENT_PORTRAIT, false, 0, kMenuItem},
+        {166, DMORIENT_PORTRAIT},
+        {166, DMORIENT_LANDSCAPE},
+        {166, 0},
+        {166, 3},
+        {533, 0},
+        {9999, DMORIENT_PORTRAIT},
+        {10000, DMORIENT_PORTRAIT},
+        {166, DMORIENT_PORTRAIT, kMenuItem},
     };
     for (const auto& row : rows) {
         Clear();
         DrawItem(row.id, row.orientation, row.type);
-        EXPECT_TRUE(Pixels(bitmap_) == Expected(row.isFilled, row.bitmap))
-            << row.id << row.orientation;
+        text += std::to_string(row.id) + ", type " + std::to_string(row.type) + ", orientation " +
+                std::to_string(row.orientation) + ": checksum " + std::to_string(Checksum()) + "\n";
     }
+    EXPECT_TRUE(IsRecorded("ui/pictures.txt", text));
 }
 
 TEST_F(PageDrawing, LeavesTheKeyColourOutAndTheBitmapAsItWas) {
@@ -127,8 +113,11 @@ gggggg
 
 // Without what it takes to draw the picture the item is filled, no more.
 TEST_F(PageDrawing, ShowsAPictureWholeOrNotAtAllWhateverFails) {
-    const embedded::Bitmap picture = Expected(true, 13052);
-    const embedded::Bitmap filled = Expected(true, 0);
+    Clear();
+    DrawItem(9999, DMORIENT_PORTRAIT);
+    const embedded::Bitmap filled = Pixels(bitmap_);
+    DrawItem(166, DMORIENT_PORTRAIT);
+    const embedded::Bitmap picture = Pixels(bitmap_);
     UnderFaults(fax.machine,
                 {.prepare = [&] { Clear(); },
                  .act = [&] { DrawItem(166, DMORIENT_PORTRAIT); },
