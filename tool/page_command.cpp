@@ -61,8 +61,7 @@ ordered_json DescribeControl(embedded::Machine& machine, HWND control) {
 }
 
 PageSeen LookAt(embedded::Machine& machine, embedded::PropertySheet& sheet) {
-    PageSeen seen{.tab = Utf8(sheet.tabs().at(0)),
-                  .picture = machine.windows().Picture(sheet.page())};
+    PageSeen seen{.tab = Utf8(sheet.tab()), .picture = machine.windows().Picture(sheet.page())};
     for (const HWND control : machine.windows().Descendants(sheet.page())) {
         if (IsWindowVisible(control)) {
             seen.controls.push_back(DescribeControl(machine, control));

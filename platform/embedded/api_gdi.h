@@ -46,7 +46,6 @@ struct COLORADJUSTMENT {
 static_assert(sizeof(COLORADJUSTMENT) == 24);
 
 // ---- Objects and contexts ----
-constexpr int NULL_BRUSH = 5;
 constexpr int NULL_PEN = 8;
 constexpr int BLACK_PEN = 7;
 constexpr int WHITE_BRUSH = 0;
@@ -71,13 +70,14 @@ HGDIOBJ GetStockObject(int object);
 // Style PS_SOLID; width 0 or 1.
 HPEN CreatePen(int style, int width, COLORREF color);
 HBRUSH CreateSolidBrush(COLORREF color);
-// One plane of 1 bit (all 0) or 32 bits (all black), without initial bits.
+// One plane of 1 bit (all 0) or 32 bits (all black), without initial bits. On 1 bit white stores 1
+// and any other colour 0.
 HBITMAP CreateBitmap(int width, int height, UINT planes, UINT bitsPerPixel, const void* bits);
 // As deep as what is selected into `context`: 32 bits for a window's, 1 for a fresh memory context.
 HBITMAP CreateCompatibleBitmap(HDC context, int width, int height);
-// A bitmap resource as a 32-bit bitmap. Uncompressed, 1, 4, 8 or 24 bits a pixel.
+// A bitmap resource as a 32-bit bitmap. Uncompressed, 4 bits a pixel, with all 16 colours.
 HBITMAP LoadBitmapW(HINSTANCE instance, LPCWSTR name);
-// Bitmaps alone; `object` may be null to ask for the size.
+// Bitmaps alone.
 int GetObjectW(HANDLE handle, int bytes, LPVOID object);
 // FALSE for an object that is selected into a context, which stays.
 BOOL DeleteObject(HGDIOBJ object);
@@ -101,7 +101,6 @@ int SetMapMode(HDC context, int mode);
 BOOL DPtoLP(HDC context, POINT* points, int count);
 constexpr int NULLREGION = 1;
 constexpr int SIMPLEREGION = 2;
-constexpr int COMPLEXREGION = 3;
 // The smallest rectangle around what may be drawn, in the context's coordinates.
 int GetClipBox(HDC context, RECT* box);
 
@@ -113,6 +112,7 @@ BOOL Rectangle(HDC context, int left, int top, int right, int bottom);
 // Filled by the alternate rule.
 BOOL Polygon(HDC context, const POINT* points, int count);
 COLORREF SetPixel(HDC context, int x, int y, COLORREF color);
+// 0 or 1 of a monochrome bitmap.
 COLORREF GetPixel(HDC context, int x, int y);
 // `brush` may also be a system colour's number plus 1.
 int FillRect(HDC context, const RECT* rect, HBRUSH brush);
@@ -133,6 +133,7 @@ constexpr UINT DT_VCENTER = 0x0004;
 constexpr UINT DT_WORDBREAK = 0x0010;
 constexpr UINT DT_SINGLELINE = 0x0020;
 constexpr UINT DT_NOPREFIX = 0x0800;
-// The flags above. The text's height; 0 for a flag that is not among them.
+// The flags above; a line ends at a line feed. The text's height; 0 for a flag that is not among
+// them.
 int DrawTextW(HDC context, LPCWSTR text, int length, RECT* rect, UINT format);
 BOOL GetTextExtentPoint32W(HDC context, LPCWSTR text, int length, SIZE* size);

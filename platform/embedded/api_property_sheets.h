@@ -22,10 +22,6 @@ constexpr DWORD CPSUI_CANCEL = 0;
 constexpr DWORD CPSUI_OK = 1;
 constexpr LONG ERR_CPSUI_GETLASTERROR = -1;
 constexpr LONG ERR_CPSUI_ALLOCMEM_FAILED = -2;
-constexpr LONG ERR_CPSUI_INVALID_PDATA = -3;
-
-using PFNCOMPROPSHEET = LONG_PTR(CALLBACK*)(HANDLE sheet, UINT function, LPARAM first,
-                                            LPARAM second);
 
 struct PROPSHEETUI_INFO {
     WORD cbSize;
@@ -55,7 +51,6 @@ struct PROPSHEETUI_INFO_HEADER {
         ULONG_PTR IconID;
     };
 };
-using PPROPSHEETUI_INFO_HEADER = PROPSHEETUI_INFO_HEADER*;
 static_assert(sizeof(PROPSHEETUI_INFO_HEADER) == 40);
 
 struct SETRESULT_INFO {
@@ -64,7 +59,6 @@ struct SETRESULT_INFO {
     HANDLE hSetResult;
     LRESULT Result;
 };
-using PSETRESULT_INFO = SETRESULT_INFO*;
 static_assert(sizeof(SETRESULT_INFO) == 24);
 
 struct INSERTPSUIPAGE_INFO {

@@ -30,7 +30,6 @@ constexpr DWORD ERROR_INVALID_WINDOW_HANDLE = 1400;
 constexpr DWORD ERROR_CANNOT_FIND_WND_CLASS = 1407;
 constexpr DWORD ERROR_CLASS_ALREADY_EXISTS = 1410;
 constexpr DWORD ERROR_CLASS_DOES_NOT_EXIST = 1411;
-constexpr DWORD ERROR_CLASS_HAS_WINDOWS = 1412;
 constexpr DWORD ERROR_INVALID_INDEX = 1413;
 constexpr DWORD ERROR_CONTROL_ID_NOT_FOUND = 1421;
 constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
@@ -43,13 +42,6 @@ constexpr UINT CS_GLOBALCLASS = 0x4000;
 constexpr DWORD WS_OVERLAPPED = 0x00000000;
 constexpr DWORD WS_TABSTOP = 0x00010000;
 constexpr DWORD WS_GROUP = 0x00020000;
-constexpr DWORD WS_SYSMENU = 0x00080000;
-constexpr DWORD WS_VSCROLL = 0x00200000;
-constexpr DWORD WS_DLGFRAME = 0x00400000;
-constexpr DWORD WS_BORDER = 0x00800000;
-constexpr DWORD WS_CAPTION = 0x00C00000;
-constexpr DWORD WS_CLIPCHILDREN = 0x02000000;
-constexpr DWORD WS_CLIPSIBLINGS = 0x04000000;
 constexpr DWORD WS_DISABLED = 0x08000000;
 constexpr DWORD WS_VISIBLE = 0x10000000;
 constexpr DWORD WS_CHILD = 0x40000000;
@@ -95,45 +87,45 @@ inline const LPCWSTR IDC_ARROW = MAKEINTRESOURCEW(32512);
 // The standard arrow, which is not counted.
 HCURSOR LoadCursorW(HINSTANCE instance, LPCWSTR name);
 ATOM RegisterClassW(const WNDCLASSW* windowClass);
+// Its windows live on, where Windows refuses to unregister a class that has some.
 BOOL UnregisterClassW(LPCWSTR name, HINSTANCE instance);
 
-// Class names, not atoms. `menu` is a child window's identifier.
+// Class names, not atoms; no extended style. `menu` is a child window's identifier. A new window
+// hears WM_NCCREATE, WM_CREATE and, when it is visible, WM_SHOWWINDOW; none is told of its size
+// or place.
 HWND CreateWindowExW(DWORD exStyle, LPCWSTR className, LPCWSTR text, DWORD style, int x, int y,
                      int width, int height, HWND parent, HMENU menu, HINSTANCE instance,
                      LPVOID parameter);
+// With its children; windows that it owns stay.
 BOOL DestroyWindow(HWND window);
 BOOL IsWindow(HWND window);
 LRESULT DefWindowProcW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 // 0 for a window that is not there.
 LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
-constexpr int GWLP_WNDPROC = -4;
-constexpr int GWLP_HINSTANCE = -6;
 constexpr int GWLP_HWNDPARENT = -8;
 constexpr int GWL_ID = -12;
 constexpr int GWL_STYLE = -16;
-constexpr int GWL_EXSTYLE = -20;
-constexpr int GWLP_USERDATA = -21;
 constexpr int DWLP_MSGRESULT = 0;
 constexpr int DWLP_DLGPROC = 8;
 constexpr int DWLP_USER = 16;
+// The numbers above and, by offsets that are multiples of 8, the extra bytes. The style and the
+// extra bytes can be set.
 LONG GetWindowLongW(HWND window, int index);
 LONG SetWindowLongW(HWND window, int index, LONG value);
 LONG_PTR GetWindowLongPtrW(HWND window, int index);
 LONG_PTR SetWindowLongPtrW(HWND window, int index, LONG_PTR value);
 int GetClassNameW(HWND window, LPWSTR name, int characters);
 BOOL SetWindowTextW(HWND window, LPCWSTR text);
-int GetWindowTextW(HWND window, LPWSTR text, int characters);
 
 // A popup's owner or a child's parent.
 HWND GetParent(HWND window);
 // Children and theirs, in creation order; those of the moment of the call.
 BOOL EnumChildWindows(HWND parent, WNDENUMPROC callback, LPARAM parameter);
 
+// As large as the window: none has a frame.
 BOOL GetClientRect(HWND window, RECT* rect);
 BOOL GetWindowRect(HWND window, RECT* rect);
-BOOL ScreenToClient(HWND window, POINT* point);
-BOOL ClientToScreen(HWND window, POINT* point);
 // Null for the screen. How far the points moved, in two words. No window is mirrored here, where
 // two points would be a rectangle whose sides change places.
 int MapWindowPoints(HWND from, HWND to, POINT* points, UINT count);
@@ -141,7 +133,6 @@ BOOL MoveWindow(HWND window, int x, int y, int width, int height, BOOL repaint);
 BOOL PtInRect(const RECT* rect, POINT point);
 
 constexpr int SW_HIDE = 0;
-constexpr int SW_SHOWNORMAL = 1;
 constexpr int SW_SHOW = 5;
 // Whether the window was visible.
 BOOL ShowWindow(HWND window, int command);
@@ -150,13 +141,11 @@ BOOL IsWindowVisible(HWND window);
 BOOL EnableWindow(HWND window, BOOL enable);
 BOOL IsWindowEnabled(HWND window);
 HWND GetActiveWindow();
-// The window that had the focus.
+// The window that had the focus. Neither is told, and nothing looks different.
 HWND SetFocus(HWND window);
-HWND GetFocus();
-// The window that had the mouse.
+// The window that had the mouse, which is not told.
 HWND SetCapture(HWND window);
 BOOL ReleaseCapture();
-HWND GetCapture();
 
 // Sends WM_TIMER; `callback` must be null. The clock is the machine's.
 UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT milliseconds, TIMERPROC callback);
@@ -171,6 +160,7 @@ struct PAINTSTRUCT {
     BYTE rgbReserved[32];
 };
 static_assert(sizeof(PAINTSTRUCT) == 72);
+// The smallest rectangle around all that is invalid is painted.
 HDC BeginPaint(HWND window, PAINTSTRUCT* paint);
 BOOL EndPaint(HWND window, const PAINTSTRUCT* paint);
 BOOL InvalidateRect(HWND window, const RECT* rect, BOOL erase);
@@ -180,51 +170,40 @@ COLORREF GetSysColor(int index);
 // ---- Messages ----
 constexpr UINT WM_CREATE = 0x0001;
 constexpr UINT WM_DESTROY = 0x0002;
-constexpr UINT WM_MOVE = 0x0003;
-constexpr UINT WM_SIZE = 0x0005;
-constexpr UINT WM_SETFOCUS = 0x0007;
-constexpr UINT WM_KILLFOCUS = 0x0008;
 constexpr UINT WM_ENABLE = 0x000A;
 constexpr UINT WM_SETREDRAW = 0x000B;
 constexpr UINT WM_SETTEXT = 0x000C;
-constexpr UINT WM_GETTEXT = 0x000D;
-constexpr UINT WM_GETTEXTLENGTH = 0x000E;
 constexpr UINT WM_PAINT = 0x000F;
 constexpr UINT WM_ERASEBKGND = 0x0014;
 constexpr UINT WM_SHOWWINDOW = 0x0018;
 constexpr UINT WM_CANCELMODE = 0x001F;
 constexpr UINT WM_DRAWITEM = 0x002B;
 constexpr UINT WM_SETFONT = 0x0030;
-constexpr UINT WM_GETFONT = 0x0031;
 constexpr UINT WM_NOTIFY = 0x004E;
 constexpr UINT WM_HELP = 0x0053;
 constexpr UINT WM_CONTEXTMENU = 0x007B;
 constexpr UINT WM_NCCREATE = 0x0081;
 constexpr UINT WM_NCDESTROY = 0x0082;
-constexpr UINT WM_GETDLGCODE = 0x0087;
 constexpr UINT WM_INITDIALOG = 0x0110;
 constexpr UINT WM_COMMAND = 0x0111;
 constexpr UINT WM_TIMER = 0x0113;
 constexpr UINT WM_HSCROLL = 0x0114;
 constexpr UINT WM_VSCROLL = 0x0115;
-constexpr UINT WM_CTLCOLOREDIT = 0x0133;
-constexpr UINT WM_CTLCOLORLISTBOX = 0x0134;
-constexpr UINT WM_CTLCOLORBTN = 0x0135;
 constexpr UINT WM_CTLCOLORDLG = 0x0136;
 constexpr UINT WM_CTLCOLORSTATIC = 0x0138;
 constexpr UINT WM_MOUSEMOVE = 0x0200;
 constexpr UINT WM_LBUTTONDOWN = 0x0201;
 constexpr UINT WM_LBUTTONUP = 0x0202;
 constexpr UINT WM_LBUTTONDBLCLK = 0x0203;
-constexpr UINT WM_CAPTURECHANGED = 0x0215;
 constexpr UINT WM_USER = 0x0400;
 
 constexpr int SB_LINEUP = 0;
 constexpr int SB_LINEDOWN = 1;
 constexpr int SB_THUMBTRACK = 5;
 
-// ---- Dialogs and controls: dialogs, and the classes "Button" (push buttons, radio buttons,
-// check boxes, group boxes, owner-drawn buttons), "Static" (text) and "ComboBox" (drop-down lists).
+// ---- Dialogs and controls: dialogs of the plain template form, and the classes "Button" (push
+// buttons, automatic radio buttons, owner-drawn buttons), "Static" (text) and "ComboBox" (drop-down
+// lists, not sorted). Another kind of control is not made, nor the dialog that has it.
 constexpr int IDCANCEL = 2;
 
 // Shows the template's dialog and runs it until EndDialog, the machine's scripted user
@@ -235,7 +214,6 @@ BOOL EndDialog(HWND dialog, INT_PTR result);
 HWND GetDlgItem(HWND dialog, int id);
 LRESULT SendDlgItemMessageW(HWND dialog, int id, UINT message, WPARAM wParam, LPARAM lParam);
 BOOL SetDlgItemTextW(HWND dialog, int id, LPCWSTR text);
-UINT GetDlgItemTextW(HWND dialog, int id, LPWSTR text, int characters);
 BOOL CheckRadioButton(HWND dialog, int first, int last, int checked);
 UINT IsDlgButtonChecked(HWND dialog, int id);
 
@@ -254,16 +232,12 @@ constexpr UINT CB_GETCURSEL = 0x0147;
 constexpr UINT CB_GETLBTEXT = 0x0148;
 constexpr UINT CB_GETLBTEXTLEN = 0x0149;
 constexpr UINT CB_RESETCONTENT = 0x014B;
-constexpr UINT CB_SELECTSTRING = 0x014D;
 constexpr UINT CB_SETCURSEL = 0x014E;
 constexpr UINT CB_GETITEMDATA = 0x0150;
 constexpr UINT CB_SETITEMDATA = 0x0151;
 
 constexpr UINT ODT_BUTTON = 4;
-constexpr UINT ODA_DRAWENTIRE = 1;
-constexpr UINT ODS_SELECTED = 0x0001;
-constexpr UINT ODS_DISABLED = 0x0004;
-constexpr UINT ODS_FOCUS = 0x0010;
+// The action and the state of the item are 0.
 struct DRAWITEMSTRUCT {
     UINT CtlType;
     UINT CtlID;

@@ -139,8 +139,8 @@ Machine::Machine(MachineSetup setup) : setup_(std::move(setup)) {
     resources_ = std::make_unique<Resources>(*this);
     spooler_ = std::make_unique<Spooler>(*this);
     registry_ = std::make_unique<Registry>();
-    graphics_ = std::make_unique<Graphics>(*this);
-    windows_ = std::make_unique<Windows>(*this);
+    graphics_ = std::make_unique<Graphics>();
+    windows_ = std::make_unique<Windows>();
     current = this;
 }
 

@@ -103,6 +103,8 @@ struct KernelObject : Object {};
 // fails with ERROR_INVALID_HANDLE. Values fit in 32 bits, as on Windows.
 class HandleTable {
   public:
+    // Handles begin behind `base`.
+    explicit HandleTable(uintptr_t base = 0) : last_(base) {}
     HANDLE Insert(std::shared_ptr<Object> object);
     // Null unless the handle is open and names a `Kind`.
     template <typename Kind>
@@ -138,7 +140,7 @@ class HandleTable {
 
     mutable std::mutex mutex_;
     std::unordered_map<uintptr_t, std::shared_ptr<Object>> open_;
-    uintptr_t last_ = 0;
+    uintptr_t last_;
 };
 
 struct MessageBoxShown {

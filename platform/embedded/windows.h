@@ -5,14 +5,14 @@
 // dialogs and controls.
 //
 // Every top-level window draws on a surface of its own, as if nothing lay in front of it.
-// Messages are sent and never queued: painting and timers happen in Settle() and Advance(), and
-// in a modal dialog before its user acts. One thread drives the windows; GetActiveWindow,
-// GetParent and GetClassNameW may be called on any.
+// A window is all client area: none has a caption or a frame. Messages are sent and never queued:
+// painting and timers happen in Settle() and Advance(), and in a modal dialog before its user
+// acts. One thread drives the windows; GetActiveWindow, GetParent and GetClassNameW may be called
+// on any.
 //
 // Windows are placed by the driver in pixels of a screen with 96 dots per inch.
 
 #include <atomic>
-#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -39,7 +39,7 @@ struct PropertySheetHost;
 
 class Windows {
   public:
-    explicit Windows(Machine& machine);
+    Windows();
     ~Windows();
 
     // ---- The user ----
@@ -54,7 +54,7 @@ class Windows {
     void PressMouse(POINT at);
     void MoveMouse(POINT at);
     void ReleaseMouse(POINT at);
-    // Presses and releases in the middle of a window. False when it is hidden or disabled.
+    // Clicks on a button. False when it is hidden or disabled.
     bool Click(HWND window);
     // Chooses an item of a drop-down list, with the notifications of a person doing so. False
     // when there is no such item, or the list is hidden or disabled.
@@ -67,7 +67,7 @@ class Windows {
     // Paints all that is invalid.
     void Settle();
 
-    // What is on the screen where the window is, children and frame included, after Settle().
+    // What is on the screen where the window is, children included, after Settle().
     Bitmap Picture(HWND window);
 
     // ---- What there is ----
@@ -78,6 +78,9 @@ class Windows {
     std::vector<HWND> Descendants(HWND window) const;
     unsigned CountWindows() const;
     unsigned CountTimers() const;
+    // The window that has the focus, and the one that has the mouse; null for none.
+    HWND focus() const;
+    HWND capture() const;
     // WinHelpW, in order.
     std::vector<HelpRequest> helpRequests;
     // CoInitialize without its CoUninitialize.
@@ -88,7 +91,6 @@ class Windows {
     // A window that does nothing but be there, invisible, of a class that needs no registration;
     // with a parent it is that window's child.
     HWND Add(std::u16string className, HWND parent = nullptr);
-    void Remove(HWND window);
     // What GetActiveWindow answers, as if the user had turned to that window; null for none, as at
     // first. A window that is shown becomes active by itself.
     void Activate(HWND window);
@@ -99,11 +101,10 @@ class Windows {
 
     std::shared_ptr<PropertySheetHost> sheetHost;
     std::shared_ptr<Window> Find(HWND window) const;
+    struct State;
+    State& state() { return *state_; }
 
   private:
-    friend struct WindowsAccess;
-
-    struct State;
     std::unique_ptr<State> state_;
 };
 

@@ -83,7 +83,7 @@ class Controls : public tests::UiMachine {
             const std::string drawn = Around(Picture(), tests::AsText(blank, kLegend));
             state = drawn.empty() ? "" : "; drawn " + drawn;
         }
-        state += GetCapture() == nullptr ? "" : "; held";
+        state += windows.capture() == nullptr ? "" : "; held";
         const unsigned timers = windows.CountTimers();
         return state + (timers == 0 ? "" : "; timers " + std::to_string(timers));
     }

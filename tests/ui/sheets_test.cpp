@@ -78,7 +78,7 @@ class Sheets : public tests::UiMachine {
             fact += IsWindowVisible(control) ? "" : " hidden";
             fact += IsWindowEnabled(control) ? "" : " disabled";
             fact += SendMessageW(control, BM_GETCHECK, 0, 0) == BST_CHECKED ? " checked" : "";
-            fact += GetFocus() == control ? " focus" : "";
+            fact += windows.focus() == control ? " focus" : "";
             fact += (GetWindowLongW(control, GWL_STYLE) & WS_GROUP) != 0 ? " group" : "";
             RECT at{};
             GetWindowRect(control, &at);
@@ -145,7 +145,7 @@ class Sheets : public tests::UiMachine {
         sheet = &shown;
         sheetProcedure = reinterpret_cast<DLGPROC>(SetWindowLongPtrW(
             sheet->window(), DWLP_DLGPROC, reinterpret_cast<LONG_PTR>(CountChanges)));
-        const std::string tab = embedded::Utf8(sheet->tabs().at(0));
+        const std::string tab = embedded::Utf8(sheet->tab());
         Tell(embedded::Utf8(sheet->title()) + ": " + tab +
              (IsWindowEnabled(owner) ? ", owner enabled" : ""));
         callback = std::exchange(SessionOf(sheet->page())->propSheetCallback, TellHost);
