@@ -12,10 +12,7 @@ constexpr REGSAM KEY_QUERY_VALUE = 0x00000001;
 constexpr REGSAM KEY_SET_VALUE = 0x00000002;
 constexpr REGSAM KEY_READ = 0x00020019;
 constexpr REGSAM KEY_ALL_ACCESS = 0x000F003F;
-constexpr DWORD REG_CREATED_NEW_KEY = 1;
-constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
 constexpr DWORD ERROR_BAD_PATHNAME = 161;
-constexpr DWORD ERROR_KEY_DELETED = 1018;
 
 // "Software\\Classes" of the local machine; for reading.
 inline const HKEY HKEY_CLASSES_ROOT =
@@ -29,22 +26,20 @@ inline const HKEY HKEY_LOCAL_MACHINE =
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM access, HKEY* opened);
 LSTATUS RegOpenKeyExA(HKEY key, LPCSTR subkey, DWORD options, REGSAM access, HKEY* opened);
 // Opens the key when it is there, and makes it and those above it when not; the class is kept with
-// a new key. Default security alone; `disposition` may be null.
+// a new key. Default security alone, and `disposition` null.
 LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subkey, DWORD reserved, LPWSTR keyClass, DWORD options,
                         REGSAM access, const SECURITY_ATTRIBUTES* security, HKEY* opened,
                         DWORD* disposition);
-// ERROR_ACCESS_DENIED for a key that has subkeys.
+// A name of one level; ERROR_ACCESS_DENIED for a key that has subkeys. A handle that is open on the
+// key keeps it, and what is done by it is lost.
 LSTATUS RegDeleteKeyW(HKEY key, LPCWSTR subkey);
+// Not for the roots.
 LSTATUS RegCloseKey(HKEY key);
-// ERROR_FILE_NOT_FOUND; ERROR_MORE_DATA, with the size in *bytes, when it does not fit. With
-// `data` null the size alone. The A functions hold texts in the ANSI code page, other types byte
-// for byte.
-LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, LPBYTE data,
-                         DWORD* bytes);
+// ERROR_FILE_NOT_FOUND; ERROR_MORE_DATA, with the size in *bytes, when it does not fit. `type`
+// null. Texts come in the ANSI code page, other types byte for byte.
 LSTATUS RegQueryValueExA(HKEY key, LPCSTR name, DWORD* reserved, DWORD* type, LPBYTE data,
                          DWORD* bytes);
-LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data,
-                       DWORD bytes);
+// REG_BINARY alone.
 LSTATUS RegSetValueExA(HKEY key, LPCSTR name, DWORD reserved, DWORD type, const BYTE* data,
                        DWORD bytes);
 

@@ -3,7 +3,7 @@
 // The print spooler that the driver calls: printers, drivers, printer data, forms. Records and
 // constants as published. A printer handle is the HANDLE that the machine's Spooler gave out.
 //
-// Two-call pattern: GetPrinterW, GetPrinterDriverW, GetPrinterDriverDirectoryW/A and EnumFormsW
+// Two-call pattern: GetPrinterW, GetPrinterDriverW, GetPrinterDriverDirectoryW and EnumFormsW
 // store the bytes they need and, when the buffer is smaller, return FALSE with
 // ERROR_INSUFFICIENT_BUFFER and leave the buffer as it was. The strings of a record lie behind
 // the records in the same buffer. The printer data calls return the error code itself.
@@ -27,12 +27,10 @@ constexpr DWORD PRINTER_ALL_ACCESS =
 static_assert(PRINTER_ALL_ACCESS == 0x000F000C);
 
 // Types of printer data and registry values.
-constexpr DWORD REG_NONE = 0;
 constexpr DWORD REG_SZ = 1;
 constexpr DWORD REG_EXPAND_SZ = 2;
 constexpr DWORD REG_BINARY = 3;
 constexpr DWORD REG_DWORD = 4;
-constexpr DWORD REG_MULTI_SZ = 7;
 
 struct PRINTER_DEFAULTSW {
     LPWSTR pDatatype;
@@ -115,22 +113,22 @@ static_assert(sizeof(FORM_INFO_1W) == 40);
 static_assert(offsetof(FORM_INFO_1W, Size) == 16);
 static_assert(offsetof(FORM_INFO_1W, ImageableArea) == 24);
 
-// `defaults` null asks for PRINTER_ACCESS_USE. A data type that the system's print processor does
-// not take is refused with ERROR_INVALID_DATATYPE. A null name fails here, where Windows opens the
-// print server.
+// `defaults` null asks for the right to print. Of data types "RAW" alone is known; any other is
+// refused with ERROR_INVALID_DATATYPE. A null name fails here, where Windows opens the print
+// server.
 BOOL OpenPrinterW(LPWSTR name, HANDLE* printer, PRINTER_DEFAULTSW* defaults);
 BOOL ClosePrinter(HANDLE printer);
-// Levels 2 and 8.
+// Levels 2, which has the names of the printer, its port and its driver and the default settings,
+// and 8.
 BOOL GetPrinterW(HANDLE printer, DWORD level, LPBYTE buffer, DWORD bytes, DWORD* needed);
 // Level 8 with command 0; needs PRINTER_ACCESS_ADMINISTER.
 BOOL SetPrinterW(HANDLE printer, DWORD level, LPBYTE record, DWORD command);
-// Levels 2 and 3; the environment must be null or "Windows x64".
+// Levels 2 and 3, which have the names of the driver, its data file and its help file; the
+// environment must be null.
 BOOL GetPrinterDriverW(HANDLE printer, LPWSTR environment, DWORD level, LPBYTE buffer, DWORD bytes,
                        DWORD* needed);
-// This machine (server null), level 1; sizes in bytes in both.
+// This machine and its environment (both null), level 1; sizes in bytes.
 BOOL GetPrinterDriverDirectoryW(LPWSTR server, LPWSTR environment, DWORD level, LPBYTE buffer,
-                                DWORD bytes, DWORD* needed);
-BOOL GetPrinterDriverDirectoryA(LPSTR server, LPSTR environment, DWORD level, LPBYTE buffer,
                                 DWORD bytes, DWORD* needed);
 // ERROR_SUCCESS; ERROR_FILE_NOT_FOUND for a value that is not there; ERROR_MORE_DATA, with the
 // size in *needed, for one that is longer than `bytes`.

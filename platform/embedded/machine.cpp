@@ -134,7 +134,7 @@ Machine::Machine(MachineSetup setup) : setup_(std::move(setup)) {
     std::filesystem::create_directories(driveC_ / "Windows");
     files_ = std::make_unique<FileSystem>(*this);
     profiles_ = std::make_unique<Profiles>(*this);
-    modules_ = std::make_unique<Modules>(*this);
+    modules_ = std::make_unique<Modules>();
     mappings_ = std::make_unique<Mappings>(*this);
     resources_ = std::make_unique<Resources>(*this);
     spooler_ = std::make_unique<Spooler>(*this);

@@ -99,12 +99,12 @@ void* WithoutTag(HGLOBAL memory) {
 }  // namespace
 
 HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
-    static CallSite call("GlobalAlloc");
-    if ((flags & ~(GMEM_ZEROINIT | GMEM_MOVEABLE)) != 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);
+    if (!Answer((flags & ~(GMEM_ZEROINIT | GMEM_MOVEABLE)) != 0 ? ERROR_INVALID_PARAMETER
+                                                                : ERROR_SUCCESS)) {
         return nullptr;
     }
-    void* block = call.Fails() ? nullptr : AllocateBlock(bytes, (flags & GMEM_ZEROINIT) != 0);
+    void* block =
+        Fails("GlobalAlloc") ? nullptr : AllocateBlock(bytes, (flags & GMEM_ZEROINIT) != 0);
     if (block == nullptr) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
@@ -114,12 +114,7 @@ HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
 }
 
 LPVOID GlobalLock(HGLOBAL memory) {
-    static CallSite call("GlobalLock");
-    if (call.Fails() || memory == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    return WithoutTag(memory);
+    return Fails("GlobalLock", ERROR_INVALID_HANDLE) ? nullptr : WithoutTag(memory);
 }
 
 BOOL GlobalUnlock(HGLOBAL) {
@@ -128,12 +123,10 @@ BOOL GlobalUnlock(HGLOBAL) {
 }
 
 HLOCAL LocalAlloc(UINT flags, SIZE_T bytes) {
-    static CallSite call("LocalAlloc");
-    if (call.Fails() || flags != LPTR) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
-    return GlobalAlloc(GMEM_ZEROINIT, bytes);
+    return Fails("LocalAlloc", ERROR_NOT_ENOUGH_MEMORY) ||
+                   !Answer(flags != LPTR ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS)
+               ? nullptr
+               : GlobalAlloc(GMEM_ZEROINIT, bytes);
 }
 
 HLOCAL LocalFree(HLOCAL memory) {
@@ -149,10 +142,6 @@ HGLOBAL GlobalFree(HGLOBAL memory) {
 }
 
 SIZE_T GlobalSize(HGLOBAL memory) {
-    if (memory == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return 0;
-    }
     BlockHeader* header = HeaderOf(WithoutTag(memory));
     const SIZE_T bytes = header->bytes;
     ASAN_POISON_MEMORY_REGION(header, sizeof(BlockHeader));
@@ -162,22 +151,16 @@ SIZE_T GlobalSize(HGLOBAL memory) {
 // ---- Private heaps ----
 
 HANDLE HeapCreate(DWORD options, SIZE_T, SIZE_T maximumBytes) {
-    static CallSite call("HeapCreate");
-    if (options != 0 || maximumBytes != 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    if (call.Fails()) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
-    return Machine::Current().handles.Insert(std::make_shared<Heap>());
+    return Fails("HeapCreate", ERROR_NOT_ENOUGH_MEMORY) ||
+                   !Answer(options != 0 || maximumBytes != 0 ? ERROR_INVALID_PARAMETER
+                                                             : ERROR_SUCCESS)
+               ? nullptr
+               : Machine::Current().handles.Insert(std::make_shared<Heap>());
 }
 
 LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes) {
-    static CallSite call("HeapAlloc");
     const auto object = Machine::Current().handles.Get<Heap>(heap);
-    if (call.Fails() || object == nullptr || (flags & ~HEAP_ZERO_MEMORY) != 0) {
+    if (Fails("HeapAlloc") || object == nullptr || (flags & ~HEAP_ZERO_MEMORY) != 0) {
         return nullptr;
     }
     void* block = AllocateBlock(bytes, (flags & HEAP_ZERO_MEMORY) != 0);
@@ -189,11 +172,8 @@ LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes) {
 }
 
 BOOL HeapDestroy(HANDLE heap) {
-    if (!Machine::Current().handles.Close<Heap>(heap)) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
-    return TRUE;
+    return Answer(Machine::Current().handles.Close<Heap>(heap) ? ERROR_SUCCESS
+                                                               : ERROR_INVALID_HANDLE);
 }
 
 // ---- Critical sections ----

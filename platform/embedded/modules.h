@@ -17,15 +17,12 @@ namespace embedded {
 
 struct ModuleDefinition {
     std::u16string path;                     // such as C:\Windows\System32\KSFAXDLG.DLL
-    std::map<std::string, FARPROC> exports;  // by name
+    std::map<std::string, FARPROC> exports;  // by name, or by "#" and an ordinal
     std::span<const std::byte> resources;    // the bytes of a .res file; may be empty
-    std::map<WORD, FARPROC> ordinals = {};   // exports that are found by their number
 };
 
 class Modules {
   public:
-    explicit Modules(Machine& machine) : machine_(machine) {}
-
     // Installs a module, so that LoadLibraryW and A find it by its file name alone or by its path,
     // without regard to letter case. Replaces one of the same path. The resource bytes stay the
     // caller's and must outlive the module.
@@ -33,13 +30,11 @@ class Modules {
     // Takes a module off the machine with every reference to it: its handles are stale from then
     // on.
     void Remove(std::u16string_view path);
-    // LoadLibraryW and A of this file name answers `value`, a number below 32, as 16-bit loaders did,
-    // until a module of that file name is installed or removed.
+    // LoadLibraryW and A of this file name answers `value`, a number below 32, as 16-bit loaders
+    // did, until a module of that file name is installed or removed.
     void AnswerLoadWith(std::u16string_view fileName, unsigned value);
-    // References held now, all modules together.
-    unsigned CountLoaded() const;
-    // The references held of one module; 0 for one that is not installed.
-    unsigned CountLoaded(std::u16string_view path) const;
+    // References held now, of one module or of all together.
+    unsigned CountLoaded(std::u16string_view path = {}) const;
     // The bytes of a loaded module's .res file; empty for none, or when it is not loaded.
     std::span<const std::byte> Resources(HINSTANCE module) const;
 
@@ -49,9 +44,7 @@ class Modules {
     // nothing is counted.
     HMODULE Load(std::u16string_view name);
     bool Free(HMODULE module);
-    bool IsLoaded(HMODULE module) const;
-    FARPROC FindExport(HMODULE module, const char* name) const;
-    FARPROC FindExport(HMODULE module, WORD ordinal) const;
+    FARPROC FindExport(HMODULE module, const std::string& name) const;
     // Empty when it is not loaded.
     std::u16string PathOf(HMODULE module) const;
 
@@ -61,10 +54,8 @@ class Modules {
         uintptr_t address = 0;
         unsigned references = 0;
     };
-    std::u16string FullPath(std::u16string_view path) const;
     const Module* Find(HMODULE module) const;
 
-    Machine& machine_;
     mutable std::mutex mutex_;
     std::map<std::u16string, Module, LessIgnoringCase> modules_;     // by path
     std::map<std::u16string, unsigned, LessIgnoringCase> refusals_;  // by file name

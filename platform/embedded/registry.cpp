@@ -1,7 +1,6 @@
 #include "platform/embedded/registry.h"
 
 #include <algorithm>
-#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "platform/embedded/api_kernel.h"
@@ -13,43 +12,25 @@ struct Registry::Key {
     std::u16string keyClass;
     StoredValues values;
     std::map<std::u16string, std::shared_ptr<Key>, LessIgnoringCase> subkeys;
-    // A handle that is open on a deleted key fails with ERROR_KEY_DELETED.
-    bool deleted = false;
 
-    static constexpr size_t kNameMost = 255;
-
-    // ERROR_SUCCESS, ERROR_FILE_NOT_FOUND, or ERROR_BAD_PATHNAME for an empty or overlong name on
-    // the way; *found is set in the first case alone. `create` makes what is missing, `keyClass`
-    // goes with the last name, and *created tells whether that one was made.
-    static LSTATUS Walk(std::shared_ptr<Key> key, std::u16string_view path, bool create,
-                        std::u16string_view keyClass, std::shared_ptr<Key>* found, bool* created) {
-        *created = false;
-        while (!path.empty()) {
+    // Null for a path to nothing, or one with an empty or overlong name. `create` makes what is
+    // missing.
+    static std::shared_ptr<Key> Find(std::shared_ptr<Key> key, std::u16string_view path,
+                                     bool create = false) {
+        constexpr size_t kNameMost = 255;
+        while (key != nullptr && !path.empty()) {
             const std::u16string_view name = path.substr(0, path.find(u'\\'));
             path.remove_prefix(std::min(name.size() + 1, path.size()));
             if (name.empty() || name.size() > kNameMost) {
-                return ERROR_BAD_PATHNAME;
+                return nullptr;
             }
             auto next = key->subkeys.find(name);
-            *created = next == key->subkeys.end();
-            if (*created) {
-                if (!create) {
-                    return ERROR_FILE_NOT_FOUND;
-                }
+            if (next == key->subkeys.end() && create) {
                 next = key->subkeys.emplace(name, std::make_shared<Key>()).first;
-                next->second->keyClass = path.empty() ? keyClass : std::u16string_view();
             }
-            key = next->second;
+            key = next != key->subkeys.end() ? next->second : nullptr;
         }
-        *found = std::move(key);
-        return ERROR_SUCCESS;
-    }
-
-    static std::shared_ptr<Key> Find(std::shared_ptr<Key> key, std::u16string_view path) {
-        std::shared_ptr<Key> found;
-        bool created;
-        Walk(std::move(key), path, false, {}, &found, &created);
-        return found;
+        return key;
     }
 
     nlohmann::json Save() const {
@@ -121,18 +102,16 @@ StoredValues Registry::Values(HKEY root, std::u16string_view path) const {
     return key != nullptr ? key->values : StoredValues();
 }
 
-void Registry::CreateKey(HKEY root, std::u16string_view path, std::u16string_view keyClass) {
+void Registry::CreateKey(HKEY root, std::u16string_view path) {
     std::lock_guard lock(mutex_);
-    std::shared_ptr<Key> key;
-    bool created;
-    Key::Walk(Root(root), path, true, keyClass, &key, &created);
+    Key::Find(Root(root), path, true);
 }
 
 void Registry::SetValue(HKEY root, std::u16string_view path, std::u16string_view name,
                         StoredValue value) {
-    CreateKey(root, path);
     std::lock_guard lock(mutex_);
-    Key::Find(Root(root), path)->values.insert_or_assign(std::u16string(name), std::move(value));
+    Key::Find(Root(root), path, true)
+        ->values.insert_or_assign(std::u16string(name), std::move(value));
 }
 
 nlohmann::json Registry::Save() const {
@@ -149,259 +128,129 @@ void Registry::Load(const nlohmann::json& saved) {
     currentUser_ = std::move(currentUser);
 }
 
-// The published calls.
-struct RegistryCalls {
-    using Key = Registry::Key;
-
-    // An open key in use, with the registry held still. `error` is not ERROR_SUCCESS when `key`
-    // must not be touched.
-    struct Use {
-        explicit Use(HKEY handle)
-            : registry(Machine::Current().registry()), lock(registry.mutex_),
-              key(registry.Root(handle)) {
-            if (key == nullptr) {
-                const auto object = Machine::Current().handles.Get<Registry::Handle>(handle);
-                if (object == nullptr) {
-                    error = ERROR_INVALID_HANDLE;
-                    return;
-                }
-                key = object->key;
-                access = object->access;
-            }
-            error = key->deleted ? ERROR_KEY_DELETED : ERROR_SUCCESS;
+// An open key in use by a published call, with the registry held still.
+struct RegistryUse {
+    explicit RegistryUse(HKEY handle)
+        : registry(Machine::Current().registry()), lock(registry.mutex_),
+          key(registry.Root(handle)) {
+        if (const auto object = Machine::Current().handles.Get<Registry::Handle>(handle)) {
+            key = object->key;
+            access = object->access;
         }
-        // ERROR_ACCESS_DENIED unless the key was opened with that right.
-        LSTATUS Check(REGSAM right) const {
-            return error != ERROR_SUCCESS      ? error
-                   : (access & right) != right ? LSTATUS{ERROR_ACCESS_DENIED}
-                                               : LSTATUS{ERROR_SUCCESS};
-        }
-
-        Registry& registry;
-        std::lock_guard<std::mutex> lock;
-        std::shared_ptr<Key> key;
-        REGSAM access = KEY_ALL_ACCESS;
-        LSTATUS error;
-    };
-
-    static HKEY NewHandle(std::shared_ptr<Key> key, REGSAM access) {
+    }
+    // Whether the handle is open with that right, as an error code.
+    LSTATUS Check(REGSAM right = 0) const {
+        return key == nullptr              ? LSTATUS{ERROR_INVALID_HANDLE}
+               : (access & right) != right ? LSTATUS{ERROR_ACCESS_DENIED}
+                                           : LSTATUS{ERROR_SUCCESS};
+    }
+    LSTATUS Open(std::u16string_view path, REGSAM wanted, bool create, HKEY* opened) const {
         auto handle = std::make_shared<Registry::Handle>();
-        handle->key = std::move(key);
-        handle->access = access;
-        return static_cast<HKEY>(Machine::Current().handles.Insert(std::move(handle)));
-    }
-
-    static LSTATUS Open(HKEY parent, const WCHAR* path, REGSAM access, HKEY* opened) {
-        Use use(parent);
-        std::shared_ptr<Key> found;
-        bool created;
-        LSTATUS error = use.error;
-        if (error == ERROR_SUCCESS) {
-            error = Key::Walk(use.key, path, false, {}, &found, &created);
+        handle->key = key != nullptr ? Registry::Key::Find(key, path, create) : nullptr;
+        handle->access = wanted;
+        if (handle->key == nullptr) {
+            return key == nullptr ? ERROR_INVALID_HANDLE
+                   : create       ? ERROR_BAD_PATHNAME
+                                  : ERROR_FILE_NOT_FOUND;
         }
-        if (error == ERROR_SUCCESS) {
-            *opened = NewHandle(std::move(found), access);
-        }
-        return error;
-    }
-
-    static LSTATUS Create(HKEY parent, const WCHAR* path, std::u16string_view keyClass,
-                          REGSAM access, HKEY* opened, DWORD* disposition) {
-        Use use(parent);
-        std::shared_ptr<Key> found;
-        bool created = false;
-        LSTATUS error = use.error;
-        if (error == ERROR_SUCCESS) {
-            error = Key::Walk(use.key, path, true, keyClass, &found, &created);
-        }
-        if (error != ERROR_SUCCESS) {
-            return error;
-        }
-        *opened = NewHandle(std::move(found), access);
-        if (disposition != nullptr) {
-            *disposition = created ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
-        }
+        *opened = static_cast<HKEY>(Machine::Current().handles.Insert(std::move(handle)));
         return ERROR_SUCCESS;
     }
 
-    static LSTATUS Delete(HKEY parent, std::u16string_view path) {
-        Use use(parent);
-        if (use.error != ERROR_SUCCESS) {
-            return use.error;
-        }
-        const size_t slash = path.rfind(u'\\');
-        const std::u16string_view name = path.substr(slash + 1);  // npos + 1 is 0
-        const auto holder =
-            Key::Find(use.key, slash == path.npos ? std::u16string_view() : path.substr(0, slash));
-        if (holder == nullptr) {
-            return ERROR_FILE_NOT_FOUND;
-        }
-        const auto found = holder->subkeys.find(name);
-        if (found == holder->subkeys.end()) {
-            return ERROR_FILE_NOT_FOUND;
-        }
-        if (!found->second->subkeys.empty()) {
-            return ERROR_ACCESS_DENIED;
-        }
-        found->second->deleted = true;
-        holder->subkeys.erase(found);
-        return ERROR_SUCCESS;
-    }
-
-    static LSTATUS Query(HKEY handle, std::u16string_view name, bool ansi, DWORD* type, BYTE* data,
-                         DWORD* bytes) {
-        Use use(handle);
-        if (const LSTATUS error = use.Check(KEY_QUERY_VALUE); error != ERROR_SUCCESS) {
-            return error;
-        }
-        const auto found = use.key->values.find(name);
-        if (found == use.key->values.end()) {
-            return ERROR_FILE_NOT_FOUND;
-        }
-        const StoredValue value = ansi ? ToAnsi(found->second) : found->second;
-        if (type != nullptr) {
-            *type = value.type;
-        }
-        const DWORD room = bytes != nullptr ? *bytes : 0;
-        if (bytes != nullptr) {
-            *bytes = static_cast<DWORD>(value.data.size());
-        }
-        if (data == nullptr) {
-            return ERROR_SUCCESS;
-        }
-        if (room < value.data.size()) {
-            return ERROR_MORE_DATA;
-        }
-        std::ranges::copy(value.data, reinterpret_cast<std::byte*>(data));
-        return ERROR_SUCCESS;
-    }
-
-    static LSTATUS Set(HKEY handle, std::u16string_view name, StoredValue value) {
-        Use use(handle);
-        const LSTATUS error = use.Check(KEY_SET_VALUE);
-        if (error == ERROR_SUCCESS) {
-            use.key->values.insert_or_assign(std::u16string(name), std::move(value));
-        }
-        return error;
-    }
-
-    static LSTATUS Close(HKEY handle) {
-        Machine& machine = Machine::Current();
-        if (machine.registry().Root(handle) != nullptr) {
-            return ERROR_SUCCESS;
-        }
-        return machine.handles.Close<Registry::Handle>(handle) ? LSTATUS{ERROR_SUCCESS}
-                                                               : LSTATUS{ERROR_INVALID_HANDLE};
-    }
+    Registry& registry;
+    std::lock_guard<std::mutex> lock;
+    std::shared_ptr<Registry::Key> key;  // null for a handle that names none
+    REGSAM access = KEY_ALL_ACCESS;
 };
 
 }  // namespace embedded
 
 using namespace embedded;
 
-namespace {
-
-LSTATUS OpenKey(CallSite& call, HKEY key, const std::u16string& subkey, DWORD options,
-                REGSAM access, HKEY* opened) {
-    if (call.Fails()) {
-        return ERROR_ACCESS_DENIED;
-    }
-    if (options != 0 || opened == nullptr) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    return RegistryCalls::Open(key, subkey.c_str(), access, opened);
-}
-
-}  // namespace
-
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM access, HKEY* opened) {
-    static CallSite call("RegOpenKeyExW");
-    return OpenKey(call, key, subkey != nullptr ? subkey : u"", options, access, opened);
+    return Fails("RegOpenKeyExW") ? ERROR_ACCESS_DENIED
+           : options != 0         ? ERROR_INVALID_PARAMETER
+                                  : RegistryUse(key).Open(subkey, access, false, opened);
 }
 
 LSTATUS RegOpenKeyExA(HKEY key, LPCSTR subkey, DWORD options, REGSAM access, HKEY* opened) {
-    static CallSite call("RegOpenKeyExA");
-    return OpenKey(call, key, FromAnsi(subkey != nullptr ? subkey : ""), options, access, opened);
+    return Fails("RegOpenKeyExA") ? ERROR_ACCESS_DENIED
+           : options != 0         ? ERROR_INVALID_PARAMETER
+                                  : RegistryUse(key).Open(FromAnsi(subkey), access, false, opened);
 }
 
 LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subkey, DWORD reserved, LPWSTR keyClass, DWORD options,
                         REGSAM access, const SECURITY_ATTRIBUTES* security, HKEY* opened,
                         DWORD* disposition) {
-    static CallSite call("RegCreateKeyExW");
-    if (call.Fails()) {
+    if (Fails("RegCreateKeyExW")) {
         return ERROR_ACCESS_DENIED;
     }
-    if (subkey == nullptr || reserved != 0 || options != 0 || security != nullptr ||
-        opened == nullptr) {
+    if (reserved != 0 || options != 0 || security != nullptr || disposition != nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
-    return RegistryCalls::Create(key, subkey, keyClass != nullptr ? keyClass : u"", access, opened,
-                                 disposition);
+    const RegistryUse use(key);
+    const bool isNew = Registry::Key::Find(use.key, subkey) == nullptr;
+    const LSTATUS error = use.Open(subkey, access, true, opened);
+    if (error == ERROR_SUCCESS && isNew && keyClass != nullptr) {
+        Registry::Key::Find(use.key, subkey)->keyClass = keyClass;
+    }
+    return error;
 }
 
 LSTATUS RegDeleteKeyW(HKEY key, LPCWSTR subkey) {
-    static CallSite call("RegDeleteKeyW");
-    if (call.Fails()) {
+    if (Fails("RegDeleteKeyW")) {
         return ERROR_ACCESS_DENIED;
     }
-    if (subkey == nullptr || *subkey == 0) {
-        return ERROR_INVALID_PARAMETER;
+    const RegistryUse use(key);
+    if (const LSTATUS error = use.Check(); error != ERROR_SUCCESS) {
+        return error;
     }
-    return RegistryCalls::Delete(key, subkey);
+    const auto found = use.key->subkeys.find(std::u16string_view(subkey));
+    if (found == use.key->subkeys.end()) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    if (!found->second->subkeys.empty()) {
+        return ERROR_ACCESS_DENIED;
+    }
+    use.key->subkeys.erase(found);
+    return ERROR_SUCCESS;
 }
 
 LSTATUS RegCloseKey(HKEY key) {
-    return RegistryCalls::Close(key);
-}
-
-LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, LPBYTE data,
-                         DWORD* bytes) {
-    static CallSite call("RegQueryValueExW");
-    if (call.Fails()) {
-        return ERROR_ACCESS_DENIED;
-    }
-    if (reserved != nullptr || (data != nullptr && bytes == nullptr)) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    return RegistryCalls::Query(key, name != nullptr ? name : u"", false, type, data, bytes);
+    return Machine::Current().handles.Close<Registry::Handle>(key) ? ERROR_SUCCESS
+                                                                   : ERROR_INVALID_HANDLE;
 }
 
 LSTATUS RegQueryValueExA(HKEY key, LPCSTR name, DWORD* reserved, DWORD* type, LPBYTE data,
                          DWORD* bytes) {
-    static CallSite call("RegQueryValueExA");
-    if (call.Fails()) {
+    if (Fails("RegQueryValueExA")) {
         return ERROR_ACCESS_DENIED;
     }
-    if (reserved != nullptr || (data != nullptr && bytes == nullptr)) {
+    if (reserved != nullptr || type != nullptr || data == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
-    return RegistryCalls::Query(key, FromAnsi(name != nullptr ? name : ""), true, type, data,
-                                bytes);
-}
-
-LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data,
-                       DWORD bytes) {
-    static CallSite call("RegSetValueExW");
-    if (call.Fails()) {
-        return ERROR_ACCESS_DENIED;
+    const RegistryUse use(key);
+    if (const LSTATUS error = use.Check(KEY_QUERY_VALUE); error != ERROR_SUCCESS) {
+        return error;
     }
-    if (reserved != 0 || (data == nullptr && bytes != 0)) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    const auto* first = reinterpret_cast<const std::byte*>(data);
-    return RegistryCalls::Set(key, name != nullptr ? name : u"", {type, {first, first + bytes}});
+    const auto found = use.key->values.find(FromAnsi(name != nullptr ? name : ""));
+    return found != use.key->values.end() ? CopyOut(ToAnsi(found->second), data, *bytes, bytes)
+                                          : DWORD{ERROR_FILE_NOT_FOUND};
 }
 
 LSTATUS RegSetValueExA(HKEY key, LPCSTR name, DWORD reserved, DWORD type, const BYTE* data,
                        DWORD bytes) {
-    static CallSite call("RegSetValueExA");
-    if (call.Fails()) {
+    if (Fails("RegSetValueExA")) {
         return ERROR_ACCESS_DENIED;
     }
-    if (reserved != 0 || (data == nullptr && bytes != 0)) {
+    if (reserved != 0 || type != REG_BINARY) {
         return ERROR_INVALID_PARAMETER;
     }
-    const auto* first = reinterpret_cast<const std::byte*>(data);
-    return RegistryCalls::Set(key, FromAnsi(name != nullptr ? name : ""),
-                              FromAnsi(StoredValue{type, {first, first + bytes}}));
+    const RegistryUse use(key);
+    const LSTATUS error = use.Check(KEY_SET_VALUE);
+    if (error == ERROR_SUCCESS) {
+        const auto* first = reinterpret_cast<const std::byte*>(data);
+        use.key->values.insert_or_assign(FromAnsi(name), StoredValue{type, {first, first + bytes}});
+    }
+    return error;
 }

@@ -31,7 +31,7 @@ class Registry {
     std::vector<std::u16string> Subkeys(HKEY root, std::u16string_view path) const;
     StoredValues Values(HKEY root, std::u16string_view path) const;
     // Both make the keys that are missing on the way.
-    void CreateKey(HKEY root, std::u16string_view path, std::u16string_view keyClass = {});
+    void CreateKey(HKEY root, std::u16string_view path);
     void SetValue(HKEY root, std::u16string_view path, std::u16string_view name, StoredValue value);
 
     // Load replaces everything, or throws std::runtime_error or a nlohmann::json exception and
@@ -39,10 +39,12 @@ class Registry {
     nlohmann::json Save() const;
     void Load(const nlohmann::json& saved);
 
-  private:
-    friend struct RegistryCalls;
+    // For the machine's own calls.
     struct Key;
     struct Handle;
+
+  private:
+    friend struct RegistryUse;
 
     std::shared_ptr<Key> Root(HKEY root) const;
 

@@ -111,40 +111,42 @@ Bytes Resources::FindString(HINSTANCE module, UINT number) {
 
 using namespace embedded;
 
-int LoadStringW(HINSTANCE instance, UINT id, LPWSTR text, int characters) {
-    static CallSite call("LoadStringW");
-    if (call.Fails() || text == nullptr || characters <= 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    const auto found = Machine::Current().resources().FindString(instance, id);
+namespace {
+
+// A text of the string tables; nothing when it cannot be given, with the last error.
+std::optional<std::u16string> TextOf(HINSTANCE instance, UINT id) {
+    const Bytes found = Machine::Current().resources().FindString(instance, id);
     if (found.data() == nullptr) {
         SetLastError(ERROR_RESOURCE_NAME_NOT_FOUND);
+        return std::nullopt;
+    }
+    std::u16string text(found.size() / sizeof(WCHAR), 0);
+    memcpy(text.data(), found.data(), found.size());
+    return text;
+}
+
+}  // namespace
+
+int LoadStringW(HINSTANCE instance, UINT id, LPWSTR target, int characters) {
+    const auto text =
+        Fails("LoadStringW", ERROR_INVALID_PARAMETER) ? std::nullopt : TextOf(instance, id);
+    if (!text) {
         return 0;
     }
-    const size_t length =
-        std::min(found.size() / sizeof(WCHAR), static_cast<size_t>(characters) - 1);
-    memcpy(text, found.data(), length * sizeof(WCHAR));
-    text[length] = 0;
+    const size_t length = text->copy(target, static_cast<size_t>(characters) - 1);
+    target[length] = 0;
     return static_cast<int>(length);
 }
 
-int LoadStringA(HINSTANCE instance, UINT id, LPSTR text, int characters) {
-    static CallSite call("LoadStringA");
-    if (call.Fails() || text == nullptr || characters <= 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);
+int LoadStringA(HINSTANCE instance, UINT id, LPSTR target, int characters) {
+    const auto text =
+        Fails("LoadStringA", ERROR_INVALID_PARAMETER) ? std::nullopt : TextOf(instance, id);
+    if (!text) {
         return 0;
     }
-    const auto found = Machine::Current().resources().FindString(instance, id);
-    if (found.data() == nullptr) {
-        SetLastError(ERROR_RESOURCE_NAME_NOT_FOUND);
-        return 0;
-    }
-    std::u16string wide(found.size() / sizeof(WCHAR), 0);
-    memcpy(wide.data(), found.data(), found.size());
     ULONG length = 0;
-    RtlUnicodeToMultiByteN(text, static_cast<ULONG>(characters) - 1, &length, wide.data(),
-                           static_cast<ULONG>(found.size()));
-    text[length] = 0;
+    RtlUnicodeToMultiByteN(target, static_cast<ULONG>(characters) - 1, &length, text->data(),
+                           static_cast<ULONG>(text->size() * sizeof(WCHAR)));
+    target[length] = 0;
     return static_cast<int>(length);
 }

@@ -12,8 +12,7 @@
 namespace embedded {
 namespace {
 
-constexpr char16_t kEnvironment[] = u"Windows x64";
-constexpr char16_t kDriverDirectory[] = u"C:\\Windows\\system32\\spool\\DRIVERS\\x64";
+constexpr std::u16string_view kDriverDirectory = u"C:\\Windows\\system32\\spool\\DRIVERS\\x64";
 
 // Width and height in micrometres, in the order of the published paper codes.
 constexpr struct {
@@ -109,14 +108,11 @@ class Packer {
         }
         return reinterpret_cast<DEVMODEW*>(place);
     }
-    void PutBytes(size_t offset, const void* bytes, size_t size) {
-        if (buffer_ != nullptr) {
-            memcpy(buffer_ + offset, bytes, size);
-        }
-    }
     template <typename Record>
     void Put(size_t offset, const Record& record) {
-        PutBytes(offset, &record, sizeof(record));
+        if (buffer_ != nullptr) {
+            memcpy(buffer_ + offset, &record, sizeof(record));
+        }
     }
 
   private:
@@ -134,14 +130,8 @@ void PackPrinter2(const Printer& printer, Packer& packer) {
     PRINTER_INFO_2W record = {};
     record.pDevMode = packer.Add(printer.defaultSettings);
     record.pPrinterName = packer.Add(printer.name);
-    record.pShareName = packer.Add(printer.shareName);
     record.pPortName = packer.Add(printer.portName);
     record.pDriverName = packer.Add(printer.driverName);
-    record.pComment = packer.Add(printer.comment);
-    record.pLocation = packer.Add(printer.location);
-    record.pPrintProcessor = packer.Add(printer.printProcessor);
-    record.pDatatype = packer.Add(printer.dataType);
-    record.Attributes = printer.attributes;
     packer.Put(0, record);
 }
 
@@ -151,26 +141,16 @@ void PackPrinter8(const Printer& printer, Packer& packer) {
 
 void PackDriver2(const Driver& driver, Packer& packer) {
     DRIVER_INFO_2W record = {};
-    record.cVersion = driver.version;
     record.pName = packer.Add(driver.name);
-    record.pEnvironment = packer.Add(driver.environment);
-    record.pDriverPath = packer.Add(driver.driverPath);
     record.pDataFile = packer.Add(driver.dataFile);
-    record.pConfigFile = packer.Add(driver.configFile);
     packer.Put(0, record);
 }
 
 void PackDriver3(const Driver& driver, Packer& packer) {
     DRIVER_INFO_3W record = {};
-    record.cVersion = driver.version;
     record.pName = packer.Add(driver.name);
-    record.pEnvironment = packer.Add(driver.environment);
-    record.pDriverPath = packer.Add(driver.driverPath);
     record.pDataFile = packer.Add(driver.dataFile);
-    record.pConfigFile = packer.Add(driver.configFile);
     record.pHelpFile = packer.Add(driver.helpFile);
-    record.pMonitorName = packer.Add(driver.monitorName);
-    record.pDefaultDataType = packer.Add(driver.defaultDataType);
     packer.Put(0, record);
 }
 
@@ -192,29 +172,9 @@ bool IsFormSize(const FORM_INFO_1W& form) {
            area.bottom <= form.Size.cy;
 }
 
-// What the system's print processor takes.
-constexpr const char16_t* kDataTypes[] = {
-    u"RAW",          u"RAW [FF appended]", u"RAW [FF auto]", u"NT EMF 1.003",
-    u"NT EMF 1.006", u"NT EMF 1.007",      u"NT EMF 1.008",  u"TEXT",
-};
-
-bool IsDataType(std::u16string_view name) {
-    return std::ranges::any_of(kDataTypes,
-                               [&](auto known) { return EqualIgnoringCase(known, name); });
-}
-
-bool IsOwnEnvironment(const WCHAR* environment) {
-    return environment == nullptr || EqualIgnoringCase(environment, kEnvironment);
-}
-
 // The exports of spoolss.dll.
 HANDLE RevertToPrinterSelf();
 BOOL ImpersonatePrinterClient(HANDLE token);
-
-bool Fail(DWORD error) {
-    SetLastError(error);
-    return false;
-}
 
 // What a thread was when RevertToPrinterSelf was called; closed by ImpersonatePrinterClient.
 struct ClientToken : Object {};
@@ -238,39 +198,42 @@ Spooler::Spooler(Machine& machine) {
                       platform::FunctionCast<FARPROC>(ImpersonatePrinterClient)}},
          .resources = {}});
     for (const auto& form : kBuiltInForms) {
-        forms_.push_back(WholePageForm(form.name, FORM_BUILTIN, form.width, form.height));
+        state_.forms.push_back(WholePageForm(form.name, FORM_BUILTIN, form.width, form.height));
     }
 }
 
 Spooler::~Spooler() = default;
 
-std::shared_ptr<Printer> Spooler::Find(std::u16string_view name) const {
-    for (const auto& printer : printers_) {
-        if (EqualIgnoringCase(printer->name, name)) {
-            return printer;
-        }
-    }
-    return nullptr;
+std::shared_ptr<Printer> Spooler::State::FindPrinter(std::u16string_view name) const {
+    const auto found = std::ranges::find_if(
+        printers, [&](const auto& printer) { return EqualIgnoringCase(printer->name, name); });
+    return found != printers.end() ? *found : nullptr;
+}
+
+const Driver* Spooler::State::FindDriver(std::u16string_view name) const {
+    const auto found = std::ranges::find_if(
+        drivers, [&](const Driver& driver) { return EqualIgnoringCase(driver.name, name); });
+    return found != drivers.end() ? &*found : nullptr;
 }
 
 void Spooler::AddPrinter(Printer printer) {
     std::lock_guard lock(mutex_);
-    if (const auto existing = Find(printer.name)) {
+    if (const auto existing = state_.FindPrinter(printer.name)) {
         *existing = std::move(printer);
     } else {
-        printers_.push_back(std::make_shared<Printer>(std::move(printer)));
+        state_.printers.push_back(std::make_shared<Printer>(std::move(printer)));
     }
 }
 
 void Spooler::RemovePrinter(std::u16string_view name) {
     std::lock_guard lock(mutex_);
-    std::erase_if(printers_, [&](const auto& p) { return EqualIgnoringCase(p->name, name); });
+    std::erase_if(state_.printers, [&](const auto& p) { return EqualIgnoringCase(p->name, name); });
 }
 
 std::vector<Printer> Spooler::printers() const {
     std::lock_guard lock(mutex_);
     std::vector<Printer> copies;
-    for (const auto& printer : printers_) {
+    for (const auto& printer : state_.printers) {
         copies.push_back(*printer);
     }
     return copies;
@@ -278,56 +241,53 @@ std::vector<Printer> Spooler::printers() const {
 
 std::optional<Printer> Spooler::FindPrinter(std::u16string_view name) const {
     std::lock_guard lock(mutex_);
-    const auto printer = Find(name);
+    const auto printer = state_.FindPrinter(name);
     return printer != nullptr ? std::optional(*printer) : std::nullopt;
 }
 
 void Spooler::AddDriver(Driver driver) {
     std::lock_guard lock(mutex_);
-    for (Driver& existing : drivers_) {
-        if (EqualIgnoringCase(existing.name, driver.name)) {
-            existing = std::move(driver);
-            return;
-        }
+    if (const Driver* existing = state_.FindDriver(driver.name)) {
+        *const_cast<Driver*>(existing) = std::move(driver);
+    } else {
+        state_.drivers.push_back(std::move(driver));
     }
-    drivers_.push_back(std::move(driver));
 }
 
 void Spooler::RemoveDriver(std::u16string_view name) {
     std::lock_guard lock(mutex_);
-    std::erase_if(drivers_, [&](const Driver& d) { return EqualIgnoringCase(d.name, name); });
+    std::erase_if(state_.drivers, [&](const Driver& d) { return EqualIgnoringCase(d.name, name); });
 }
 
 std::vector<Driver> Spooler::drivers() const {
     std::lock_guard lock(mutex_);
-    return drivers_;
+    return state_.drivers;
 }
 
 std::vector<Form> Spooler::forms() const {
     std::lock_guard lock(mutex_);
-    return forms_;
+    return state_.forms;
 }
 
 void Spooler::AddForm(Form form) {
     std::lock_guard lock(mutex_);
-    for (Form& existing : forms_) {
-        if (existing.name == form.name) {
-            existing = std::move(form);
-            return;
-        }
+    const auto existing = std::ranges::find(state_.forms, form.name, &Form::name);
+    if (existing != state_.forms.end()) {
+        *existing = std::move(form);
+    } else {
+        state_.forms.push_back(std::move(form));
     }
-    forms_.push_back(std::move(form));
 }
 
 void Spooler::RemoveAllForms() {
     std::lock_guard lock(mutex_);
-    forms_.clear();
+    state_.forms.clear();
 }
 
 std::optional<StoredValue> Spooler::PrinterData(std::u16string_view printer,
                                                 std::u16string_view value) const {
     std::lock_guard lock(mutex_);
-    const auto found = Find(printer);
+    const auto found = state_.FindPrinter(printer);
     if (found == nullptr) {
         return std::nullopt;
     }
@@ -338,12 +298,12 @@ std::optional<StoredValue> Spooler::PrinterData(std::u16string_view printer,
 void Spooler::SetPrinterData(std::u16string_view printer, std::u16string_view value,
                              StoredValue data) {
     std::lock_guard lock(mutex_);
-    Find(printer)->data.insert_or_assign(std::u16string(value), std::move(data));
+    state_.FindPrinter(printer)->data.insert_or_assign(std::u16string(value), std::move(data));
 }
 
 void Spooler::RemovePrinterData(std::u16string_view printer, std::u16string_view value) {
     std::lock_guard lock(mutex_);
-    auto& values = Find(printer)->data;
+    auto& values = state_.FindPrinter(printer)->data;
     const auto found = values.find(value);
     if (found != values.end()) {
         values.erase(found);
@@ -352,32 +312,32 @@ void Spooler::RemovePrinterData(std::u16string_view printer, std::u16string_view
 
 void Spooler::RefuseOpen(std::u16string_view printer, DWORD error) {
     std::lock_guard lock(mutex_);
-    refusals_[std::u16string(printer)] = error;
+    state_.refusals[std::u16string(printer)] = error;
 }
 
 void Spooler::SetAdministrator(bool administrator) {
     std::lock_guard lock(mutex_);
-    administrator_ = administrator;
+    state_.administrator = administrator;
 }
 
 void Spooler::ReportSize(std::string call, DWORD bytes) {
     std::lock_guard lock(mutex_);
-    lies_[std::move(call)] = bytes;
+    state_.lies[std::move(call)] = bytes;
 }
 
 void Spooler::TellTheTruth() {
     std::lock_guard lock(mutex_);
-    lies_.clear();
+    state_.lies.clear();
 }
 
 PrinterOpening Spooler::lastOpening() const {
     std::lock_guard lock(mutex_);
-    return lastOpening_;
+    return state_.lastOpening;
 }
 
 bool Spooler::ThreadActsForClient() const {
     std::lock_guard lock(mutex_);
-    return !reverted_.contains(std::this_thread::get_id());
+    return !state_.reverted.contains(std::this_thread::get_id());
 }
 
 // ---- Keeping ----
@@ -388,12 +348,6 @@ nlohmann::json SavePrinter(const Printer& printer) {
     return {{"name", Utf8(printer.name)},
             {"driver", Utf8(printer.driverName)},
             {"port", Utf8(printer.portName)},
-            {"share", Utf8(printer.shareName)},
-            {"comment", Utf8(printer.comment)},
-            {"location", Utf8(printer.location)},
-            {"processor", Utf8(printer.printProcessor)},
-            {"dataType", Utf8(printer.dataType)},
-            {"attributes", printer.attributes},
             {"defaultSettings", SavedBytes(printer.defaultSettings)},
             {"data", SavedValues(printer.data)}};
 }
@@ -402,12 +356,6 @@ Printer LoadPrinter(const nlohmann::json& saved) {
     return {.name = LoadText(saved, "name"),
             .driverName = LoadText(saved, "driver"),
             .portName = LoadText(saved, "port"),
-            .shareName = LoadText(saved, "share"),
-            .comment = LoadText(saved, "comment"),
-            .location = LoadText(saved, "location"),
-            .printProcessor = LoadText(saved, "processor"),
-            .dataType = LoadText(saved, "dataType"),
-            .attributes = saved.at("attributes").get<DWORD>(),
             .defaultSettings = LoadBytes(saved.at("defaultSettings")),
             .data = LoadValues(saved.at("data"))};
 }
@@ -415,25 +363,13 @@ Printer LoadPrinter(const nlohmann::json& saved) {
 nlohmann::json SaveDriver(const Driver& driver) {
     return {{"name", Utf8(driver.name)},
             {"dataFile", Utf8(driver.dataFile)},
-            {"driverPath", Utf8(driver.driverPath)},
-            {"configFile", Utf8(driver.configFile)},
-            {"helpFile", Utf8(driver.helpFile)},
-            {"monitor", Utf8(driver.monitorName)},
-            {"dataType", Utf8(driver.defaultDataType)},
-            {"environment", Utf8(driver.environment)},
-            {"version", driver.version}};
+            {"helpFile", Utf8(driver.helpFile)}};
 }
 
 Driver LoadDriver(const nlohmann::json& saved) {
     return {.name = LoadText(saved, "name"),
             .dataFile = LoadText(saved, "dataFile"),
-            .driverPath = LoadText(saved, "driverPath"),
-            .configFile = LoadText(saved, "configFile"),
-            .helpFile = LoadText(saved, "helpFile"),
-            .monitorName = LoadText(saved, "monitor"),
-            .defaultDataType = LoadText(saved, "dataType"),
-            .environment = LoadText(saved, "environment"),
-            .version = saved.at("version").get<DWORD>()};
+            .helpFile = LoadText(saved, "helpFile")};
 }
 
 nlohmann::json SaveForm(const Form& form) {
@@ -460,293 +396,126 @@ nlohmann::json Spooler::Save() const {
     nlohmann::json saved = {{"printers", nlohmann::json::array()},
                             {"drivers", nlohmann::json::array()},
                             {"forms", nlohmann::json::array()}};
-    for (const auto& printer : printers_) {
+    for (const auto& printer : state_.printers) {
         saved["printers"].push_back(SavePrinter(*printer));
     }
-    for (const Driver& driver : drivers_) {
+    for (const Driver& driver : state_.drivers) {
         saved["drivers"].push_back(SaveDriver(driver));
     }
-    for (const Form& form : forms_) {
+    for (const Form& form : state_.forms) {
         saved["forms"].push_back(SaveForm(form));
     }
     return saved;
 }
 
 void Spooler::Load(const nlohmann::json& saved) {
-    std::vector<std::shared_ptr<Printer>> printers;
+    State loaded;
     for (const auto& printer : saved.at("printers")) {
-        printers.push_back(std::make_shared<Printer>(LoadPrinter(printer)));
+        loaded.printers.push_back(std::make_shared<Printer>(LoadPrinter(printer)));
     }
-    std::vector<Driver> drivers;
     for (const auto& driver : saved.at("drivers")) {
-        drivers.push_back(LoadDriver(driver));
+        loaded.drivers.push_back(LoadDriver(driver));
     }
-    std::vector<Form> forms;
     for (const auto& form : saved.at("forms")) {
-        forms.push_back(LoadForm(form));
+        loaded.forms.push_back(LoadForm(form));
     }
     std::lock_guard lock(mutex_);
-    printers_ = std::move(printers);
-    drivers_ = std::move(drivers);
-    forms_ = std::move(forms);
+    state_ = std::move(loaded);
 }
 
 // ---- The published calls ----
 
-struct SpoolerCalls {
-    // A printer handle in use, with the spooler's state held still. `printer` is null, and the
-    // last error set, for a handle that is none.
-    struct Use {
-        explicit Use(HANDLE handle)
-            : spooler(Machine::Current().spooler()),
-              object(Machine::Current().handles.Get<Spooler::Handle>(handle)), lock(spooler.mutex_),
-              printer(object != nullptr ? object->printer.lock() : nullptr) {
-            if (printer == nullptr) {
-                SetLastError(ERROR_INVALID_HANDLE);
-            }
-        }
-        bool MayAdminister() const { return (object->access & PRINTER_ACCESS_ADMINISTER) != 0; }
-
-        Spooler& spooler;
-        std::shared_ptr<Spooler::Handle> object;
-        std::unique_lock<std::mutex> lock;
-        std::shared_ptr<Printer> printer;
-    };
-
-    static const Driver* FindDriver(const Spooler& spooler, std::u16string_view name) {
-        for (const Driver& driver : spooler.drivers_) {
-            if (EqualIgnoringCase(driver.name, name)) {
-                return &driver;
-            }
-        }
-        return nullptr;
+// A spooler in use by a published call, with its state held still.
+struct SpoolerUse {
+    // `printer` is null, and the last error set, for a handle that names none.
+    explicit SpoolerUse(HANDLE handle) : SpoolerUse() {
+        const auto object = Machine::Current().handles.Get<Spooler::Handle>(handle);
+        printer = object != nullptr ? object->printer.lock() : nullptr;
+        mayAdminister = printer != nullptr && (object->access & PRINTER_ACCESS_ADMINISTER) != 0;
+        (void)Answer(printer == nullptr ? ERROR_INVALID_HANDLE : ERROR_SUCCESS);
     }
+    SpoolerUse() : spooler(Machine::Current().spooler()), lock(spooler.mutex_) {}
 
     // The end of every two-call function: `pack` fills a Packer whose records take `records`
     // bytes. `call` is the published name that a planned lie goes by.
     template <typename Pack>
-    static BOOL Answer(const Spooler& spooler, const char* call, size_t records, BYTE* buffer,
-                       DWORD bytes, DWORD* needed, const Pack& pack) {
+    BOOL Store(const char* call, size_t records, BYTE* buffer, DWORD bytes, DWORD* needed,
+               const Pack& pack) const {
         Packer measured(nullptr, records);
         pack(measured);
         const auto truth = static_cast<DWORD>(measured.used());
-        const auto lie = spooler.lies_.find(call);
-        const DWORD reported = lie != spooler.lies_.end() ? lie->second : truth;
-        *needed = reported;
-        if (bytes < reported) {
-            return Fail(ERROR_INSUFFICIENT_BUFFER);
-        }
-        if (bytes != 0 && buffer == nullptr) {
-            return Fail(ERROR_INVALID_PARAMETER);
+        const auto lie = state.lies.find(call);
+        *needed = lie != state.lies.end() ? lie->second : truth;
+        if (bytes < *needed) {
+            return Answer(ERROR_INSUFFICIENT_BUFFER);
         }
         if (bytes < truth) {
-            if (reported != 0) {
-                memset(buffer, 0, reported);
-            }
-            return TRUE;
-        }
-        if (truth != 0) {
+            std::fill_n(buffer, *needed, BYTE{0});
+        } else if (truth != 0) {
             Packer written(buffer, records);
             pack(written);
         }
         return TRUE;
     }
 
-    static BOOL Close(HANDLE printer) {
-        return Machine::Current().handles.Close<Spooler::Handle>(printer);
+    // What fails for a user who is no administrator.
+    BOOL CheckAdministrator() const {
+        return Answer(state.administrator ? ERROR_SUCCESS : ERROR_ACCESS_DENIED);
     }
 
-    static BOOL Open(const WCHAR* name, HANDLE* printer, const PRINTER_DEFAULTSW* defaults) {
-        Machine& machine = Machine::Current();
-        Spooler& spooler = machine.spooler();
+    HANDLE Open(std::shared_ptr<Printer> opened, DWORD access) const {
         auto handle = std::make_shared<Spooler::Handle>();
-        handle->access = defaults != nullptr && defaults->DesiredAccess != 0
-                             ? defaults->DesiredAccess
-                             : PRINTER_ACCESS_USE;
-        std::lock_guard lock(spooler.mutex_);
-        spooler.lastOpening_ = {};
-        if (defaults != nullptr) {
-            const WCHAR* dataType = defaults->pDatatype;
-            spooler.lastOpening_ = {.dataType = dataType != nullptr ? dataType : u"",
-                                    .hasRecord = defaults->pDevMode != nullptr,
-                                    .access = defaults->DesiredAccess};
-        }
-        const auto found = spooler.Find(name);
-        if (found == nullptr) {
-            return Fail(ERROR_INVALID_PRINTER_NAME);
-        }
-        if (defaults != nullptr && defaults->pDatatype != nullptr &&
-            !IsDataType(defaults->pDatatype)) {
-            return Fail(ERROR_INVALID_DATATYPE);
-        }
-        const auto refusal = spooler.refusals_.find(std::u16string_view(name));
-        if (refusal != spooler.refusals_.end() && refusal->second != ERROR_SUCCESS) {
-            return Fail(refusal->second);
-        }
-        if ((handle->access & PRINTER_ACCESS_ADMINISTER) != 0 && !spooler.administrator_) {
-            return Fail(ERROR_ACCESS_DENIED);
-        }
-        handle->printer = found;
-        *printer = machine.handles.Insert(std::move(handle));
-        return TRUE;
+        handle->printer = std::move(opened);
+        handle->access = access;
+        return Machine::Current().handles.Insert(std::move(handle));
+    }
+    static BOOL Close(HANDLE printer) {
+        return Answer(Machine::Current().handles.Close<Spooler::Handle>(printer)
+                          ? ERROR_SUCCESS
+                          : ERROR_INVALID_HANDLE);
     }
 
-    static BOOL SetDefaultSettings(HANDLE printer, const DEVMODEW* settings) {
-        Use use(printer);
-        if (use.printer == nullptr) {
-            return FALSE;
-        }
-        if (!use.MayAdminister()) {
-            return Fail(ERROR_ACCESS_DENIED);
-        }
-        const auto* bytes = reinterpret_cast<const std::byte*>(settings);
-        const size_t size = size_t{settings->dmSize} + settings->dmDriverExtra;
-        use.printer->defaultSettings.assign(bytes, bytes + size);
-        return TRUE;
-    }
-
-    static DWORD GetData(HANDLE printer, std::u16string_view name, bool ansi, DWORD* type,
-                         BYTE* data, DWORD bytes, DWORD* needed) {
-        Use use(printer);
-        if (use.printer == nullptr) {
-            return ERROR_INVALID_HANDLE;
-        }
-        const auto found = use.printer->data.find(name);
-        if (found == use.printer->data.end()) {
-            return ERROR_FILE_NOT_FOUND;
-        }
-        const StoredValue value = ansi ? ToAnsi(found->second) : found->second;
-        if (type != nullptr) {
-            *type = value.type;
-        }
-        *needed = static_cast<DWORD>(value.data.size());
-        if (bytes < value.data.size()) {
-            return ERROR_MORE_DATA;
-        }
-        std::ranges::copy(value.data, reinterpret_cast<std::byte*>(data));
-        return ERROR_SUCCESS;
-    }
-
-    static DWORD SetData(HANDLE printer, const WCHAR* name, DWORD type, const BYTE* data,
-                         DWORD bytes) {
-        Use use(printer);
-        if (use.printer == nullptr) {
-            return ERROR_INVALID_HANDLE;
-        }
-        if (!use.MayAdminister()) {
-            return ERROR_ACCESS_DENIED;
-        }
-        const auto* first = reinterpret_cast<const std::byte*>(data);
-        use.printer->data.insert_or_assign(name, StoredValue{type, {first, first + bytes}});
-        return ERROR_SUCCESS;
-    }
-
-    static BOOL EnumForms(HANDLE printer, BYTE* buffer, DWORD bytes, DWORD* needed, DWORD* count) {
-        Use use(printer);
-        if (use.printer == nullptr) {
-            return FALSE;
-        }
-        const std::vector<Form>& forms = use.spooler.forms_;
-        if (!Answer(use.spooler, "EnumFormsW", forms.size() * sizeof(FORM_INFO_1W), buffer, bytes,
-                    needed, [&](Packer& packer) { PackForms(forms, packer); })) {
-            return FALSE;
-        }
-        *count = static_cast<DWORD>(forms.size());
-        return TRUE;
-    }
-
-    static BOOL AddForm(HANDLE printer, const FORM_INFO_1W& form) {
-        Use use(printer);
-        if (use.printer == nullptr) {
-            return FALSE;
-        }
-        if (!use.spooler.administrator_) {
-            return Fail(ERROR_ACCESS_DENIED);
-        }
-        auto& forms = use.spooler.forms_;
-        if (std::ranges::find(forms, form.pName, &Form::name) != forms.end()) {
-            return Fail(ERROR_FILE_EXISTS);
-        }
-        forms.push_back({form.pName, form.Flags, form.Size, form.ImageableArea});
-        return TRUE;
-    }
-
-    static BOOL DeleteForm(HANDLE printer, const WCHAR* name) {
-        Use use(printer);
-        if (use.printer == nullptr) {
-            return FALSE;
-        }
-        if (!use.spooler.administrator_) {
-            return Fail(ERROR_ACCESS_DENIED);
-        }
-        auto& forms = use.spooler.forms_;
-        const auto found = std::ranges::find(forms, name, &Form::name);
-        if (found == forms.end()) {
-            return Fail(ERROR_INVALID_FORM_NAME);
-        }
-        if (found->flags == FORM_BUILTIN) {
-            return Fail(ERROR_INVALID_PARAMETER);
-        }
-        forms.erase(found);
-        return TRUE;
-    }
-
-    struct DirectoryRequest {
-        bool ownServer;
-        bool ownEnvironment;
-        DWORD level;
-    };
-    // `directory` is the text in the caller's width, `size` bytes with its terminator.
-    static BOOL DriverDirectory(const char* call, const DirectoryRequest& request,
-                                const void* directory, size_t size, BYTE* buffer, DWORD bytes,
-                                DWORD* needed) {
-        if (needed == nullptr || !request.ownServer) {
-            return Fail(ERROR_INVALID_PARAMETER);
-        }
-        if (!request.ownEnvironment) {
-            return Fail(ERROR_INVALID_ENVIRONMENT);
-        }
-        if (request.level != 1) {
-            return Fail(ERROR_INVALID_LEVEL);
-        }
-        Spooler& spooler = Machine::Current().spooler();
-        std::lock_guard lock(spooler.mutex_);
-        return Answer(spooler, call, size, buffer, bytes, needed,
-                      [&](Packer& packer) { packer.PutBytes(0, directory, size); });
-    }
-
-    static HANDLE Revert() {
-        Machine& machine = Machine::Current();
-        Spooler& spooler = machine.spooler();
-        std::lock_guard lock(spooler.mutex_);
-        if (!spooler.reverted_.insert(std::this_thread::get_id()).second) {
-            return nullptr;
-        }
-        return machine.handles.Insert(std::make_shared<ClientToken>());
-    }
-
-    static BOOL Impersonate(HANDLE token) {
-        Machine& machine = Machine::Current();
-        Spooler& spooler = machine.spooler();
-        if (!machine.handles.Close<ClientToken>(token)) {
-            return Fail(ERROR_INVALID_HANDLE);
-        }
-        std::lock_guard lock(spooler.mutex_);
-        spooler.reverted_.erase(std::this_thread::get_id());
-        return TRUE;
-    }
+    Spooler& spooler;
+    std::lock_guard<std::mutex> lock;
+    Spooler::State& state = spooler.state_;
+    std::shared_ptr<Printer> printer;
+    bool mayAdminister = false;
 };
 
 namespace {
 
 HANDLE RevertToPrinterSelf() {
-    static CallSite call("RevertToPrinterSelf");
-    return call.Fails() ? nullptr : SpoolerCalls::Revert();
+    const SpoolerUse use;
+    return !Fails("RevertToPrinterSelf") &&
+                   use.state.reverted.insert(std::this_thread::get_id()).second
+               ? Machine::Current().handles.Insert(std::make_shared<ClientToken>())
+               : nullptr;
 }
 
+// Never planned to fail: nobody could give the thread its identity back then.
 BOOL ImpersonatePrinterClient(HANDLE token) {
-    // Never planned to fail: nobody could give the thread its identity back then.
-    return SpoolerCalls::Impersonate(token);
+    const SpoolerUse use;
+    if (!Machine::Current().handles.Close<ClientToken>(token)) {
+        return Answer(ERROR_INVALID_HANDLE);
+    }
+    use.state.reverted.erase(std::this_thread::get_id());
+    return TRUE;
+}
+
+DWORD GetData(HANDLE printer, std::u16string_view name, bool ansi, DWORD* type, BYTE* data,
+              DWORD bytes, DWORD* needed) {
+    const SpoolerUse use(printer);
+    if (use.printer == nullptr) {
+        return ERROR_INVALID_HANDLE;
+    }
+    const auto found = use.printer->data.find(name);
+    if (found == use.printer->data.end()) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    if (type != nullptr) {
+        *type = found->second.type;
+    }
+    return CopyOut(ansi ? ToAnsi(found->second) : found->second, data, bytes, needed);
 }
 
 }  // namespace
@@ -756,191 +525,183 @@ BOOL ImpersonatePrinterClient(HANDLE token) {
 using namespace embedded;
 
 BOOL OpenPrinterW(LPWSTR name, HANDLE* printer, PRINTER_DEFAULTSW* defaults) {
-    static CallSite call("OpenPrinterW");
-    if (call.Fails()) {
-        return Fail(ERROR_ACCESS_DENIED);
+    if (Fails("OpenPrinterW", ERROR_ACCESS_DENIED) ||
+        !Answer(name == nullptr ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS)) {
+        return FALSE;
     }
-    if (name == nullptr || printer == nullptr) {
-        return Fail(ERROR_INVALID_PARAMETER);
+    const SpoolerUse use;
+    PrinterOpening opening;
+    if (defaults != nullptr) {
+        opening = {.dataType = defaults->pDatatype != nullptr ? defaults->pDatatype : u"",
+                   .hasRecord = defaults->pDevMode != nullptr,
+                   .access = defaults->DesiredAccess};
     }
-    return SpoolerCalls::Open(name, printer, defaults);
+    use.state.lastOpening = opening;
+    const auto found = use.state.FindPrinter(name);
+    const auto refusal = use.state.refusals.find(std::u16string_view(name));
+    const bool asAdministrator = (opening.access & PRINTER_ACCESS_ADMINISTER) != 0;
+    if (!Answer(found == nullptr ? ERROR_INVALID_PRINTER_NAME
+                : !opening.dataType.empty() && opening.dataType != u"RAW" ? ERROR_INVALID_DATATYPE
+                : refusal != use.state.refusals.end()                     ? refusal->second
+                                                                          : ERROR_SUCCESS) ||
+        (asAdministrator && !use.CheckAdministrator())) {
+        return FALSE;
+    }
+    *printer = use.Open(found, opening.access);
+    return TRUE;
 }
 
 BOOL ClosePrinter(HANDLE printer) {
-    return SpoolerCalls::Close(printer) || Fail(ERROR_INVALID_HANDLE);
+    return SpoolerUse::Close(printer);
 }
 
 BOOL GetPrinterW(HANDLE printer, DWORD level, LPBYTE buffer, DWORD bytes, DWORD* needed) {
-    static CallSite call("GetPrinterW");
-    if (call.Fails()) {
-        return Fail(ERROR_NOT_ENOUGH_MEMORY);
-    }
-    if (needed == nullptr) {
-        return Fail(ERROR_INVALID_PARAMETER);
-    }
-    if (level != 2 && level != 8) {
-        return Fail(ERROR_INVALID_LEVEL);
-    }
-    SpoolerCalls::Use use(printer);
-    if (use.printer == nullptr) {
+    if (Fails("GetPrinterW", ERROR_NOT_ENOUGH_MEMORY) ||
+        !Answer(level != 2 && level != 8 ? ERROR_INVALID_LEVEL : ERROR_SUCCESS)) {
         return FALSE;
     }
-    return SpoolerCalls::Answer(
-        use.spooler, "GetPrinterW", level == 2 ? sizeof(PRINTER_INFO_2W) : sizeof(PRINTER_INFO_8W),
-        buffer, bytes, needed,
-        [&](Packer& packer) { (level == 2 ? PackPrinter2 : PackPrinter8)(*use.printer, packer); });
+    const SpoolerUse use(printer);
+    return use.printer != nullptr &&
+           use.Store("GetPrinterW", level == 2 ? sizeof(PRINTER_INFO_2W) : sizeof(PRINTER_INFO_8W),
+                     buffer, bytes, needed, [&](Packer& packer) {
+                         (level == 2 ? PackPrinter2 : PackPrinter8)(*use.printer, packer);
+                     });
 }
 
 BOOL SetPrinterW(HANDLE printer, DWORD level, LPBYTE record, DWORD command) {
-    static CallSite call("SetPrinterW");
-    if (call.Fails()) {
-        return Fail(ERROR_ACCESS_DENIED);
+    if (Fails("SetPrinterW", ERROR_ACCESS_DENIED) ||
+        !Answer(level != 8     ? ERROR_INVALID_LEVEL
+                : command != 0 ? ERROR_INVALID_PARAMETER
+                               : ERROR_SUCCESS)) {
+        return FALSE;
     }
-    if (level != 8) {
-        return Fail(ERROR_INVALID_LEVEL);
+    const SpoolerUse use(printer);
+    if (use.printer == nullptr || !use.mayAdminister) {
+        return use.printer != nullptr && Answer(ERROR_ACCESS_DENIED);
     }
-    const DEVMODEW* settings =
-        record != nullptr ? reinterpret_cast<const PRINTER_INFO_8W*>(record)->pDevMode : nullptr;
-    if (settings == nullptr || command != 0) {
-        return Fail(ERROR_INVALID_PARAMETER);
-    }
-    return SpoolerCalls::SetDefaultSettings(printer, settings);
+    const DEVMODEW& settings = *reinterpret_cast<const PRINTER_INFO_8W*>(record)->pDevMode;
+    const auto* first = reinterpret_cast<const std::byte*>(&settings);
+    use.printer->defaultSettings.assign(first, first + settings.dmSize + settings.dmDriverExtra);
+    return TRUE;
 }
 
 BOOL GetPrinterDriverW(HANDLE printer, LPWSTR environment, DWORD level, LPBYTE buffer, DWORD bytes,
                        DWORD* needed) {
-    static CallSite call("GetPrinterDriverW");
-    if (call.Fails()) {
-        return Fail(ERROR_NOT_ENOUGH_MEMORY);
+    if (Fails("GetPrinterDriverW", ERROR_NOT_ENOUGH_MEMORY) ||
+        !Answer(environment != nullptr     ? ERROR_INVALID_ENVIRONMENT
+                : level != 2 && level != 3 ? ERROR_INVALID_LEVEL
+                                           : ERROR_SUCCESS)) {
+        return FALSE;
     }
-    if (needed == nullptr) {
-        return Fail(ERROR_INVALID_PARAMETER);
-    }
-    if (!IsOwnEnvironment(environment)) {
-        return Fail(ERROR_INVALID_ENVIRONMENT);
-    }
-    if (level != 2 && level != 3) {
-        return Fail(ERROR_INVALID_LEVEL);
-    }
-    SpoolerCalls::Use use(printer);
+    const SpoolerUse use(printer);
     if (use.printer == nullptr) {
         return FALSE;
     }
-    const Driver* driver = SpoolerCalls::FindDriver(use.spooler, use.printer->driverName);
+    const Driver* driver = use.state.FindDriver(use.printer->driverName);
     if (driver == nullptr) {
-        return Fail(ERROR_UNKNOWN_PRINTER_DRIVER);
+        return Answer(ERROR_UNKNOWN_PRINTER_DRIVER);
     }
-    return SpoolerCalls::Answer(
-        use.spooler, "GetPrinterDriverW",
-        level == 2 ? sizeof(DRIVER_INFO_2W) : sizeof(DRIVER_INFO_3W), buffer, bytes, needed,
+    return use.Store(
+        "GetPrinterDriverW", level == 2 ? sizeof(DRIVER_INFO_2W) : sizeof(DRIVER_INFO_3W), buffer,
+        bytes, needed,
         [&](Packer& packer) { (level == 2 ? PackDriver2 : PackDriver3)(*driver, packer); });
 }
 
 BOOL GetPrinterDriverDirectoryW(LPWSTR server, LPWSTR environment, DWORD level, LPBYTE buffer,
                                 DWORD bytes, DWORD* needed) {
-    static CallSite call("GetPrinterDriverDirectoryW");
-    if (call.Fails()) {
-        return Fail(ERROR_NOT_ENOUGH_MEMORY);
+    if (Fails("GetPrinterDriverDirectoryW", ERROR_NOT_ENOUGH_MEMORY) ||
+        !Answer(server != nullptr        ? ERROR_INVALID_PARAMETER
+                : environment != nullptr ? ERROR_INVALID_ENVIRONMENT
+                : level != 1             ? ERROR_INVALID_LEVEL
+                                         : ERROR_SUCCESS)) {
+        return FALSE;
     }
-    return SpoolerCalls::DriverDirectory(
-        "GetPrinterDriverDirectoryW",
-        {server == nullptr || *server == 0, IsOwnEnvironment(environment), level}, kDriverDirectory,
-        sizeof(kDriverDirectory), buffer, bytes, needed);
-}
-
-BOOL GetPrinterDriverDirectoryA(LPSTR server, LPSTR environment, DWORD level, LPBYTE buffer,
-                                DWORD bytes, DWORD* needed) {
-    static CallSite call("GetPrinterDriverDirectoryA");
-    if (call.Fails()) {
-        return Fail(ERROR_NOT_ENOUGH_MEMORY);
-    }
-    const bool ownEnvironment =
-        environment == nullptr || IsOwnEnvironment(FromAnsi(environment).c_str());
-    const std::string directory = ToAnsi(kDriverDirectory);
-    return SpoolerCalls::DriverDirectory(
-        "GetPrinterDriverDirectoryA", {server == nullptr || *server == 0, ownEnvironment, level},
-        directory.c_str(), directory.size() + 1, buffer, bytes, needed);
+    return SpoolerUse().Store("GetPrinterDriverDirectoryW", 0, buffer, bytes, needed,
+                              [&](Packer& packer) { packer.Add(kDriverDirectory); });
 }
 
 DWORD GetPrinterDataW(HANDLE printer, LPWSTR value, DWORD* type, LPBYTE data, DWORD bytes,
                       DWORD* needed) {
-    static CallSite call("GetPrinterDataW");
-    if (call.Fails()) {
-        return ERROR_NOT_ENOUGH_MEMORY;
-    }
-    if (value == nullptr || needed == nullptr || (data == nullptr && bytes != 0)) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    return SpoolerCalls::GetData(printer, value, false, type, data, bytes, needed);
+    return Fails("GetPrinterDataW") ? ERROR_NOT_ENOUGH_MEMORY
+                                    : GetData(printer, value, false, type, data, bytes, needed);
 }
 
 DWORD GetPrinterDataA(HANDLE printer, LPSTR value, DWORD* type, LPBYTE data, DWORD bytes,
                       DWORD* needed) {
-    static CallSite call("GetPrinterDataA");
-    if (call.Fails()) {
-        return ERROR_NOT_ENOUGH_MEMORY;
-    }
-    if (value == nullptr || needed == nullptr || (data == nullptr && bytes != 0)) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    return SpoolerCalls::GetData(printer, FromAnsi(value), true, type, data, bytes, needed);
+    return Fails("GetPrinterDataA")
+               ? ERROR_NOT_ENOUGH_MEMORY
+               : GetData(printer, FromAnsi(value), true, type, data, bytes, needed);
 }
 
 DWORD SetPrinterDataW(HANDLE printer, LPWSTR value, DWORD type, LPBYTE data, DWORD bytes) {
-    static CallSite call("SetPrinterDataW");
-    if (call.Fails()) {
+    if (Fails("SetPrinterDataW")) {
         return ERROR_ACCESS_DENIED;
     }
-    if (value == nullptr || (data == nullptr && bytes != 0)) {
-        return ERROR_INVALID_PARAMETER;
+    const SpoolerUse use(printer);
+    if (use.printer == nullptr || !use.mayAdminister) {
+        return use.printer == nullptr ? ERROR_INVALID_HANDLE : ERROR_ACCESS_DENIED;
     }
-    return SpoolerCalls::SetData(printer, value, type, data, bytes);
+    const auto* first = reinterpret_cast<const std::byte*>(data);
+    use.printer->data.insert_or_assign(value, StoredValue{type, {first, first + bytes}});
+    return ERROR_SUCCESS;
 }
 
 BOOL EnumFormsW(HANDLE printer, DWORD level, LPBYTE buffer, DWORD bytes, DWORD* needed,
                 DWORD* count) {
-    static CallSite call("EnumFormsW");
-    if (call.Fails()) {
-        return Fail(ERROR_NOT_ENOUGH_MEMORY);
-    }
-    if (needed == nullptr || count == nullptr) {
-        return Fail(ERROR_INVALID_PARAMETER);
-    }
     *count = 0;
-    if (level != 1) {
-        return Fail(ERROR_INVALID_LEVEL);
+    if (Fails("EnumFormsW", ERROR_NOT_ENOUGH_MEMORY) ||
+        !Answer(level != 1 ? ERROR_INVALID_LEVEL : ERROR_SUCCESS)) {
+        return FALSE;
     }
-    return SpoolerCalls::EnumForms(printer, buffer, bytes, needed, count);
+    const SpoolerUse use(printer);
+    const std::vector<Form>& forms = use.state.forms;
+    if (use.printer == nullptr ||
+        !use.Store("EnumFormsW", forms.size() * sizeof(FORM_INFO_1W), buffer, bytes, needed,
+                   [&](Packer& packer) { PackForms(forms, packer); })) {
+        return FALSE;
+    }
+    *count = static_cast<DWORD>(forms.size());
+    return TRUE;
 }
 
 BOOL AddFormW(HANDLE printer, DWORD level, LPBYTE record) {
-    static CallSite call("AddFormW");
-    if (call.Fails()) {
-        return Fail(ERROR_ACCESS_DENIED);
+    if (Fails("AddFormW", ERROR_ACCESS_DENIED)) {
+        return FALSE;
     }
-    if (level != 1) {
-        return Fail(ERROR_INVALID_LEVEL);
+    const auto& form = *reinterpret_cast<const FORM_INFO_1W*>(record);
+    const SpoolerUse use(printer);
+    if (use.printer == nullptr || !use.CheckAdministrator()) {
+        return FALSE;
     }
-    const auto* form = reinterpret_cast<const FORM_INFO_1W*>(record);
-    if (form == nullptr || form->Flags > FORM_PRINTER) {
-        return Fail(ERROR_INVALID_PARAMETER);
+    auto& forms = use.state.forms;
+    if (!Answer(level != 1                  ? ERROR_INVALID_LEVEL
+                : form.Flags > FORM_PRINTER ? ERROR_INVALID_PARAMETER
+                : *form.pName == 0          ? ERROR_INVALID_FORM_NAME
+                : !IsFormSize(form)         ? ERROR_INVALID_FORM_SIZE
+                : std::ranges::find(forms, form.pName, &Form::name) != forms.end()
+                    ? ERROR_FILE_EXISTS
+                    : ERROR_SUCCESS)) {
+        return FALSE;
     }
-    if (form->pName == nullptr || *form->pName == 0) {
-        return Fail(ERROR_INVALID_FORM_NAME);
-    }
-    if (!IsFormSize(*form)) {
-        return Fail(ERROR_INVALID_FORM_SIZE);
-    }
-    return SpoolerCalls::AddForm(printer, *form);
+    forms.push_back({form.pName, form.Flags, form.Size, form.ImageableArea});
+    return TRUE;
 }
 
 BOOL DeleteFormW(HANDLE printer, LPWSTR name) {
-    static CallSite call("DeleteFormW");
-    if (call.Fails()) {
-        return Fail(ERROR_ACCESS_DENIED);
+    if (Fails("DeleteFormW", ERROR_ACCESS_DENIED)) {
+        return FALSE;
     }
-    if (name == nullptr) {
-        return Fail(ERROR_INVALID_FORM_NAME);
+    const SpoolerUse use(printer);
+    if (use.printer == nullptr || !use.CheckAdministrator()) {
+        return FALSE;
     }
-    return SpoolerCalls::DeleteForm(printer, name);
+    auto& forms = use.state.forms;
+    const auto found = std::ranges::find(forms, name, &Form::name);
+    if (!Answer(found == forms.end()           ? ERROR_INVALID_FORM_NAME
+                : found->flags == FORM_BUILTIN ? ERROR_INVALID_PARAMETER
+                                               : ERROR_SUCCESS)) {
+        return FALSE;
+    }
+    forms.erase(found);
+    return TRUE;
 }

@@ -26,12 +26,6 @@ struct Printer {
     std::u16string name;
     std::u16string driverName;
     std::u16string portName = u"FAX:";
-    std::u16string shareName = {};
-    std::u16string comment = {};
-    std::u16string location = {};
-    std::u16string printProcessor = u"WinPrint";
-    std::u16string dataType = u"RAW";
-    DWORD attributes = 0;
     // The global default job settings record, of any size and content; empty for none.
     std::vector<std::byte> defaultSettings = {};
     StoredValues data = {};
@@ -40,13 +34,7 @@ struct Printer {
 struct Driver {
     std::u16string name;
     std::u16string dataFile = {};
-    std::u16string driverPath = {};
-    std::u16string configFile = {};
     std::u16string helpFile = {};
-    std::u16string monitorName = {};
-    std::u16string defaultDataType = {};
-    std::u16string environment = u"Windows x64";
-    DWORD version = 3;
 };
 
 // Lengths in micrometres.
@@ -122,20 +110,25 @@ class Spooler {
     void Load(const nlohmann::json& saved);
 
   private:
-    friend struct SpoolerCalls;
+    friend struct SpoolerUse;
     struct Handle;
 
-    std::shared_ptr<Printer> Find(std::u16string_view name) const;
+    // Guarded by the lock; so is what the printers point at.
+    struct State {
+        std::vector<std::shared_ptr<Printer>> printers;
+        std::vector<Driver> drivers;
+        std::vector<Form> forms;
+        std::map<std::u16string, DWORD, LessIgnoringCase> refusals;
+        bool administrator = true;
+        PrinterOpening lastOpening;
+        std::map<std::string, DWORD> lies;
+        std::set<std::thread::id> reverted;
 
-    mutable std::mutex mutex_;  // guards all below and what the printers point at
-    std::vector<std::shared_ptr<Printer>> printers_;
-    std::vector<Driver> drivers_;
-    std::vector<Form> forms_;
-    std::map<std::u16string, DWORD, LessIgnoringCase> refusals_;
-    bool administrator_ = true;
-    PrinterOpening lastOpening_;
-    std::map<std::string, DWORD> lies_;
-    std::set<std::thread::id> reverted_;
+        std::shared_ptr<Printer> FindPrinter(std::u16string_view name) const;
+        const Driver* FindDriver(std::u16string_view name) const;
+    };
+    mutable std::mutex mutex_;
+    State state_;
 };
 
 }  // namespace embedded

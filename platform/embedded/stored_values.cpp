@@ -1,50 +1,32 @@
 #include "platform/embedded/stored_values.h"
 
+#include <algorithm>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "platform/embedded/api_kernel.h"
 #include "platform/embedded/api_spooler.h"
 
 namespace embedded {
 namespace {
 
-bool IsText(DWORD type) {
-    return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ;
-}
-
-template <typename Char>
-std::vector<std::byte> BytesOf(std::basic_string_view<Char> text) {
-    std::vector<std::byte> bytes(text.size() * sizeof(Char));
-    if (!bytes.empty()) {
-        memcpy(bytes.data(), text.data(), bytes.size());
-    }
-    return bytes;
-}
-
-template <typename Char>
-std::basic_string<Char> TextOf(const std::vector<std::byte>& bytes) {
-    std::basic_string<Char> text(bytes.size() / sizeof(Char), 0);
-    if (!text.empty()) {
-        memcpy(text.data(), bytes.data(), text.size() * sizeof(Char));
-    }
-    return text;
-}
+constexpr std::string_view kDigits = "0123456789abcdef";
 
 unsigned HexDigit(char digit) {
-    if (digit >= '0' && digit <= '9') {
-        return digit - '0';
+    const size_t value = kDigits.find(digit);
+    if (value == kDigits.npos) {
+        throw std::runtime_error(std::string("'") + digit + "' is no lower-case hexadecimal digit");
     }
-    if (digit >= 'a' && digit <= 'f') {
-        return digit - 'a' + 10;
-    }
-    throw std::runtime_error(std::string("'") + digit + "' is no lower-case hexadecimal digit");
+    return static_cast<unsigned>(value);
 }
 
 }  // namespace
 
 StoredValue StoredText(std::u16string_view text) {
-    return {REG_SZ, BytesOf<char16_t>(std::u16string(text) + u'\0')};
+    StoredValue value{REG_SZ, std::vector<std::byte>((text.size() + 1) * sizeof(char16_t))};
+    memcpy(value.data.data(), text.data(), text.size() * sizeof(char16_t));
+    return value;
 }
 
 StoredValue StoredNumber(DWORD number) {
@@ -54,23 +36,27 @@ StoredValue StoredNumber(DWORD number) {
 }
 
 StoredValue ToAnsi(const StoredValue& value) {
-    if (!IsText(value.type)) {
+    if (value.type != REG_SZ && value.type != REG_EXPAND_SZ) {
         return value;
     }
-    return {value.type, BytesOf<char>(ToAnsi(TextOf<char16_t>(value.data)))};
+    std::u16string text(value.data.size() / sizeof(char16_t), 0);
+    memcpy(text.data(), value.data.data(), text.size() * sizeof(char16_t));
+    const std::string ansi = ToAnsi(text);
+    const auto* first = reinterpret_cast<const std::byte*>(ansi.data());
+    return {value.type, {first, first + ansi.size()}};
 }
 
-StoredValue FromAnsi(const StoredValue& value) {
-    if (!IsText(value.type)) {
-        return value;
+DWORD CopyOut(const StoredValue& value, BYTE* data, DWORD room, DWORD* needed) {
+    *needed = static_cast<DWORD>(value.data.size());
+    if (room < value.data.size()) {
+        return ERROR_MORE_DATA;
     }
-    return {value.type, BytesOf<char16_t>(FromAnsi(TextOf<char>(value.data)))};
+    std::ranges::copy(value.data, reinterpret_cast<std::byte*>(data));
+    return ERROR_SUCCESS;
 }
 
 nlohmann::json SavedBytes(const std::vector<std::byte>& bytes) {
-    static constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    text.reserve(bytes.size() * 2);
     for (std::byte byte : bytes) {
         text += kDigits[std::to_integer<unsigned>(byte) >> 4];
         text += kDigits[std::to_integer<unsigned>(byte) & 0xF];

@@ -26,10 +26,11 @@ using StoredValues = std::map<std::u16string, StoredValue, LessIgnoringCase>;
 StoredValue StoredText(std::u16string_view text);
 StoredValue StoredNumber(DWORD number);
 
-// What an A function gives for the value and stores for its argument: texts in the ANSI code
-// page, other types byte for byte.
+// What an A function gives for the value: texts in the ANSI code page, other types byte for byte.
 StoredValue ToAnsi(const StoredValue& value);
-StoredValue FromAnsi(const StoredValue& value);
+// The end of a call that asks for a value: its size in *needed, ERROR_MORE_DATA when `room` is
+// less.
+DWORD CopyOut(const StoredValue& value, BYTE* data, DWORD room, DWORD* needed);
 
 // Bytes are hexadecimal text, values an object by name. Loading throws std::runtime_error or a
 // nlohmann::json exception for what is not of that form.

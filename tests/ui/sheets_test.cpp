@@ -347,9 +347,8 @@ class Sheets : public tests::UiMachine {
             const auto entry = reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&TellHelp));
             libraries.insert(text16(0));
             fax.machine.modules().Install({.path = text16(0),
-                                           .exports = {},
-                                           .resources = {},
-                                           .ordinals = {{static_cast<WORD>(number(1)), entry}}});
+                                           .exports = {{"#" + std::to_string(number(1)), entry}},
+                                           .resources = {}});
         } else if (verb == "register") {
             // As the help control's library: so many characters of the path, or all of them.
             embedded::StoredValue value = embedded::StoredText(text16(0));

@@ -29,10 +29,7 @@ class Host : public answers::Home {
         const fs::path onDisk = machine_.files().HostPath(dataFile);
         fs::create_directories(onDisk.parent_path());
         fs::copy_file(SOURCE_FOLDER "/examples/KSFAX.PPD", onDisk);
-        machine_.spooler().AddDriver({.name = answers::kDriverName,
-                                      .dataFile = dataFile,
-                                      .driverPath = drivers + u"KSFAXR.DLL",
-                                      .configFile = drivers + u"KSFAXUI.DLL"});
+        machine_.spooler().AddDriver({.name = answers::kDriverName, .dataFile = dataFile});
         for (const answers::SystemColor& one : answers::kSystemColors) {
             machine_.graphics().systemColors.at(one.element) = one.color;
         }
