@@ -74,3 +74,10 @@ function(add_test_module name file source)
 endfunction()
 add_test_module(companion KSFAXDLG tests/windows/companion.cpp)
 add_test_module(sheet_host compstui tests/windows/property_sheet_host.cpp)
+
+# The example of a resource module in another language, as its author builds it.
+add_library(german SHARED examples/german.rc)
+set_target_properties(german PROPERTIES LINKER_LANGUAGE C PREFIX "" OUTPUT_NAME KSFAXRES SUFFIX ".DLL"
+  RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/german ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/german)
+target_link_options(german PRIVATE -nostdlib -Wl,--entry=0)
+add_dependencies(ksfax_windows_tests german)

@@ -124,11 +124,19 @@ class UserInterface : public testing::Test {
   protected:
     void SetUp() override {
         ASSERT_EQ(SharedPrinter().error(), "");
-        documentProperties_ =
-            SharedPrinter().EntryPoint<decltype(&DrvDocumentProperties)>("DrvDocumentProperties");
-        printerProperties_ =
-            SharedPrinter().EntryPoint<decltype(&PrinterProperties)>("PrinterProperties");
+        Use(SharedPrinter().module());
+    }
+    // The DLL whose sheets are shown.
+    void Use(HMODULE module) {
+        module_ = module;
+        documentProperties_ = platform::FunctionCast<decltype(&DrvDocumentProperties)>(
+            GetProcAddress(module, "DrvDocumentProperties"));
+        printerProperties_ = platform::FunctionCast<decltype(&PrinterProperties)>(
+            GetProcAddress(module, "PrinterProperties"));
         ASSERT_TRUE(documentProperties_ != nullptr && printerProperties_ != nullptr);
+        if (host_) {
+            UseOwnHost();
+        }
         std::vector<BYTE> record(kRecordBytes, 0);
         settings_ = record;
         ASSERT_EQ(Ask(DM_OUT_BUFFER, nullptr), IDOK);
@@ -157,12 +165,11 @@ class UserInterface : public testing::Test {
         UseOwnHost();
         return OpenSheet(user, mode);
     }
-    static void UseOwnHost() {
+    void UseOwnHost() {
         host_ = platform::LoadedModule(
             LoadLibraryW((ProgramFolder() / TEXT("sheet_host/compstui.dll")).c_str()));
         ASSERT_TRUE(host_);
-        ASSERT_TRUE(ReplaceImport(SharedPrinter().module(), "LoadLibraryA",
-                                  reinterpret_cast<void*>(LoadOwnHost)));
+        ASSERT_TRUE(ReplaceImport(module_, "LoadLibraryA", reinterpret_cast<void*>(LoadOwnHost)));
     }
     // The driver asks for the library by its bare name, under which the system's is loaded.
     static HMODULE WINAPI LoadOwnHost(LPCSTR name) {
@@ -180,6 +187,7 @@ class UserInterface : public testing::Test {
 
     static constexpr size_t kRecordBytes = 2608;
     static inline platform::LoadedModule host_;
+    HMODULE module_ = nullptr;
     decltype(&DrvDocumentProperties) documentProperties_ = nullptr;
     decltype(&PrinterProperties) printerProperties_ = nullptr;
     std::vector<BYTE> settings_;
@@ -246,6 +254,37 @@ TEST_F(UserInterface, TakesPaperOrientationAndResolutionFromTheSheet) {
     EXPECT_EQ(OpenSheet(restore), IDOK);
     EXPECT_EQ(record().dmOrientation, DMORIENT_PORTRAIT);
     EXPECT_EQ(faxResolution(), 0u);
+}
+
+// The DLL once more, in a folder where the German resource module of the examples lies beside it.
+TEST_F(UserInterface, SpeaksTheLanguageOfTheResourceModuleBesideIt) {
+    const fs::path folder = ProgramFolder() / TEXT("german");
+    ASSERT_TRUE(CopyFileW((ProgramFolder() / TEXT("KSFAXUI.DLL")).c_str(),
+                          (folder / TEXT("KSFAXUI.DLL")).c_str(), FALSE));
+    const platform::LoadedModule german(LoadLibraryW((folder / TEXT("KSFAXUI.DLL")).c_str()));
+    ASSERT_TRUE(german);
+    Use(german.get());
+
+    std::vector<std::wstring> texts;
+    const auto user = [&](HWND sheet) {
+        const HWND page = PageOf(sheet);
+        const HWND tabs = reinterpret_cast<HWND>(SendMessageW(sheet, PSM_GETTABCONTROL, 0, 0));
+        WCHAR title[64] = {};
+        TCITEMW tab = {};
+        tab.mask = TCIF_TEXT;
+        tab.pszText = title;
+        tab.cchTextMax = 64;
+        SendMessageW(tabs, TCM_GETITEMW, 0, reinterpret_cast<LPARAM>(&tab));
+        WCHAR paper[64] = {};
+        SendDlgItemMessageW(page, kPaperList, CB_GETLBTEXT, 9, reinterpret_cast<LPARAM>(paper));
+        Choose(page, 9);
+        texts = {title, TextOf(page, kPortrait), TextOf(page, kDefaultButton), paper,
+                 TextOf(page, kLabel)};
+    };
+    EXPECT_EQ(OpenSheet(user), IDCANCEL);
+    EXPECT_EQ(texts,
+              (std::vector<std::wstring>{TEXT("Grundlagen"), TEXT("&Hochformat"), TEXT("&Standard"),
+                                         TEXT("A4 lang"), TEXT("A4 lang\n210 x 405 mm")}));
 }
 
 // In a mirrored sheet, where x counts from the right.
