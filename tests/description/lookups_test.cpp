@@ -26,19 +26,16 @@ TEST(DeviceFontId, NumbersTheBuiltInFonts) {
     // The font resources have the same numbers: u16 number, four more, then the name.
     embedded::Machine machine;
     const tool::LoadedDriver driver(machine);
-    WORD number = 1;
-    for (std::span<const std::byte> record;; ++number) {
-        record = machine.resources().Find(driver.instance(), DEVICE_FONT_RESOURCE, number);
-        if (record.empty()) {
-            break;
-        }
-        ASSERT_GT(record.size(), 10u);
+    for (WORD number = 1; number <= kDeviceFonts; ++number) {
+        const auto record =
+            machine.resources().Find(driver.instance(), DEVICE_FONT_RESOURCE, number);
+        ASSERT_GT(record.size(), 10u) << number;
         EXPECT_EQ(std::to_integer<WORD>(record[0]), number);
         EXPECT_EQ(DeviceFontId(reinterpret_cast<const char*>(record.data() + 10)), number);
     }
-    EXPECT_EQ(number, kDeviceFonts + 1);
 }
 
+// Document features Duplex 0 and Collate 1, installable ones Tray 2, Unit 3 and Disk 4.
 constexpr char kFeatures[] =
     "*Duplex None: \"\"\n*Duplex Long: \"\"\n*Duplex Short: \"\"\n"
     "*Collate False: \"\"\n*Collate True: \"\"\n*OpenGroup: InstallableOptions\n"
@@ -134,9 +131,8 @@ TEST(DescriptionLookups, AnswerAsRecorded) {
     EXPECT_EQ(PaperKeywordToCode(nullptr) + SourceKeywordToCode(nullptr), 2);
     EXPECT_EQ(GetNumberField(nullptr, 0), 1);
     const DescriptionPtr d = LoadText(kFeatures);
-    EXPECT_EQ(FindByName<FeatureRecord>(d->Features.Target(), nullptr), nullptr);
-    EXPECT_EQ(FindOptionByNameOrTranslation<FeatureRecord>(d->Features.Target(), nullptr, nullptr),
-              nullptr);
+    EXPECT_EQ(FindByName(d->Features.Target(), nullptr), nullptr);
+    EXPECT_EQ(FindOptionByNameOrTranslation(d->Features.Target(), nullptr, nullptr), nullptr);
 }
 
 // Of options beyond number 254 none can be selected, and a constraint on number 255 is on any.
@@ -240,15 +236,14 @@ TEST(TextHelpers, KeepToTheirRoom) {
         EXPECT_EQ(field, row.field) << row.size;
     }
     // Without a size the whole string, of which a character may be two bytes.
-    WCHAR wide[8] = {'x'};
-    AnsiToWide(wide, "a\x83\x41");
-    EXPECT_EQ(std::u16string(wide), u"a\u30A2");
-    char narrow[8] = "xxx";
-    WideToAnsi(narrow, wide);
-    EXPECT_STREQ(narrow, "a\x83\x41");
-    AnsiToWide(wide, nullptr);
-    WideToAnsi(narrow, nullptr);
-    EXPECT_EQ(wide[0] + narrow[0], 0);
+    for (const char* text : {"a\x83\x41", static_cast<const char*>(nullptr)}) {
+        WCHAR wide[8] = {'x'};
+        char narrow[8] = "xxx";
+        AnsiToWide(wide, text);
+        WideToAnsi(narrow, text != nullptr ? wide : nullptr);
+        EXPECT_EQ(std::u16string(wide), text != nullptr ? u"a\u30A2" : u"");
+        EXPECT_STREQ(narrow, text != nullptr ? text : "");
+    }
 }
 
 }  // namespace
