@@ -42,42 +42,33 @@ class PageDrawing : public tests::UiMachine {
     const embedded::Bitmap& Pixels(HBITMAP bitmap) {
         return *fax.machine.graphics().BitmapOf(bitmap);
     }
-    // Of what the target shows.
-    uint32_t Checksum() {
-        uint32_t sum = 2166136261;
-        for (const uint32_t pixel : Pixels(bitmap_).pixels) {
-            sum = (sum ^ pixel) * 16777619;
-        }
-        return sum;
-    }
-
     HDC target = CreateCompatibleDC(nullptr);
-
     HBITMAP bitmap_;
     HGDIOBJ before_;
 };
 
 TEST_F(PageDrawing, ShowsWhatBelongsOnEachItem) {
     constexpr UINT kMenuItem = 1;
-    const struct {
-        UINT id;
-        short orientation;
-        UINT type = ODT_BUTTON;
-    } rows[] = {
-        {166, DMORIENT_PORTRAIT},
-        {166, DMORIENT_LANDSCAPE},
-        {166, 0},
-        {166, 3},
-        {533, 0},
-        {9999, DMORIENT_PORTRAIT},
-        {10000, DMORIENT_PORTRAIT},
+    const UINT rows[][3] = {
+        // id, orientation, type
+        {166, DMORIENT_PORTRAIT, ODT_BUTTON},
+        {166, DMORIENT_LANDSCAPE, ODT_BUTTON},
+        {166, 0, ODT_BUTTON},
+        {166, 3, ODT_BUTTON},
+        {533, 0, ODT_BUTTON},
+        {9999, DMORIENT_PORTRAIT, ODT_BUTTON},
+        {10000, DMORIENT_PORTRAIT, ODT_BUTTON},
         {166, DMORIENT_PORTRAIT, kMenuItem},
     };
-    for (const auto& row : rows) {
+    for (const auto& [id, orientation, type] : rows) {
         Clear();
-        DrawItem(row.id, row.orientation, row.type);
-        text += std::to_string(row.id) + ", type " + std::to_string(row.type) + ", orientation " +
-                std::to_string(row.orientation) + ": checksum " + std::to_string(Checksum()) + "\n";
+        DrawItem(id, static_cast<short>(orientation), type);
+        uint32_t checksum = 0;
+        for (const uint32_t pixel : Pixels(bitmap_).pixels) {
+            checksum = checksum * 31 + pixel;
+        }
+        text +=
+            Line(id, ", type ", type, ", orientation ", orientation, ": checksum ", checksum, "\n");
     }
     EXPECT_TRUE(IsRecorded("ui/pictures.txt", text));
 }

@@ -64,7 +64,7 @@ TEST_F(PropertySheets, HandOutAllOrNothingWhateverFails) {
                               .withAllLater = false});
     // Of the strings in the session's heap only the help file's path may be missing.
     for (const auto& [call, count] : confirmed) {
-        text += std::to_string(count) + " " + call + "\n";
+        text += Line(count, " ", call, "\n");
     }
     EXPECT_TRUE(IsRecorded("ui/confirmed_all_the_same.txt", text));
 }
@@ -92,9 +92,6 @@ class UserFolder : public UiMachine {
         EXPECT_EQ(value.type, REG_BINARY);
         return {reinterpret_cast<const char*>(value.data.data()), value.data.size()};
     }
-    DWORD Attributes(std::u16string_view folder = kFolder) {
-        return fax.machine.files().Attributes(folder);
-    }
 };
 
 TEST_F(UserFolder, IsMadeWithItsRecordBeforeTheSessionOfAnySheet) {
@@ -107,7 +104,8 @@ TEST_F(UserFolder, IsMadeWithItsRecordBeforeTheSessionOfAnySheet) {
     information.Reason = PROPSHEETUI_REASON_INIT;
     EXPECT_EQ(DrvDevicePropertySheets(&information, 0), -1);
     for (const char16_t* folder : {u"C:\\Users\\User\\AppData\\Roaming\\Kestova", kFolder}) {
-        EXPECT_EQ(Attributes(folder), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_DIRECTORY)
+        EXPECT_EQ(fax.machine.files().Attributes(folder),
+                  FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_DIRECTORY)
             << "those of the documents";
     }
     EXPECT_EQ(Stored(), kRecord);
@@ -141,8 +139,9 @@ TEST_F(UserFolder, IsRecordedAnewWhenTheRecordSaysOtherwise) {
         PrepareUserFolder();
         fax.machine.faults.Clear();
         EXPECT_EQ(Stored(), row.then.empty() ? row.stored : row.then) << row.what;
-        EXPECT_EQ(Attributes() != INVALID_FILE_ATTRIBUTES, row.makesFolder) << row.what;
-        std::filesystem::remove_all(fax.machine.files().HostPath(kFolder));
+        EXPECT_EQ(std::filesystem::remove_all(fax.machine.files().HostPath(kFolder)) != 0,
+                  row.makesFolder)
+            << row.what;
     }
 }
 

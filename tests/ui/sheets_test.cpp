@@ -83,9 +83,8 @@ class Sheets : public tests::UiMachine {
             RECT at{};
             GetWindowRect(control, &at);
             ToClientArea(page, &at);
-            for (const LONG side : {at.left, at.top, at.right - at.left, at.bottom - at.top}) {
-                fact += " " + std::to_string(side);
-            }
+            fact +=
+                Line(" ", at.left, " ", at.top, " ", at.right - at.left, " ", at.bottom - at.top);
         }
         for (const int id : {IDC_PAPER_PICTURE, IDC_LOGO}) {
             if (const HWND picture = Control(id); picture != nullptr) {
@@ -101,9 +100,8 @@ class Sheets : public tests::UiMachine {
             for (WPARAM item = 0; item < static_cast<WPARAM>(count); ++item) {
                 WCHAR paper[300];
                 SendMessageW(box, CB_GETLBTEXT, item, reinterpret_cast<LPARAM>(paper));
-                facts["papers"] += embedded::Utf8(paper) + "=" +
-                                   std::to_string(SendMessageW(box, CB_GETITEMDATA, item, 0)) +
-                                   "; ";
+                facts["papers"] += Line(embedded::Utf8(paper), "=",
+                                        SendMessageW(box, CB_GETITEMDATA, item, 0), "; ");
             }
             facts["selected"] = std::to_string(SendMessageW(box, CB_GETCURSEL, 0, 0));
         }
@@ -146,8 +144,8 @@ class Sheets : public tests::UiMachine {
         sheetProcedure = reinterpret_cast<DLGPROC>(SetWindowLongPtrW(
             sheet->window(), DWLP_DLGPROC, reinterpret_cast<LONG_PTR>(CountChanges)));
         const std::string tab = embedded::Utf8(sheet->tab());
-        Tell(embedded::Utf8(sheet->title()) + ": " + tab +
-             (IsWindowEnabled(owner) ? ", owner enabled" : ""));
+        Tell(embedded::Utf8(sheet->title()), ": ", tab,
+             IsWindowEnabled(owner) ? ", owner enabled" : "");
         callback = std::exchange(SessionOf(sheet->page())->propSheetCallback, TellHost);
         Use(sheet->page(), tab);
     }
@@ -182,13 +180,14 @@ class Sheets : public tests::UiMachine {
             const platform::PrinterHandle opened =
                 fax.Open(FaxMachine::kPrinter, kind == "printer");
             result = PrinterProperties(owner, opened.get());
-            Tell("Permission: " + std::to_string(fax.StoredNumber(u"Permission").value_or(0)));
+            Tell("Permission: ", fax.StoredNumber(u"Permission").value_or(0));
         }
-        std::string events = "= " + std::to_string(result) + ", events";
+        std::string events;
         for (const auto& event : host.events) {
-            events += " " + std::to_string(event.reason) + "=" + std::to_string(event.result);
+            events += Line(" ", event.reason, "=", event.result);
         }
-        Tell(events + (OutputIsUntouched() ? ", output untouched" : ", written:"));
+        Tell("= ", result, ", events", events,
+             OutputIsUntouched() ? ", output untouched" : ", written:");
         if (!OutputIsUntouched()) {
             Facts written;
             before.clear();
@@ -217,18 +216,14 @@ class Sheets : public tests::UiMachine {
         PROPSHEETUI_INFO_HEADER header{};
         SETRESULT_INFO decided{};
         decided.Result = result;
-        void* record = &header;
-        if (reason == PROPSHEETUI_REASON_SET_RESULT) {
-            record = &decided;
-        }
+        const auto record = reason == PROPSHEETUI_REASON_SET_RESULT
+                                ? reinterpret_cast<LPARAM>(&decided)
+                                : reinterpret_cast<LPARAM>(&header);
         ResetOutput();
-        const LONG answer =
-            function(&information, hasRecord ? reinterpret_cast<LPARAM>(record) : LPARAM{0});
-        Tell("= " + std::to_string(answer) + ", result " + std::to_string(information.Result) +
-             ", flags " + std::to_string(header.Flags) + ", icon " + std::to_string(header.IconID) +
-             (header.pTitle == name.data() ? ", the printer" : "") +
-             (header.hInst == ownModule && ownModule != nullptr ? ", own icon" : "") +
-             (OutputIsUntouched() ? "" : ", written"));
+        const LONG answer = function(&information, hasRecord ? record : 0);
+        Tell("= ", answer, ", result ", information.Result, ", flags ", header.Flags, ", icon ",
+             header.IconID, header.pTitle == name.data() ? ", the printer" : "",
+             header.hInst == ownModule ? ", own icon" : "", OutputIsUntouched() ? "" : ", written");
     }
 
     void Do(const Command& command) override {
@@ -299,14 +294,11 @@ class Sheets : public tests::UiMachine {
             const INT_PTR brush =
                 PaperPageProc(page, WM_CTLCOLORSTATIC, reinterpret_cast<WPARAM>(context),
                               reinterpret_cast<LPARAM>(Control(number(0))));
-            Tell((brush == reinterpret_cast<INT_PTR>(session()->pageBrush) ? "page brush, text "
-                                                                           : "no brush, text ") +
-                 std::to_string(SetTextColor(context, 5)) + ", background " +
-                 std::to_string(SetBkColor(context, 5)));
+            Tell(brush == reinterpret_cast<INT_PTR>(session()->pageBrush) ? "page brush" : "none",
+                 ", text ", SetTextColor(context, 5), ", background ", SetBkColor(context, 5));
             const INT_PTR erased =
                 PaperPageProc(page, WM_ERASEBKGND, reinterpret_cast<WPARAM>(context), 0);
-            Tell("erased " + std::to_string(erased) + ": " +
-                 std::to_string(PixelsOf(context, 1, 1).At(0, 0)));
+            Tell("erased ", erased, ": ", PixelsOf(context, 1, 1).At(0, 0));
             ReleaseDC(page, context);
         } else if (verb == "name") {
             // A custom paper's name, for a label of that many pixels.
@@ -318,8 +310,8 @@ class Sheets : public tests::UiMachine {
             windows.Choose(papers, 4);
         } else if (verb == "box") {
             // The About box shown by itself; what it answered.
-            Tell("= " + std::to_string(DialogBoxParamW(resourceModule, MAKEINTRESOURCEW(IDD_ABOUT),
-                                                       page, AboutDialogProc, Parameter())));
+            Tell("= ", DialogBoxParamW(resourceModule, MAKEINTRESOURCEW(IDD_ABOUT), page,
+                                       AboutDialogProc, Parameter()));
         } else if (verb == "logo") {
             CreateWindowExW(0, u"Button", u"", WS_CHILD | WS_VISIBLE | 0xB, 3, 4, 280, 60, page,
                             reinterpret_cast<HMENU>(uintptr_t{IDC_LOGO}), nullptr, nullptr);
@@ -365,22 +357,22 @@ class Sheets : public tests::UiMachine {
             for (const std::string& call : fax.machine.faults.names()) {
                 calls += call + " ";
             }
-            Tell(calls + (shown != nullptr ? "shown" : "not shown"));
+            Tell(calls, shown != nullptr ? "shown" : "not shown");
         }
         if (verb != "fail") {
             fax.machine.faults.Clear();
         }
         if (changes != 0) {
-            Tell("told the sheet" + std::string(std::exchange(changes, 0) > 1 ? ", twice" : ""));
+            Tell("told the sheet", std::exchange(changes, 0) > 1 ? ", twice" : "");
         }
         for (const auto& request : std::exchange(windows.helpRequests, {})) {
             const auto* rows = reinterpret_cast<const std::pair<DWORD, DWORD>*>(request.data);
-            std::string line = "context help " + std::to_string(request.command) + " for " +
-                               Name(request.window) + ", " + FileOf(request.file.c_str()) + ":";
+            std::string contexts;
             for (; rows->first != 0; ++rows) {
-                line += " " + std::to_string(rows->first) + "=" + std::to_string(rows->second);
+                contexts += Line(" ", rows->first, "=", rows->second);
             }
-            Tell(line);
+            Tell("context help ", request.command, " for ", Name(request.window), ", ",
+                 FileOf(request.file.c_str()), ":", contexts);
         }
         if (page != nullptr && IsWindowVisible(page)) {
             TellChanges(State());
@@ -401,16 +393,15 @@ class Sheets : public tests::UiMachine {
         return file.substr(file.rfind('\\') + 1);
     }
     static HWND TellHelp(HWND window, LPCWSTR file, UINT command, DWORD_PTR data) {
-        running->Tell("help for " + running->Name(window) + ": " + FileOf(file) + ", command " +
-                      std::to_string(command) + ", data " + std::to_string(data));
+        running->Tell("help for ", running->Name(window), ": ", FileOf(file), ", command ", command,
+                      ", data ", data);
         return reinterpret_cast<HWND>(uintptr_t{0x77});
     }
     static LONG_PTR CALLBACK TellHost(HANDLE handle, UINT function, LPARAM first, LPARAM second) {
         const auto pageHandle = running->session()->propSheetPages[0];
-        running->Tell("told the host: function " + std::to_string(function) +
-                      (handle == pageHandle ? ", page" : ", other") +
-                      (reinterpret_cast<HANDLE>(first) == pageHandle ? ", page, " : ", other, ") +
-                      std::to_string(second));
+        running->Tell(
+            "told the host: function ", function, handle == pageHandle ? ", page" : ", other",
+            reinterpret_cast<HANDLE>(first) == pageHandle ? ", page, " : ", other, ", second);
         return running->callback(handle, function, first, second);
     }
     static INT_PTR CALLBACK CountChanges(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -458,8 +449,7 @@ TEST_F(Sheets, KnowTheLabelOfEveryPaper) {
         WCHAR label[80] = {};
         LoadStringW(fax.driver.instance(), string, label, 80);
         if (string != IDS_LABEL_UNDEFINED || code == 256) {
-            text += std::to_string(code) + ": " + std::to_string(string) + " " +
-                    embedded::Utf8(label) + "\n";
+            text += Line(code, ": ", string, " ", embedded::Utf8(label), "\n");
         }
     }
     EXPECT_TRUE(IsRecorded("ui/paper_labels.txt", text));

@@ -128,7 +128,16 @@ class UiMachine : public testing::Test {
         }
         return {};
     }
-    void Tell(const std::string& line) { text += "    " + line + "\n"; }
+    template <typename... Parts>
+    static std::string Line(const Parts&... parts) {
+        std::ostringstream line;
+        (line << ... << parts);
+        return line.str();
+    }
+    template <typename... Parts>
+    void Tell(const Parts&... parts) {
+        text += "    " + Line(parts...) + "\n";
+    }
 
     bool Click(HWND dialog, int control) { return windows.Click(GetDlgItem(dialog, control)); }
     // What a context shows now, without waiting for anything to be painted.
