@@ -1,15 +1,22 @@
 #pragma once
 
-// Job settings records as tests write them down: bytes at offsets.
+// Job settings records as tests write them down: bytes at offsets, or the fields of
+// job_settings_fields.def by name, as in "dmPaperSize=5 dmFormName=A5 featureSelections+1=0x9".
 
-#include <cstdio>
+#include <algorithm>
+#include <array>
 #include <cstring>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "jobsettings/job_settings.h"
+#include "tool/record_fields.h"
 
 namespace ksfax {
+
+using RecordBytes = std::vector<uint8_t>;
 
 // A little-endian field of 1, 2 or 4 bytes at `offset` from the start of the record.
 struct Field {
@@ -18,42 +25,21 @@ struct Field {
     uint32_t value;
 };
 
-constexpr Field U8(size_t offset, uint32_t value) {
-    return {offset, 1, value};
+constexpr auto Fields(size_t start, unsigned width) {
+    return [=](size_t offset, uint32_t value) { return Field{start + offset, width, value}; };
 }
-constexpr Field U16(size_t offset, uint32_t value) {
-    return {offset, 2, value};
-}
-constexpr Field U32(size_t offset, uint32_t value) {
-    return {offset, 4, value};
-}
+constexpr auto U8 = Fields(0, 1), U16 = Fields(0, 2), U32 = Fields(0, 4);
 // The same in the private part, whose offsets count from 220.
-constexpr Field P8(size_t offset, uint32_t value) {
-    return {220 + offset, 1, value};
-}
-constexpr Field P16(size_t offset, uint32_t value) {
-    return {220 + offset, 2, value};
-}
-constexpr Field P32(size_t offset, uint32_t value) {
-    return {220 + offset, 4, value};
-}
-
-using RecordBytes = std::vector<uint8_t>;
+constexpr auto P8 = Fields(220, 1), P16 = Fields(220, 2), P32 = Fields(220, 4);
 
 inline void Put(RecordBytes* record, const Field& field) {
     for (unsigned i = 0; i < field.width; ++i) {
-        (*record)[field.offset + i] = static_cast<uint8_t>(field.value >> (8 * i));
+        record->at(field.offset + i) = static_cast<uint8_t>(field.value >> (8 * i));
     }
 }
 inline void Put(RecordBytes* record, const std::vector<Field>& fields) {
     for (const Field& field : fields) {
         Put(record, field);
-    }
-}
-inline void PutText(RecordBytes* record, size_t offset, std::u16string_view text) {
-    for (const char16_t character : text) {
-        Put(record, U16(offset, character));
-        offset += 2;
     }
 }
 
@@ -81,22 +67,105 @@ inline DEVMODEW* AsDevMode(RecordBytes& record) {
     return reinterpret_cast<DEVMODEW*>(record.data());
 }
 
-// Empty when equal; else every differing byte as "offset: actual, expected", private ones as
-// "private offset".
-inline std::string Differences(const RecordBytes& actual, const RecordBytes& expected) {
-    std::string text;
-    if (actual.size() != expected.size()) {
-        text = "sizes differ\n";
-    }
-    for (size_t i = 0; i < std::min(actual.size(), expected.size()); ++i) {
-        if (actual[i] != expected[i]) {
-            char line[80];
-            std::snprintf(line, sizeof(line), "%s%zu: %02X, expected %02X\n",
-                          i < 220 ? "" : "private ", i < 220 ? i : i - 220, actual[i], expected[i]);
-            text += line;
+// Where the field begins in a record of any shape.
+inline size_t PlaceOf(const tool::RecordField& field, const RecordBytes& record) {
+    return field.offset +
+           (field.part == tool::RecordPart::Private ? record[68] + record[69] * 256u : 0);
+}
+// The fields of job settings, or of a device record by its 108 bytes.
+inline std::vector<tool::RecordField> FieldsOf(const RecordBytes& record) {
+    std::vector<tool::RecordField> fields;
+    std::ranges::copy_if(tool::kRecordFields, std::back_inserter(fields), [&](const auto& field) {
+        return (field.part == tool::RecordPart::Device) == (record.size() == 108);
+    });
+    return fields;
+}
+
+// Writes fields by name: a number, the characters of a text, or with "+n" the byte n of any field.
+inline void Set(RecordBytes* record, const std::string& text) {
+    const std::vector<tool::RecordField> fields = FieldsOf(*record);
+    std::istringstream words(text);
+    for (std::string name, value; std::getline(words >> std::ws, name, '=') && words >> value;) {
+        const size_t plus = name.find('+');
+        const auto field =
+            std::ranges::find(fields, name.substr(0, plus), &tool::RecordField::name);
+        if (field == fields.end()) {
+            throw std::runtime_error("no field " + name);
+        }
+        const size_t place = PlaceOf(*field, *record);
+        const auto number = static_cast<uint32_t>(std::strtoll(value.c_str(), nullptr, 0));
+        if (plus != name.npos) {
+            Put(record, U8(place + std::stoul(name.substr(plus + 1)), number));
+        } else if (field->unit == "text") {
+            for (size_t i = 0; i < value.size(); ++i) {
+                Put(record, U16(place + 2 * i, static_cast<uint8_t>(value[i])));
+            }
+        } else {
+            Put(record, Field{place, static_cast<unsigned>(field->width), number});
         }
     }
-    return text;
+}
+
+// The value of a field as Set takes it; bytes of a text behind its end follow a "~".
+inline std::string ValueOf(const tool::RecordField& field, const RecordBytes& record) {
+    const uint8_t* bytes = &record[PlaceOf(field, record)];
+    std::string text;
+    if (field.unit == "text") {
+        for (size_t i = 0; i < field.width; i += field.isWide ? 2 : 1) {
+            text += static_cast<char>(bytes[i]);
+        }
+        text.erase(text.find_last_not_of('\0') + 1);
+        std::ranges::replace(text, '\0', '~');
+        return text;
+    }
+    uint32_t number = 0;
+    std::memcpy(&number, bytes, field.width);
+    const unsigned unused = 32 - 8 * static_cast<unsigned>(field.width);
+    const int32_t extended = static_cast<int32_t>(number << unused) >> unused;
+    const bool isHex = field.unit == "bits" || field.unit == "code" || field.unit == "RGB";
+    std::ostringstream digits;
+    (isHex && number > 9 ? digits << "0x" << std::hex << std::uppercase : digits)
+        << (field.isSigned ? int64_t{extended} : int64_t{number});
+    return digits.str();
+}
+
+// The fields in which `to` differs from `from`, both whole records, as Set takes them.
+inline std::string Changes(const RecordBytes& from, const RecordBytes& to) {
+    std::string changes;
+    for (const tool::RecordField& field : FieldsOf(from)) {
+        const std::string name(field.name);
+        const size_t place = PlaceOf(field, from);
+        const bool isWhole = field.isNumber || field.unit == "text";
+        for (size_t i = 0; i < field.width; ++i) {
+            if (from.at(place + i) != to.at(place + i)) {
+                changes += changes.empty() ? "" : " ";
+                changes +=
+                    isWhole ? name + "=" + ValueOf(field, to)
+                            : name + "+" + std::to_string(i) + "=" + std::to_string(to[place + i]);
+                i += isWhole ? field.width : 0;
+            }
+        }
+    }
+    return changes;
+}
+
+// A table of texts: a row a line, columns between "|", those left out empty. A line that begins
+// with ">" goes on with the one before.
+inline std::vector<std::array<std::string, 3>> Rows(const std::string& table) {
+    std::vector<std::array<std::string, 3>> rows;
+    std::istringstream lines(table);
+    for (std::string line; std::getline(lines >> std::ws, line);) {
+        for (std::string more; (lines >> std::ws).peek() == '>' && std::getline(lines, more);) {
+            line += more.substr(1);
+        }
+        std::istringstream columns(line);
+        rows.emplace_back();
+        for (std::string& column : rows.back()) {
+            std::getline(columns >> std::ws, column, '|');
+            column.erase(column.find_last_not_of(' ') + 1);
+        }
+    }
+    return rows;
 }
 
 }  // namespace ksfax
