@@ -3,6 +3,7 @@
 // Recorded results: whole answers kept as text files in tests/golden, which a reviewer reads as
 // the difference that a change makes. `./dev renew` writes them anew.
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +11,7 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -56,4 +58,37 @@ AnswersAreRecorded(const std::string& name,
         all += question + (arrow != std::string::npos ? " -> " + answerTo(question) : "") + "\n";
     }
     return IsRecorded(name, all);
+}
+
+inline std::vector<std::string> LinesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// Whether each command of tests/golden/`name`, a line "$ word rest", gives what is indented below
+// it. Every other line, such as "# why", stays as it is.
+inline testing::AssertionResult IsReplayed(
+    const std::string& name,
+    const std::function<std::string(const std::string& word, const std::string& rest)>& run) {
+    std::ifstream stream(SOURCE_FOLDER "/tests/golden/" + name, std::ios::binary);
+    const std::string recorded{std::istreambuf_iterator<char>(stream), {}};
+    std::string now;
+    bool isRun = false;
+    for (const std::string& line : LinesOf(recorded)) {
+        now += line.starts_with("    ") ? "" : line + "\n";
+        if (line.starts_with("$ ")) {
+            const size_t space = line.find(' ', 2);
+            const std::string rest = space != line.npos ? line.substr(space + 1) : "";
+            for (const std::string& result : LinesOf(run(line.substr(2, space - 2), rest))) {
+                now += "    " + result + "\n";
+                isRun = true;
+            }
+        }
+    }
+    return isRun ? IsRecorded(name, now)
+                 : testing::AssertionFailure() << "nothing runs in tests/golden/" << name;
 }

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -69,62 +70,42 @@ class UpgradeTest : public testing::Test {
 };
 
 TEST_F(UpgradeTest, KeepsFormsInStepWithPapers) {
-    const std::string fourPapers(kFaxPpd);  // Letter, A4, B5 as "B5 sheet", Custom of no size
-    const std::string none = "*PPD-Adobe: \"4.3\"\n";
-    const std::string noOption = none + "*OpenUI *PageSize: PickOne\n*CloseUI: *PageSize\n";
-    const std::string twice = none + "*OpenUI *PageSize: PickOne\n*PageSize A/Same: \"x\"\n"
-                                     "*PageSize B/Same: \"x\"\n*CloseUI: *PageSize\n";
-    const std::string named =
-        none + "*OpenUI *PageSize: PickOne\n*PageSize A/: \"x\"\n"
-               "*PageSize B/A name of thirty-five characters so: \"x\"\n*CloseUI: *PageSize\n"
-               "*PaperDimension A: \"1 1\"\n*PaperDimension B: \"1 1\"\n";
-    using Number = std::optional<DWORD>;
-    struct Row {
-        const char* what;
-        void (*act)(HANDLE, const PrinterDescription&);
-        const std::string& ppd;
-        std::string before;
-        Number isInstalled;
-        std::string after;
-        Number isInstalledThen;
-        long deletions = 0;
-    };
-    // clang-format off
-    const Row rows[] = {
-        {"new", InstallForms, fourPapers, "*Letter;", {}, "*Letter;A4;B5 sheet;", 2},
-        {"to be installed", InstallForms, fourPapers, "", 0, "Letter;A4;B5 sheet;", 2},
-        {"installed", InstallForms, fourPapers, "", 1, "", 1},
-        {"no papers", InstallForms, none, "", {}, "", {}},
-        {"an empty feature", InstallForms, noOption, "", {}, "", 2},
-        {"names", InstallForms, named, "", {}, "A;A name of thirty-five character;", 2},
-        {"clashes", UpgradeForms, fourPapers, "*Zebra;*A4;*a4;*Custom;*B5;", 2,
-         "*Zebra;*a4;*B5;Letter;A4;B5 sheet;", 2, 2},
-        {"never installed", UpgradeForms, fourPapers, "*A4;", {}, "*A4;", {}},
-        {"to be installed anew", UpgradeForms, fourPapers, "*A4;", 0, "*A4;", 0},
-        {"no user form", UpgradeForms, fourPapers, "A4;", 2, "A4;", 2},
-        {"no clash", UpgradeForms, fourPapers, "*A5;A4;", 2, "*A5;A4;", 2},
-        {"no form at all", UpgradeForms, fourPapers, "", 2, "", 2},
-        {"no papers to upgrade", UpgradeForms, none, "*A4;", 2, "*A4;", 2},
-        {"two papers of a name", UpgradeForms, twice, "*Same;", 2, "", 2, 2},
-    };
-    // clang-format on
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        fax.AddPrinter(FaxMachine::kPrinter, u"C:\\Ppd\\FORMS.PPD", row.ppd);
-        const platform::PrinterHandle handle = fax.Open(FaxMachine::kPrinter, true);
-        const DescriptionUse description(AcquireDescription(handle.get(), false));
-        SetForms(row.before);
-        if (row.isInstalled) {
-            fax.Store(u"Forms?", *row.isInstalled);
+    const auto run = [&](const std::string& word, const std::string& rest) -> std::string {
+        if (word == "papers") {  // names apart by ";", a "-" before those without a size
+            std::string options;
+            std::string sizes;
+            for (std::string name : LinesOf(std::regex_replace(rest, std::regex(";"), "\n"))) {
+                if (!name.starts_with('-')) {
+                    sizes += "*PaperDimension " + name.substr(0, name.find('/')) + ": \"1 1\"\n";
+                }
+                options += "*PageSize " + name.substr(name.starts_with('-')) + ": \"x\"\n";
+            }
+            fax.AddPrinter(FaxMachine::kPrinter, u"C:\\Ppd\\FORMS.PPD",
+                           "*PPD-Adobe: \"4.3\"\n" +
+                               (rest == "none" ? ""
+                                               : "*OpenUI *PageSize: PickOne\n" + options +
+                                                     "*CloseUI: *PageSize\n" + sizes));
+            printer = fax.Open(FaxMachine::kPrinter, true);
+            return "";
         }
+        if (word == "forms") {
+            SetForms(rest);
+            return "";
+        }
+        if (rest != "") {
+            fax.Store(u"Forms?", static_cast<DWORD>(std::stoul(rest)));
+        }
+        const DescriptionUse description(AcquireDescription(printer.get(), false));
         fax.machine.faults.Count();
-        row.act(handle.get(), *description.get());
+        (word == "install" ? InstallForms : UpgradeForms)(printer.get(), *description.get());
         const std::vector<std::string> calls = fax.machine.faults.names();
         fax.machine.faults.Clear();
-        EXPECT_EQ(Forms(), row.after);
-        EXPECT_EQ(fax.StoredNumber(u"Forms?"), row.isInstalledThen);
-        EXPECT_EQ(std::ranges::count(calls, "DeleteFormW"), row.deletions);
-    }
+        const auto installed = fax.StoredNumber(u"Forms?");
+        fax.Forget(u"Forms?");
+        return "Forms? " + (installed ? std::to_string(*installed) : "missing") + ", deleted " +
+               std::to_string(std::ranges::count(calls, "DeleteFormW")) + ", now [" + Forms() + "]";
+    };
+    EXPECT_TRUE(IsReplayed("faxjob/forms.txt", run));
 }
 
 TEST_F(UpgradeTest, MakesFormsOfWholePages) {
@@ -146,43 +127,33 @@ TEST_F(UpgradeTest, MakesFormsOfWholePages) {
     EXPECT_TRUE(a4.imageableArea.right == 209902 && a4.imageableArea.bottom == 297038);
 }
 
+// Tables in which "." stands for a zero character and "<18>" for a length.
 TEST_F(UpgradeTest, ConvertsOlderTables) {
-    struct Row {
-        const char* what;
-        std::u16string older;
-        std::u16string expected;  // empty: malformed
-        size_t missing = 0;       // bytes by which the data is shorter than its size value
-    };
-    const std::u16string longest(32759, u's');
-    // clang-format off
-    const Row rows[] = {
-        {"no entry", u"\0"s, u"\4\0"s},
-        {"one entry", kOlderTable, kConvertedTable},
-        {"no terminator", u"s\0f\0p\0"s, u""s},
-        {"two strings", u"s\0f\0"s, u""s},
-        {"a string to the end", u"s\0f\0p"s, u""s},
-        {"an end before the end", u"s\0f\0p\0\0\0"s, u""s},
-        {"the end first", u"\0s\0f\0p\0\0"s, u""s},
-        {"60 bytes with two entries", u"Upper\0A4\0A4 f\0Low\0Letter\0Let\0\0"s,
-         u"\x42Upper\0A4\0A4 f\0\0Low\0Letter\0Let\0\0\0"s},
-        {"the longest", longest + u"\0f\0p\0\0"s, u"\xFFFE" + longest + u"\0f\0p\0\0\0"s},
-        {"too long", longest + u"s\0f\0p\0\0"s, u""s},
-        {"torn", u"s\0f\0p\0"s, u""s, 2},
-        {"torn and current", u"\x12s\0f\0"s, u"\x12s\0f\0"s, 8},
-    };
-    // clang-format on
-    for (const auto& row : rows) {
-        fax.StoreTable(BytesOf(row.older), row.missing);
-        const bool isMalformed = row.expected.empty();
-        const std::u16string& expected = isMalformed ? row.older : row.expected;
-        for (int again = 0; again < 2; ++again) {
-            EXPECT_EQ(UpgradeTrayFormTable(printer.get()), !isMalformed) << row.what;
-            EXPECT_EQ(StoredTable(), expected) << row.what;
-            EXPECT_EQ(fax.StoredNumber(u"TrayFormSize"), expected.size() * 2 + row.missing);
+    const auto run = [&](const std::string& missing, const std::string& rest) {
+        std::u16string older = embedded::Utf16(rest);
+        std::ranges::replace(older, u'.', u'\0');
+        std::ranges::replace(older, u'!', char16_t{18});
+        fax.StoreTable(BytesOf(older), std::stoul(missing));
+        std::string told;
+        for (const char* again : {"", ", again "}) {
+            told += again + std::string(UpgradeTrayFormTable(printer.get()) ? "yes " : "no ");
+            for (const char16_t c : StoredTable()) {
+                told += c == 0                  ? "."
+                        : c < u' ' || c == u'B' ? "<" + std::to_string(c) + ">"
+                                                : std::string(1, static_cast<char>(c));
+            }
+            told += " " + std::to_string(fax.StoredNumber(u"TrayFormSize").value());
         }
-        EXPECT_TRUE(isMalformed || row.missing != 0 ||
-                    TrayFormTable(ReadTrayFormTable(printer.get())));
-    }
+        return told;
+    };
+    EXPECT_TRUE(IsReplayed("faxjob/tray_tables.txt", run));
+    const std::u16string longest(32759, u's');
+    fax.StoreTable(BytesOf(longest + u"\0f\0p\0\0"s));
+    EXPECT_TRUE(UpgradeTrayFormTable(printer.get()));
+    EXPECT_TRUE(TrayFormTable(ReadTrayFormTable(printer.get())));
+    EXPECT_EQ(StoredTable(), u"\xFFFE" + longest + u"\0f\0p\0\0\0"s);
+    fax.StoreTable(BytesOf(longest + u"s\0f\0p\0\0"s));
+    EXPECT_FALSE(UpgradeTrayFormTable(printer.get()));
     for (const size_t odd : {15, 1}) {
         fax.StoreTable(BytesOf(kOlderTable.data(), odd));
         EXPECT_FALSE(UpgradeTrayFormTable(printer.get()));
