@@ -8,7 +8,6 @@
 
 using BOOL = int;
 using BYTE = uint8_t;
-using CHAR = char;
 using WCHAR = char16_t;
 using WORD = uint16_t;
 using DWORD = uint32_t;
@@ -17,9 +16,6 @@ using UINT = unsigned;
 using LONG = int32_t;
 using ULONG = uint32_t;
 using SHORT = int16_t;
-using USHORT = uint16_t;
-using LONGLONG = int64_t;
-using ULONGLONG = uint64_t;
 using INT_PTR = intptr_t;
 using UINT_PTR = uintptr_t;
 using LONG_PTR = intptr_t;
@@ -33,7 +29,6 @@ using LRESULT = LONG_PTR;
 using HRESULT = LONG;
 using LSTATUS = LONG;
 using LCID = DWORD;
-using LANGID = WORD;
 using LCTYPE = DWORD;
 using COLORREF = DWORD;
 
@@ -46,9 +41,6 @@ using LPWSTR = WCHAR*;
 using PWSTR = WCHAR*;
 using LPCWSTR = const WCHAR*;
 using LPBYTE = BYTE*;
-using PBYTE = BYTE*;
-using LPDWORD = DWORD*;
-using PDWORD = DWORD*;
 using PULONG = ULONG*;
 
 using HANDLE = void*;
@@ -63,7 +55,6 @@ EMBEDDED_HANDLE(HINSTANCE);
 EMBEDDED_HANDLE(HWND);
 EMBEDDED_HANDLE(HDC);
 EMBEDDED_HANDLE(HKEY);
-EMBEDDED_HANDLE(HRSRC);
 EMBEDDED_HANDLE(HBITMAP);
 EMBEDDED_HANDLE(HBRUSH);
 EMBEDDED_HANDLE(HFONT);
@@ -80,7 +71,6 @@ using FARPROC = INT_PTR (*)();
 #define EMBEDDED_TEXT(literal) u##literal
 #define TEXT(literal) EMBEDDED_TEXT(literal)
 #define WINAPI
-#define APIENTRY
 #define CALLBACK
 
 constexpr BOOL TRUE = 1;
@@ -143,13 +133,3 @@ struct SIZE {
     LONG cy;
 };
 using SIZEL = SIZE;
-struct SYSTEMTIME {
-    WORD wYear;
-    WORD wMonth;
-    WORD wDayOfWeek;
-    WORD wDay;
-    WORD wHour;
-    WORD wMinute;
-    WORD wSecond;
-    WORD wMilliseconds;
-};

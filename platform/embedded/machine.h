@@ -76,16 +76,6 @@ class Faults {
 bool Fails(const char* call);
 bool Fails(const char* call, DWORD error);
 
-// The same for a call that says its name first.
-class CallSite {
-  public:
-    explicit CallSite(const char* name) : name_(name) {}
-    bool Fails() const { return embedded::Fails(name_); }
-
-  private:
-    const char* name_;
-};
-
 // The last thing of a call that answers TRUE or FALSE. One that went well leaves the last error as
 // it was.
 BOOL Answer(DWORD error);

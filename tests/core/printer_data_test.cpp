@@ -11,7 +11,7 @@
 #include "core/printer_data.h"
 #include "description/printer_description.h"
 #include "tests/core/fax_machine.h"
-#include "tests/platform/resource_file.h"
+#include "tests/resource_file.h"
 
 namespace ksfax {
 namespace {

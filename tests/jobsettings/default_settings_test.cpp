@@ -7,7 +7,7 @@
 #include "tests/golden.h"
 #include "tests/jobsettings/described.h"
 #include "tests/jobsettings/record_bytes.h"
-#include "tests/platform/resource_file.h"
+#include "tests/resource_file.h"
 
 namespace ksfax {
 namespace {

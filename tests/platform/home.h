@@ -19,18 +19,26 @@ namespace contract {
 
 using Text = std::basic_string<WCHAR>;
 
+// What a call that succeeds or fails says: ERROR_SUCCESS, or its last error.
+template <typename Call>
+DWORD ErrorOf(Call call) {
+    SetLastError(777);
+    return call() ? ERROR_SUCCESS : GetLastError();
+}
+
 // Make one first in each test. Its folder is empty, and goes with it.
 class Home {
   public:
-    Home() {
-        std::filesystem::remove_all(disk_);
-        std::filesystem::create_directories(disk_);
-    }
+    Home() { Clear(); }
     ~Home() {
         std::error_code ignored;
         std::filesystem::remove_all(disk_, ignored);
     }
 
+    void Clear() const {
+        std::filesystem::remove_all(disk_);
+        std::filesystem::create_directories(disk_);
+    }
     // The folder's path for the platform's calls, without a backslash at its end.
     const Text& folder() const { return folder_; }
     Text Path(const Text& name) const { return folder_ + TEXT("\\") + name; }

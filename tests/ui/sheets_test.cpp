@@ -4,7 +4,7 @@
 
 #include "platform/embedded/registry.h"
 
-#include "tests/platform/resource_file.h"
+#include "tests/resource_file.h"
 #include "tests/ui/ui_machine.h"
 #include "tool/record_fields.h"
 #include "ui/about_box.h"
