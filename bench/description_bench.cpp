@@ -456,12 +456,9 @@ LOOKUP(FindByName, ksfax::FindByName(d.Features.Target(), "JCLContrast"));
 LOOKUP(FindOptionByNameOrTranslation,
        ksfax::FindOptionByNameOrTranslation(
            ksfax::FeatureOf(d, ksfax::FeatureKind::PageSize)->Options.Target(), "Legal", nullptr));
-LOOKUP(GetFeatureOption, ksfax::GetFeatureOption(d, 2, 1, nullptr, nullptr));
-LOOKUP(IsNoneOrFalseOption, ksfax::IsNoneOrFalseOption(d, 2, 1));
 LOOKUP(GetDefaultOptionValue, ksfax::GetDefaultOptionValue(d, ksfax::FeatureKind::MediaType));
 LOOKUP(MicronsFromPoints, ksfax::MicronsFromPoints(d.MaxMediaWidth));
 LOOKUP(GetDefaultSelections, ksfax::GetDefaultSelections(d, {document, 64}));
-LOOKUP(IsConstrained, ksfax::IsConstrained(d, 2, 2, 0, 9));
 LOOKUP(FindConflict, ksfax::FindConflict({d, {installable, 64}, {document, 64}}, 2, 2));
 LOOKUP(ResolveInstallableConflicts, ksfax::ResolveInstallableConflicts(d, {installable, 64}));
 LOOKUP(GetSleepModeField, ksfax::GetSleepModeField(d, 2));

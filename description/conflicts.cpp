@@ -229,20 +229,6 @@ void SelectedOptions::Select(uint32_t position, uint8_t option) {
     *choice = Choice(choice->feature(), option);
 }
 
-bool IsConstrained(const PrinterDescription& description, uint16_t feature1, uint16_t option1,
-                   uint16_t feature2, uint16_t option2) {
-    if (feature1 == kNoPosition) {
-        return false;
-    }
-    const FeatureRecord* const features = description.Features.Target();
-    const Choice first(NthListEntry(features, feature1), option1);
-    const Choice second(NthListEntry(features, feature2), option2);
-    return std::ranges::any_of(ConstraintsOf(description), [&](const ConstraintEntry& constraint) {
-        return constraint.Feature1 == feature1 && constraint.Feature2 == feature2 &&
-               first.CoveredBy(constraint.Option1) && second.CoveredBy(constraint.Option2);
-    });
-}
-
 uint32_t FindConflict(const SelectedOptions& selected, uint16_t feature, uint8_t option) {
     const PrinterDescription& description = selected.description();
     const uint32_t documentCount = description.DocumentFeatureCount;

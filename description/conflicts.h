@@ -75,10 +75,6 @@ class SelectedOptions {
     std::array<Choice, kOwnRoom> room_;
 };
 
-// True when the constraints forbid feature2 to be at option2 while feature1 is at option1.
-bool IsConstrained(const PrinterDescription& description, uint16_t feature1, uint16_t option1,
-                   uint16_t feature2, uint16_t option2);
-
 // FindConflict's answer: the conflicting feature's position in bits 8 to 15 and its selected
 // option in bits 0 to 7 under one of these bits.
 constexpr uint32_t kConflictWithInstallable = 0x10000;

@@ -181,34 +181,12 @@ uint16_t GetDefaultSelections(const PrinterDescription& description,
     return description.DocumentFeatureCount;
 }
 
-bool GetFeatureOption(const PrinterDescription& description, uint16_t position, uint16_t option,
-                      const FeatureRecord** feature, const OptionRecord** optionRecord) {
-    const FeatureRecord* foundFeature =
-        position == kNoPosition ? nullptr : NthListEntry(description.Features.Target(), position);
-    const OptionRecord* foundOption =
-        option == kNoOption ? nullptr : OptionOf(foundFeature, option);
-    if (feature != nullptr) {
-        *feature = foundFeature;
-    }
-    if (optionRecord != nullptr) {
-        *optionRecord = foundOption;
-    }
-    return foundOption != nullptr;
-}
-
 bool IsNamedNoneOrFalse(const OptionRecord& option) {
     if (!option.Name) {
         return false;
     }
     const char* name = option.Name.Target();
     return std::strcmp(name, "None") == 0 || std::strcmp(name, "False") == 0;
-}
-
-bool IsNoneOrFalseOption(const PrinterDescription& description, uint16_t position,
-                         uint16_t option) {
-    const OptionRecord* record = nullptr;
-    return GetFeatureOption(description, position, option, nullptr, &record) &&
-           IsNamedNoneOrFalse(*record);
 }
 
 uint16_t GetSleepModeField(const PrinterDescription& description, unsigned field) {

@@ -416,16 +416,9 @@ const OptionRecord* FindResolutionOption(const PrinterDescription& description, 
 // DocumentFeatureCount.
 uint16_t GetDefaultSelections(const PrinterDescription& description, std::span<uint8_t> selections);
 
-// True when the feature at `position` exists and has an option number `option` other than 255.
-// Otherwise *optionRecord is null, and so is *feature when there is no such feature. The outs
-// may be null.
-bool GetFeatureOption(const PrinterDescription& description, uint16_t position, uint16_t option,
-                      const FeatureRecord** feature, const OptionRecord** optionRecord);
-
 // True when the option is named exactly None or False, which says that the device lacks the thing
-// or that it is off; of the option at a position, when there is one.
+// or that it is off.
 bool IsNamedNoneOrFalse(const OptionRecord& option);
-bool IsNoneOrFalseOption(const PrinterDescription& description, uint16_t position, uint16_t option);
 
 // GetNumberField of SleepMode; 1 when it is absent.
 uint16_t GetSleepModeField(const PrinterDescription& description, unsigned field);

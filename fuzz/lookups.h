@@ -126,9 +126,7 @@ inline void AskEverything(const ksfax::PrinterDescription& description) {
         for (uint8_t option : {0, 1, 254, 255}) {
             touched = touched +
                       FindConflict({description, installable, document}, feature, option) +
-                      FindConflict({description, installable, {}}, feature, option) +
-                      IsConstrained(description, feature, option, 1, option);
-            GetFeatureOption(description, feature, option, nullptr, nullptr);
+                      FindConflict({description, installable, {}}, feature, option);
         }
     }
     touched = touched + GetDefaultResolution(description) + GetDefaultBin(description) +

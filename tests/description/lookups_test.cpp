@@ -86,18 +86,6 @@ std::string AnswerTo(const std::string& question) {
         const Selections document = NumbersIn<uint8_t>(cells.at(3));
         const auto option = static_cast<uint8_t>(asked.at(1));
         answer << std::hex << FindConflict({*d, installable, document}, asked.at(0), option);
-    } else if (is("forbidden")) {
-        answer << IsConstrained(*d, asked.at(0), asked.at(1), asked.at(2), asked.at(3));
-    } else if (is("feature")) {
-        const FeatureRecord* feature = nullptr;
-        const OptionRecord* option = nullptr;
-        const bool isThere = GetFeatureOption(*d, asked.at(0), asked.at(1), &feature, &option);
-        EXPECT_EQ(GetFeatureOption(*d, asked[0], asked[1], nullptr, nullptr), isThere);
-        answer << (feature != nullptr ? ShownName(*feature) : "nothing")
-               << (isThere             ? " " + ShownName(*option)
-                   : option != nullptr ? " option"
-                                       : "")
-               << (IsNoneOrFalseOption(*d, asked[0], asked[1]) ? ", spared" : "");
     } else if (is("defaults")) {
         answer << "resolution " << GetDefaultResolution(*d) << ", bin " << GetDefaultBin(*d);
         using enum FeatureKind;
