@@ -40,7 +40,8 @@ StoredValue ToAnsi(const StoredValue& value) {
         return value;
     }
     std::u16string text(value.data.size() / sizeof(char16_t), 0);
-    memcpy(text.data(), value.data.data(), text.size() * sizeof(char16_t));
+    std::copy_n(value.data.data(), text.size() * sizeof(char16_t),
+                reinterpret_cast<std::byte*>(text.data()));
     const std::string ansi = ToAnsi(text);
     const auto* first = reinterpret_cast<const std::byte*>(ansi.data());
     return {value.type, {first, first + ansi.size()}};
