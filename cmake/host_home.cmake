@@ -70,6 +70,18 @@ if(KSFAX_TESTS)
   target_compile_definitions(ksfax_tests PRIVATE
     SOURCE_FOLDER="${CMAKE_SOURCE_DIR}" KSFAX_PROGRAM="$<TARGET_FILE:ksfax>")
   add_dependencies(ksfax_tests ksfax)
+
+  # The tests of what several threads do at once, apart, for ThreadSanitizer: those in files with a
+  # suite whose name says so, and what they need.
+  foreach(source ${TEST_SOURCES})
+    file(STRINGS ${source} found REGEX "^TEST.*Threads")
+    if(found)
+      list(APPEND THREAD_TEST_SOURCES ${source})
+    endif()
+  endforeach()
+  add_executable(thread_tests EXCLUDE_FROM_ALL ${THREAD_TEST_SOURCES} tool/loaded_driver.cpp)
+  target_link_libraries(thread_tests PRIVATE driver GTest::gtest_main)
+  target_compile_definitions(thread_tests PRIVATE SOURCE_FOLDER="${CMAKE_SOURCE_DIR}")
 endif()
 
 if(KSFAX_BENCH)
