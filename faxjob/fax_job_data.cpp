@@ -185,23 +185,22 @@ void PrepareFaxJobFiles(HANDLE printer) {
 }
 
 void FinishFaxJob(HANDLE printer) {
-    platform::NullableHandle block(
+    const platform::NullableHandle block(
         OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, NameBlock(printer).text));
     if (!block) {
         return;
     }
-    platform::MappedView view(MapViewOfFile(block.get(), FILE_MAP_ALL_ACCESS, 0, 0, 0));
+    const platform::MappedView view(MapViewOfFile(block.get(), FILE_MAP_ALL_ACCESS, 0, 0, 0));
     PublishedJob job = {};
     if (const size_t there = BytesThere(view); there != 0) {
         std::memcpy(&job, view.get(), std::min(there, sizeof job));
-        job.snapshotPath[KSFAX_PATH_ROOM - 1] = 0;
     }
     DialModuleRecord record = {};
     // The companion module takes the first 259 bytes of a longer path, as a double-byte one can
     // be, and would find no file by fewer.
-    WCHAR wide[KSFAX_PATH_ROOM];
-    std::memcpy(wide, job.snapshotPath, sizeof wide);
-    char path[3 * KSFAX_PATH_ROOM];
+    WCHAR wide[KSFAX_PATH_ROOM + 1] = {};
+    std::memcpy(wide, job.snapshotPath, sizeof job.snapshotPath);
+    char path[3 * KSFAX_PATH_ROOM + 1];
     WideToAnsi(path, wide);
     std::memcpy(record.snapshotPath, path, strnlen(path, KSFAX_PATH_ROOM - 1));
     (void)CallCompanion(KSFAX_COVER_OPERATION, record);
@@ -211,9 +210,7 @@ void FinishFaxJob(HANDLE printer) {
     const auto creator = reinterpret_cast<HANDLE>(job.creator);
     const bool isOurs =
         creator != nullptr && creator != block.get() && IsSameObject(creator, block.get());
-    // With both handles closed the block is gone.
-    view.reset();
-    block.reset();
+    // With both handles closed, this and the owner's, the block is gone.
     if (isOurs) {
         CloseHandle(creator);
     }

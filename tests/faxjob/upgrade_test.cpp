@@ -111,16 +111,23 @@ TEST_F(UpgradeTest, KeepsFormsInStepWithPapers) {
 TEST_F(UpgradeTest, MakesFormsOfWholePages) {
     SetForms("");
     const DescriptionUse description(AcquireDescription(printer.get(), true));
-    // As a cache file may say it; the reader makes both sides 0 where one is.
-    const FeatureRecord* papers = FeatureOf(*description.get(), FeatureKind::PageSize);
-    auto& letter = const_cast<PaperOptionRecord&>(AsPaper(*ListOf(papers->Options).begin()));
-    for (auto side : {&PaperOptionRecord::PaperWidth, &PaperOptionRecord::PaperHeight}) {
-        const auto points = std::exchange(letter.*side, 0);
-        fax.Forget(u"Forms?");
-        InstallForms(printer.get(), *description.get());
-        EXPECT_EQ(Forms(), "A4;B5 sheet;");
-        letter.*side = points;
+    // As a cache file may say it; the reader makes both sides 0 where one is, and drops a
+    // translation of no character.
+    unsigned index = 0;
+    for (const OptionRecord& option :
+         ListOf(FeatureOf(*description.get(), FeatureKind::PageSize)->Options)) {
+        auto& paper = const_cast<PaperOptionRecord&>(AsPaper(option));
+        paper.PaperWidth = index == 0 ? 0 : paper.PaperWidth;
+        paper.PaperHeight = index == 3 ? 1 : paper.PaperHeight;
+        if (index++ == 2) {
+            *const_cast<char*>(option.Translation.Target()) = 0;
+        }
     }
+    fax.machine.faults.Count();
+    InstallForms(printer.get(), *description.get());
+    EXPECT_EQ(std::ranges::count(fax.machine.faults.names(), "AddFormW"), 2);
+    fax.machine.faults.Clear();
+    EXPECT_EQ(Forms(), "A4;B5;");
     const embedded::Form a4 = fax.machine.spooler().forms()[0];
     EXPECT_TRUE(a4.size.cx == 209902 && a4.size.cy == 297038);
     EXPECT_TRUE(a4.imageableArea.left == 0 && a4.imageableArea.top == 0);
