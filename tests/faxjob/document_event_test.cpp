@@ -5,13 +5,11 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <map>
 #include <optional>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -123,13 +121,14 @@ class DocumentEvent : public testing::Test {
     void Begin(unsigned codePage = 1252) {
         machine.reset();
         machine.emplace(embedded::MachineSetup{.driveC = {}, .codePage = codePage});
-        Install({{KSFAX_DIAL_OPERATION, kDial}, {KSFAX_COVER_OPERATION, kCover}});
+        Install("");
         fs::create_directories(DriveC() / "Fax");
         companion = Companion();
     }
-    void Install(std::map<std::string, FARPROC> exports) {
-        machine->modules().Install(
-            {.path = kCompanion, .exports = std::move(exports), .resources = {}});
+    void Install(const std::string& lacking) {
+        std::map<std::string, FARPROC> exports = {{"DialDlg", kDial}, {"MakeBMP", kCover}};
+        exports.erase(lacking);
+        machine->modules().Install({.path = kCompanion, .exports = exports, .resources = {}});
     }
     bool BlockExists() { return machine->mappings().SizeOf(kBlock) != 0; }
 
@@ -162,18 +161,6 @@ class DocumentEvent : public testing::Test {
 const std::string kIni = "[FAXDATA]\nDIR=C:\\Fax\n";
 
 TEST_F(DocumentEvent, LeavesWhatIsRecorded) {
-    const std::map<std::string, std::function<void()>> companions = {
-        {"cancels", [] { companion.answer = 0; }},
-        {"confirms in the upper half", [] { companion.answer = INT_PTR{1} << 32; }},
-        {"is not there", [&] { machine->modules().Remove(kCompanion); }},
-        {"answers 31", [&] { machine->modules().AnswerLoadWith(TEXT("KSFAXDLG.DLL"), 31); }},
-        {"lacks DialDlg",
-         [&] {
-             Install({{"MakeBMP", kCover}});
-         }},
-        {"lacks MakeBMP", [&] {
-             Install({{"DialDlg", kDial}});
-         }}};
     const auto run = [&](const std::string& command, const std::string& rest) -> std::string {
         if (command == "ini") {  // of a new machine
             Begin();
@@ -183,8 +170,14 @@ TEST_F(DocumentEvent, LeavesWhatIsRecorded) {
             WriteFile(rest.substr(0, space), rest.substr(space + 1));
         } else if (command == "lock") {
             fs::permissions(DriveC() / rest, fs::perms::owner_read);
-        } else if (command == "companion") {
-            companions.at(rest)();
+        } else if (command == "lacks") {
+            Install(rest);
+        } else if (command == "removed") {
+            machine->modules().Remove(kCompanion);
+        } else if (command == "loads") {
+            machine->modules().AnswerLoadWith(TEXT("KSFAXDLG.DLL"), std::stoul(rest));
+        } else if (command == "answers") {
+            companion.answer = std::stoll(rest);
         } else if (command == "maximum") {
             WriteIni("[FAXDRIVER]\nMAXRCVER=" + rest + "\n");
             EXPECT_EQ(Start(), 1);
@@ -337,6 +330,15 @@ TEST_F(DocumentEvent, ClosesNoHandleOfAnotherObjectWhereWindowsTellsThemApart) {
         End();
         EXPECT_EQ(CloseHandle(other), tells);
     }
+    // The value that the driver's own handle of the block is about to have: values go up evenly.
+    ULONG_PTR next[2];
+    for (ULONG_PTR& value : next) {
+        value = reinterpret_cast<ULONG_PTR>(OpenFileMappingW(FILE_MAP_READ, FALSE, kBlock));
+    }
+    *static_cast<ULONG_PTR*>(view.get()) = 2 * next[1] - next[0];
+    machine->faults.Count();
+    End();
+    EXPECT_EQ(std::ranges::count(machine->faults.names(), "CloseHandle"), 1);
 }
 
 }  // namespace

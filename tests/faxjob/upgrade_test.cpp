@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <numeric>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -228,11 +229,8 @@ TEST_F(UpgradeTest, GivesEverythingBackWhateverFails) {
                              (isOld ? ", older table, " : ", converted table, ") +
                              (isKept ? "record kept, " : "record made anew, ") + Forms() + "\n");
                      });
-    std::string all;
-    for (const std::string& line : lines) {
-        all += line;
-    }
-    EXPECT_TRUE(IsRecorded("faxjob/upgrade_under_faults.txt", all));
+    EXPECT_TRUE(IsRecorded("faxjob/upgrade_under_faults.txt",
+                           std::accumulate(lines.begin(), lines.end(), std::string())));
 }
 
 }  // namespace
