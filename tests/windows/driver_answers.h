@@ -1,13 +1,12 @@
 #pragma once
 
 // One list of questions that is put to the driver in both homes: on the embedded machine by a host
-// test, and to the shipped DLL on Windows. An answer is everything that comes back: result, last
-// error where callers are promised one, texts, and every byte written. Both homes are held to the
-// answers recorded in tests/golden/answers.
+// test, and to the shipped DLL on Windows. tests/golden/answers holds the questions and under each
+// the answer to which both homes are held: result, last error where callers are promised one,
+// texts, and every byte written.
 
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "platform/windows_api.h"
 
@@ -55,29 +54,31 @@ class Home {
     std::filesystem::path folder;     // to be the fax data folder
     Text folderName;                  // the same for the driver
 
-    // Has the driver find the companion module without the operation of that name; null: not at
+    // Has the driver find the companion module without the operation of that name; "all": not at
     // all.
-    virtual void UseCompanion(const char* without) = 0;
+    virtual void UseCompanion(const std::string& without) = 0;
     virtual bool HoldsCompanion() = 0;
-    // The message boxes since the last call: "caption: text" and their number of buttons.
-    virtual std::string TakeBoxes() = 0;
-    // The bytes that the shared memory of that name was made with.
-    virtual uint64_t SizeOfBlock(const Text& name) = 0;
     virtual bool IsOpen(HANDLE handle) = 0;
+    // The lines of the message boxes since the last call.
+    virtual std::string TakeBoxes() = 0;
 };
+inline std::string BoxLine(const Text& text, const Text& caption, UINT type) {
+    return ", box " + std::to_string(type) + " " + std::string(caption.begin(), caption.end()) +
+           ": " + std::string(text.begin(), text.end());
+}
 
 // The printer's own default record, a public part alone. Set in both homes: Windows makes one up
 // for a printer that has none.
 DEVMODEW PrinterDefaults();
 
-// The answers on one subject: text of many lines, each of which begins with what was asked.
-struct Part {
-    const char* file;
-    std::string text;
-};
+// Demands the recorded answers. The driver then holds nothing that it did not hold before, but what
+// it stores with the printer.
+void AreRecorded(Home& home);
 
-// The driver then holds nothing that it did not hold before, but what it stores with the printer.
-std::vector<Part> All(Home& home);
-std::string FaxJobs(Home& home);
+// A fax job, or two at once: "RECEIVERS [cover] [twice] [maximum=N] [without=OPERATION]".
+std::string FaxJob(Home& home, const std::string& job);
+std::string ContentOf(const std::filesystem::path& file);
+// Long content is told by its size and a checksum (FNV-1a).
+std::string Summary(const std::string& content);
 
 }  // namespace answers

@@ -3,15 +3,12 @@
 
 #include <cctype>
 #include <cstring>
-#include <map>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "faxjob/companion.h"
-#include "tests/golden.h"
-#include "tests/windows/box_watcher.h"
 #include "tests/windows/driver_answers.h"
 #include "tests/windows/installed_printer.h"
 #include "tests/windows/replace_import.h"
@@ -20,10 +17,8 @@
 
 namespace {
 
-// The names of exports that GetProcAddress shall not find, and the sizes that shared memory is
-// asked to have: Windows tells those in whole pages only.
-std::string hiddenExport;
-std::map<std::wstring, DWORD> askedSizes;
+std::string hiddenExport;  // that GetProcAddress shall not find
+std::string boxes;         // shown since they were taken last
 
 FARPROC WINAPI FindUnlessHidden(HMODULE module, LPCSTR name) {
     if (hiddenExport == name) {
@@ -33,12 +28,9 @@ FARPROC WINAPI FindUnlessHidden(HMODULE module, LPCSTR name) {
     return GetProcAddress(module, name);
 }
 
-HANDLE WINAPI ListenToCreateFileMapping(HANDLE file, LPSECURITY_ATTRIBUTES security, DWORD protect,
-                                        DWORD sizeHigh, DWORD sizeLow, LPCWSTR name) {
-    if (name != nullptr) {
-        askedSizes[name] = sizeLow;
-    }
-    return CreateFileMappingW(file, security, protect, sizeHigh, sizeLow, name);
+int WINAPI ConfirmBox(HWND, LPCWSTR text, LPCWSTR caption, UINT type) {
+    boxes += answers::BoxLine(text, caption, type);
+    return IDOK;
 }
 
 // The DLL where the spooler keeps it, with a real printer.
@@ -69,25 +61,21 @@ class Windows : public answers::Home {
         }
         EXPECT_TRUE(ReplaceImport(installed.module(), "GetProcAddress",
                                   reinterpret_cast<void*>(FindUnlessHidden)));
-        EXPECT_TRUE(ReplaceImport(installed.module(), "CreateFileMappingW",
-                                  reinterpret_cast<void*>(ListenToCreateFileMapping)));
+        EXPECT_TRUE(
+            ReplaceImport(installed.module(), "MessageBoxW", reinterpret_cast<void*>(ConfirmBox)));
     }
     ~Windows() override { SetDllDirectoryW(nullptr); }
 
-    void UseCompanion(const char* without) override {
-        hiddenExport = without == nullptr ? "" : without;
-        SetDllDirectoryW(without == nullptr ? nullptr : (ProgramFolder() / "companion").c_str());
+    void UseCompanion(const std::string& without) override {
+        hiddenExport = without;
+        SetDllDirectoryW(without == "all" ? nullptr : (ProgramFolder() / "companion").c_str());
     }
     bool HoldsCompanion() override { return GetModuleHandleW(TEXT("KSFAXDLG.DLL")) != nullptr; }
-    std::string TakeBoxes() override { return boxes_.Take(); }
-    uint64_t SizeOfBlock(const answers::Text& name) override { return askedSizes[name]; }
+    std::string TakeBoxes() override { return std::exchange(boxes, ""); }
     bool IsOpen(HANDLE handle) override {
         DWORD flags = 0;
         return GetHandleInformation(handle, &flags) != FALSE;
     }
-
-  private:
-    BoxWatcher boxes_;
 };
 
 TEST(DriverAnswers, AreThoseRecorded) {
@@ -96,9 +84,7 @@ TEST(DriverAnswers, AreThoseRecorded) {
     ASSERT_TRUE(windows.driver.deviceCapabilities && windows.driver.convertDevMode &&
                 windows.driver.queryPrint && windows.driver.printerEvent &&
                 windows.driver.upgradePrinter && windows.driver.documentEvent);
-    for (const answers::Part& part : answers::All(windows)) {
-        EXPECT_TRUE(IsRecorded(std::string("answers/") + part.file, part.text));
-    }
+    answers::AreRecorded(windows);
 }
 
 TEST(WindowClasses, AreRegisteredForEveryModuleOfTheProcess) {

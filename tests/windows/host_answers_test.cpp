@@ -4,13 +4,11 @@
 
 #include "platform/embedded/files.h"
 #include "platform/embedded/gdi.h"
-#include "platform/embedded/mapping.h"
 #include "platform/embedded/modules.h"
 #include "platform/embedded/spooler.h"
 #include "platform/owned.h"
 
 #include "faxjob/companion.h"
-#include "tests/golden.h"
 #include "tests/windows/driver_answers.h"
 #include "tool/loaded_driver.h"
 
@@ -52,12 +50,12 @@ class Host : public answers::Home {
         folderName = u"C:\\fax 100%s";
     }
 
-    void UseCompanion(const char* without) override {
+    void UseCompanion(const std::string& without) override {
         machine_.modules().Remove(kCompanion);
         std::map<std::string, FARPROC> exports = {
             {KSFAX_DIAL_OPERATION, platform::FunctionCast<FARPROC>(DialDlg)},
             {KSFAX_COVER_OPERATION, platform::FunctionCast<FARPROC>(MakeBMP)}};
-        if (without != nullptr) {
+        if (without != "all") {
             exports.erase(without);
             machine_.modules().Install({.path = kCompanion, .exports = exports, .resources = {}});
         }
@@ -65,16 +63,10 @@ class Host : public answers::Home {
     bool HoldsCompanion() override { return machine_.modules().CountLoaded(kCompanion) != 0; }
     std::string TakeBoxes() override {
         std::string boxes;
-        for (const auto& box : machine_.messageBoxes) {
-            boxes += ", box " + std::string(box.caption.begin(), box.caption.end()) + ": " +
-                     std::string(box.text.begin(), box.text.end()) + " (" +
-                     ((box.type & 0xF) == MB_OK ? "1 button)" : "2 buttons)");
+        for (const auto& box : std::exchange(machine_.messageBoxes, {})) {
+            boxes += answers::BoxLine(box.text, box.caption, box.type);
         }
-        machine_.messageBoxes.clear();
         return boxes;
-    }
-    uint64_t SizeOfBlock(const answers::Text& name) override {
-        return machine_.mappings().SizeOf(name);
     }
     bool IsOpen(HANDLE handle) override {
         return machine_.handles.Get<embedded::KernelObject>(handle) != nullptr;
@@ -89,9 +81,7 @@ class Host : public answers::Home {
 
 TEST(DriverAnswers, AreThoseRecorded) {
     Host host;
-    for (const answers::Part& part : answers::All(host)) {
-        EXPECT_TRUE(IsRecorded(std::string("answers/") + part.file, part.text));
-    }
+    answers::AreRecorded(host);
 }
 
 }  // namespace
