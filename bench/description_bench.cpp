@@ -452,10 +452,9 @@ void Lookup(benchmark::State& state, Ask ask) {
                          [[maybe_unused]] uint8_t* installable) { return expression; })
 LOOKUP(GetDefaultResolution, ksfax::GetDefaultResolution(d));
 LOOKUP(FindResolutionOption, ksfax::FindResolutionOption(d, 200));
-LOOKUP(FindByName, ksfax::FindByName(d.Features.Target(), "JCLContrast"));
 LOOKUP(FindOptionByNameOrTranslation,
        ksfax::FindOptionByNameOrTranslation(
-           ksfax::FeatureOf(d, ksfax::FeatureKind::PageSize)->Options.Target(), "Legal", nullptr));
+           ksfax::FeatureOf(d, ksfax::FeatureKind::PageSize)->Options.Target(), "Legal"));
 LOOKUP(GetDefaultOptionValue, ksfax::GetDefaultOptionValue(d, ksfax::FeatureKind::MediaType));
 LOOKUP(MicronsFromPoints, ksfax::MicronsFromPoints(d.MaxMediaWidth));
 LOOKUP(GetDefaultSelections, ksfax::GetDefaultSelections(d, {document, 64}));

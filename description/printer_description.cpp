@@ -111,10 +111,9 @@ KSFAX_PIN(PrinterDescription, UIConstraints, 464);
 constexpr uint32_t kFallbackResolution = 300;
 constexpr uint16_t kAutomaticBin = 7;
 
-// 25400 micrometres an inch over 72 x 256 units an inch, and the inverse, both rounded to single
-// precision: these very bits decide the sizes of the forms already in users' databases.
+// 25400 micrometres an inch over 72 x 256 units an inch, rounded to single precision: these very
+// bits decide the sizes of the forms already in users' databases.
 constexpr float kMicronsPerUnit = 0x1.60c71cp+0F;
-constexpr float kUnitsPerMicron = 0x1.738aecp-1F;
 
 int32_t ClampToInt32(float value) {
     if (value >= 2147483648.0F) {
@@ -161,7 +160,7 @@ const OptionRecord* FindResolutionOption(const PrinterDescription& description, 
     if (feature == nullptr) {
         return nullptr;
     }
-    return FindRecord(feature->Options.Target(), nullptr, [&](const OptionRecord& option) {
+    return FindRecord(feature->Options.Target(), [&](const OptionRecord& option) {
         return option.Name && LeadingNumber(option.Name.Target()) == dpi;
     });
 }
@@ -220,10 +219,6 @@ uint16_t GetDefaultOptionValue(const PrinterDescription& description, FeatureKin
 
 int32_t MicronsFromPoints(uint32_t points24_8) {
     return ClampToInt32(static_cast<float>(points24_8) * kMicronsPerUnit);
-}
-
-int32_t PointsFromMicrons(int32_t microns) {
-    return ClampToInt32(static_cast<float>(microns) * kUnitsPerMicron);
 }
 
 }  // namespace ksfax

@@ -339,43 +339,20 @@ const Record* NthListEntry(const Record* first, uint32_t position) {
     return first;
 }
 
-// The first record that `matches`; its position in *index unless index is null, kNoPosition
-// when there is none or it lies beyond what 16 bits can number.
+// The first record that `matches`, or null.
 template <typename Record, typename Matches>
-const Record* FindRecord(const Record* first, uint16_t* index, Matches matches) {
-    uint32_t position = 0;
-    const Record* record = first;
-    while (record != nullptr && !matches(*record)) {
-        record = record->Next.Target();
-        ++position;
+const Record* FindRecord(const Record* first, Matches matches) {
+    while (first != nullptr && !matches(*first)) {
+        first = first->Next.Target();
     }
-    if (index != nullptr) {
-        *index = record != nullptr && position < kNoPosition ? static_cast<uint16_t>(position)
-                                                             : kNoPosition;
-    }
-    return record;
-}
-
-// The first record of that name, byte for byte; null when there is none or name is null.
-template <typename Record>
-const Record* FindByNameWithIndex(const Record* first, const char* name, uint16_t* index) {
-    const uint32_t hash = name != nullptr ? NameHash(name) : 0;
-    return FindRecord(first, index, [&](const Record& record) {
-        return name != nullptr && record.NameHash == hash && record.Name &&
-               std::strcmp(record.Name.Target(), name) == 0;
-    });
-}
-template <typename Record>
-const Record* FindByName(const Record* first, const char* name) {
-    return FindByNameWithIndex(first, name, nullptr);
+    return first;
 }
 
 // The first option or feature whose Translation or Name equals `text`; null when there is none.
 template <typename Record>
-const Record* FindOptionByNameOrTranslation(const Record* first, const char* text,
-                                            uint16_t* index) {
+const Record* FindOptionByNameOrTranslation(const Record* first, const char* text) {
     const uint32_t hash = text != nullptr ? NameHash(text) : 0;
-    return FindRecord(first, index, [&](const Record& record) {
+    return FindRecord(first, [&](const Record& record) {
         return text != nullptr &&
                ((record.Translation && std::strcmp(record.Translation.Target(), text) == 0) ||
                 (record.NameHash == hash && record.Name &&
@@ -439,6 +416,5 @@ uint16_t GetDefaultOptionValue(const PrinterDescription& description, FeatureKin
 // database got them from earlier drivers. 156672 (612 points) is 215900 micrometres. Lengths
 // that 32 signed bits cannot hold become the largest one.
 int32_t MicronsFromPoints(uint32_t points24_8);
-int32_t PointsFromMicrons(int32_t microns);
 
 }  // namespace ksfax

@@ -121,7 +121,6 @@ inline void AskEverything(const ksfax::PrinterDescription& description) {
     std::array<uint8_t, 64> installable = {};
     GetDefaultSelections(description, document);
     ResolveInstallableConflicts(description, installable);
-    uint16_t index = 0;
     for (uint16_t feature = 0; feature < 4; ++feature) {
         for (uint8_t option : {0, 1, 254, 255}) {
             touched = touched +
@@ -132,9 +131,8 @@ inline void AskEverything(const ksfax::PrinterDescription& description) {
     touched = touched + GetDefaultResolution(description) + GetDefaultBin(description) +
               GetSleepModeField(description, 2);
     FindResolutionOption(description, 200);
-    FindByNameWithIndex(description.Features.Target(), "PageSize", &index);
     if (const FeatureRecord* papers = FeatureOf(description, FeatureKind::PageSize)) {
-        FindOptionByNameOrTranslation(papers->Options.Target(), "A4", &index);
+        FindOptionByNameOrTranslation(papers->Options.Target(), "A4");
         touched = touched + static_cast<size_t>(MicronsFromPoints(papers->NameHash));
     }
     for (unsigned kind = 0; kind < kFeatureKinds; ++kind) {

@@ -51,10 +51,10 @@ const OptionRecord* FirstOption(const FeatureRecord* feature) {
 
 const OptionRecord* FindPaper(const PrinterDescription& description, int32_t code) {
     if (const FeatureRecord* paper = FeatureOf(description, FeatureKind::Paper)) {
-        return FindRecord(FirstOption(paper), nullptr,
+        return FindRecord(FirstOption(paper),
                           [&](const OptionRecord& option) { return CarriesCode(option, code); });
     }
-    return FindRecord(FirstOption(FeatureOf(description, FeatureKind::PageSize)), nullptr,
+    return FindRecord(FirstOption(FeatureOf(description, FeatureKind::PageSize)),
                       [&](const OptionRecord& option) {
                           return PaperKeywordToCode(option.Name.Target()) == code;
                       });
@@ -62,7 +62,7 @@ const OptionRecord* FindPaper(const PrinterDescription& description, int32_t cod
 
 const OptionRecord* FindPageSize(const PrinterDescription& description, const char* name) {
     const FeatureRecord* feature = FeatureOf(description, FeatureKind::PageSize);
-    return FindOptionByNameOrTranslation(FirstOption(feature), name, nullptr);
+    return FindOptionByNameOrTranslation(FirstOption(feature), name);
 }
 
 void FillUserDefinedForm(DEVMODEW* record, PaperForm* form, const PrinterDescription& description) {
