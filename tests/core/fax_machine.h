@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -29,48 +30,10 @@
 
 // A fax device with four papers (one of no size), two resolutions, two sources, installed memory
 // and two trays that cannot be installed together.
-inline constexpr std::string_view kFaxPpd = R"(*PPD-Adobe: "4.3"
-*FileVersion: "1.0"
-*NickName: "Test Fax"
-*LanguageLevel: "2"
-*SuggestedJobTimeout: "30"
-*SuggestedWaitTimeout: "90"
-*OpenUI *PageSize: PickOne
-*DefaultPageSize: A4
-*PageSize Letter: "letter"
-*PageSize A4: "a4"
-*PageSize B5/B5 sheet: "b5"
-*PageSize Custom: "custom"
-*CloseUI: *PageSize
-*PaperDimension Letter: "612 792"
-*PaperDimension A4: "595 842"
-*PaperDimension B5: "516 729"
-*PaperDimension Custom: "0 0"
-*OpenUI *Resolution: PickOne
-*DefaultResolution: 200dpi
-*Resolution 200dpi: "fine"
-*Resolution 200x100dpi: "normal"
-*CloseUI: *Resolution
-*OpenGroup: InstallableOptions
-*OpenUI *VMOption: PickOne
-*DefaultVMOption: 4Meg
-*VMOption 4Meg: "4194304"
-*VMOption 8Meg: "8388608"
-*CloseUI: *VMOption
-*OpenUI *UpperTray: PickOne
-*DefaultUpperTray: True
-*UpperTray None: ""
-*UpperTray True: ""
-*CloseUI: *UpperTray
-*OpenUI *LowerTray: PickOne
-*DefaultLowerTray: True
-*LowerTray None: ""
-*LowerTray True: ""
-*CloseUI: *LowerTray
-*CloseGroup: InstallableOptions
-*UIConstraints: *UpperTray True *LowerTray True
-*UIConstraints: *LowerTray True *UpperTray True
-)";
+inline const std::string kFaxPpd = [] {
+    std::ifstream file(SOURCE_FOLDER "/tests/golden/core/fax.ppd");
+    return std::string{std::istreambuf_iterator<char>(file), {}};
+}();
 
 using Bytes = std::vector<std::byte>;
 
@@ -167,7 +130,7 @@ class FaxMachine {
     // The printer's data file becomes another, as an administrator puts it there; cached
     // descriptions that lie on the disk are gone with the old one.
     void ChangePpd(std::string_view more) {
-        WriteFile(u"C:\\Ppd\\FAX.PPD", std::string(kFaxPpd) + std::string(more));
+        WriteFile(u"C:\\Ppd\\FAX.PPD", kFaxPpd + std::string(more));
         RemoveFile(u"C:\\Ppd\\FAX.PDC");
     }
     void RemoveFile(std::u16string_view path) {
