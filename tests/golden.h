@@ -57,7 +57,9 @@ AnswersAreRecorded(const std::string& name,
         const std::string question = line.substr(0, arrow);
         all += question + (arrow != std::string::npos ? " -> " + answerTo(question) : "") + "\n";
     }
-    return IsRecorded(name, all);
+    return !all.empty()
+               ? IsRecorded(name, all)
+               : testing::AssertionFailure() << "nothing is asked in tests/golden/" << name;
 }
 
 inline std::vector<std::string> LinesOf(const std::string& text) {

@@ -197,7 +197,11 @@ TEST(DrvConvertDevMode, BuildsTheDriversDefaultOrNothing) {
                          EXPECT_EQ(output, built ? output : RecordBytes(2616, 0xEE));
                          EXPECT_TRUE(failed != "OpenPrinterW" || !built);
                      });
+    fax.machine.faults.Count([](const std::string& call) {
+        EXPECT_TRUE(call != "CreateFileW" || embedded::IsHeldByThisThread(moduleLock));
+    });
     build(u"Fax");
+    fax.machine.faults.Clear();
     EXPECT_TRUE(built);
     EXPECT_EQ(descriptionCache.cachedDescription, nullptr);
     RecordBytes expected(2608 + 8, 0xEE);

@@ -3,6 +3,7 @@
 // What the tests of job settings stand on: a machine, and a printer description read from the
 // statements of a PPD.
 
+#include <algorithm>
 #include <sstream>
 #include <string>
 
@@ -15,36 +16,44 @@
 
 namespace ksfax {
 
-// The statements of one feature: its name and default, then each option, with a translation or an
-// invocation: "PageSize=A4 A4 B5/Blatt", "Paper A4=9".
-inline std::string Ui(const std::string& text) {
-    std::istringstream words(text);
-    const auto split = [&](std::string* tail) {
-        std::string head;
-        words >> head;
-        const size_t equals = head.find('=');
-        *tail = equals == head.npos ? "" : head.substr(equals + 1);
-        return head.substr(0, equals);
-    };
-    std::string initial;
-    const std::string name = split(&initial);
-    std::string ppd = "*OpenUI *" + name + ": PickOne\n";
-    ppd += initial.empty() ? "" : "*Default" + name + ": " + initial + "\n";
-    std::string invocation;
-    for (std::string option = split(&invocation); !option.empty(); option = split(&invocation)) {
-        ppd += "*" + name + " " + option + ": \"" + invocation + "\"\n";
+// A PPD's text from parts between ";": a statement, or a feature, as its name and default and then
+// each option with a translation or an invocation: "*LanguageLevel: \"2\"; PageSize=A4 A4
+// B5/Blatt".
+inline std::string Ppd(const std::string& notation) {
+    std::string ppd = "*PPD-Adobe: \"4.3\"\n";
+    std::istringstream parts(notation);
+    for (std::string part; std::getline(parts >> std::ws, part, ';');) {
+        if (part.starts_with('*')) {
+            ppd += part + "\n";
+            continue;
+        }
+        std::istringstream words(part);
+        std::string name;
+        for (std::string word; words >> word;) {
+            const size_t equals = word.find('=');
+            const std::string value = equals != word.npos ? word.substr(equals + 1) : "";
+            word.resize(std::min(equals, word.size()));
+            if (name.empty()) {
+                name = word;
+                ppd += "*OpenUI *" + name + ": PickOne\n";
+                ppd += value.empty() ? "" : "*Default" + name + ": " + value + "\n";
+            } else {
+                ppd += "*" + name + " " + word + ": \"" + value + "\"\n";
+            }
+        }
+        ppd += "*CloseUI: *" + name + "\n";
     }
-    return ppd + "*CloseUI: *" + name + "\n";
+    return ppd;
 }
 
 class Described : public testing::Test {
   protected:
-    // From here on `description` is that PPD's, of checksum 0x1234.
-    void Describe(const std::string& ppd) {
-        const std::string text = "*PPD-Adobe: \"4.3\"\n" + ppd + "\n";
+    // From here on `description` is that PPD's, with checksum 0x1234.
+    void Describe(const std::string& notation) {
+        const std::string text = Ppd(notation);
         ParseState* state = ParsePpdText(text, TEXT("C:\\FAX.PPD"));
         block_ = platform::GlobalBlock(state != nullptr ? PackDescription(state) : nullptr);
-        ASSERT_TRUE(block_) << ppd;
+        ASSERT_TRUE(block_) << text;
         description = static_cast<PrinterDescription*>(block_.get());
         RelocateDescription(description);
         description->Checksum = 0x1234;

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include "platform/embedded/text.h"
+
 #include "description/text.h"
 #include "jobsettings/job_settings.h"
 #include "tests/core/fax_machine.h"
+#include "tests/golden.h"
 #include "tests/jobsettings/described.h"
 #include "tests/jobsettings/record_bytes.h"
 
@@ -11,72 +14,35 @@ namespace {
 
 using Matching = Described;
 
-const std::string kPageSizes = Ui("PageSize A4 B5/Blatt Tabloid Letter") +
-                               "*PaperDimension A4: \"595 842\"\n*PaperDimension B5: \"1 2\"\n"
-                               "*PaperDimension Tabloid: \"3 4\"\n";
+const std::string kPageSizes = "PageSize A4 B5/Blatt Tabloid Letter User; "
+                               "*PaperDimension A4: \"595 842\"; *PaperDimension B5: \"1 2\"; "
+                               "*PaperDimension Tabloid: \"3 4\"; ";
 
 TEST_F(Matching, FindsTheDescriptionsPaper) {
-    const std::string papers =
-        kPageSizes + Ui("Paper A4 Huge=65545 Below=-7 Blatt=9x Other=11 " +
-                        std::string("An_own_size_with_a_name_over_31_chars=256"));
-    const std::string own = "dmFields=2 dmPaperSize=256 customWidth=1050 customLength=1485";
-    // clang-format off
-    const struct {
-        const std::string& ppd;
-        std::string fields;
-        std::string form;  // result, flags, size in points, name
-        std::string written;  // to the record
-        WORD size = 220;
-        WORD extra = 2388;
-    } rows[] = {
-        {kPageSizes, "dmFields=2 dmPaperSize=34", "0 2 1x2 B5", "dmFormName=B5"},
-        {kPageSizes, "dmFields=2 dmPaperSize=9", "0 2 595x842 A4", "dmFormName=A4"},
-        {kPageSizes, "dmFields=2 dmPaperSize=1", "0 2 3x4 Tabloid", "dmFormName=Tabloid"},
-        {kPageSizes, "dmFields=2 dmPaperSize=5", "2 0 0x0 ", ""},
-        {kPageSizes, "dmFields=0xFFFD dmPaperSize=9", "2 0 0x0 ", ""},
-        {papers, "dmFields=2 dmPaperSize=9", "0 2 1x2 Blatt", "dmFormName=Blatt"},
-        {papers, "dmFields=2 dmPaperSize=-7", "0 2 0x0 Below", "dmFormName=Below"},
-        {papers, "dmFields=2 dmPaperSize=11", "0 2 0x0 Other", "dmFormName=Other"},
-        {papers, "dmFields=2 dmPaperSize=34", "2 0 0x0 ", ""},
-        // By way of hundredths of an inch, each step cut: 413 of them are 297 points, 584 are 420.
-        {kPageSizes, own, "1 0 297x420 ", ""},
-        {papers, own, "1 0 297x420 An_own_size_with_a_name_over_31",
-         "dmFormName=An_own_size_with_a_name_over_31"},
-        // Nothing is read or written past what a record declares.
-        {kPageSizes, "dmFields=2 dmPaperSize=9", "0 2 595x842 A4", "", 165, 0},
-        {kPageSizes, "dmFields=2 dmPaperSize=9", "0 2 595x842 A4", "dmFormName=A4", 166, 0},
-        {kPageSizes, "dmFields=2 dmPaperSize=9", "0 2 595x842 A4", "", 80, 0},
-        {kPageSizes, "dmFields=2 dmPaperSize=9", "2 0 0x0 ", "", 79, 2388},
-        {kPageSizes, "dmFields=2 dmPaperSize=9", "2 0 0x0 ", "", 75, 2388},
-        {kPageSizes, own, "1 0 297x0 ", "", 199, 237},
-        {kPageSizes, own, "1 0 297x420 ", "", 199, 238},
-        {kPageSizes, own, "1 0 0x0 ", "", 220, 235},
-    };
-    // clang-format on
-    for (const auto& row : rows) {
-        Describe(row.ppd);
-        RecordBytes record = CallersRecord(row.size, 2388);
-        Set(&record, row.fields);
-        Put(&record, U16(70, row.extra));
-        RecordBytes expected = record;
-        Set(&expected, row.written);
+    EXPECT_TRUE(AnswersAreRecorded("jobsettings/papers.txt", [&](const std::string& question) {
+        Describe(kPageSizes + (question.starts_with("codes ")
+                                   ? "Paper A4 Huge=65545 Below=-7 Blatt=9x Other=11 "
+                                     "An_own_size_with_a_name_over_31_chars=256"
+                                   : ""));
+        // The bytes behind the record that it declares are there, and nobody's.
+        const size_t extra = std::stoul(question.substr(question.find('+')));
+        RecordBytes record = CallersRecord(static_cast<WORD>(std::stoi(question.substr(6))), 2388);
+        Set(&record, question.substr(question.find(':') + 1));
+        Put(&record, U16(70, static_cast<uint32_t>(extra)));
+        const RecordBytes before = record;
         PaperForm form;
         form.formName = nullptr;
         const PaperMatch match = MatchJobFormToPaper(AsDevMode(record), &form, *description);
-        std::string name;
-        for (const WCHAR* at = form.formName; *at != 0; ++at) {
-            name += static_cast<char>(*at);
-        }
-        std::ostringstream text;
-        text << static_cast<int>(match) << ' ' << form.formFlags << ' ' << form.formWidth / 256.0
-             << 'x' << form.formHeight / 256.0 << ' ' << name;
-        EXPECT_EQ(text.str(), row.form) << row.fields << ' ' << row.size;
-        EXPECT_EQ(record, expected) << row.fields << ' ' << row.size;
         const bool isOwn = match == PaperMatch::UserDefined;
         EXPECT_EQ(
             (std::vector{form.formLeft, form.formTop, form.formRight, form.formBottom}),
             (std::vector<DWORD>{0, isOwn ? form.formHeight : 0, isOwn ? form.formWidth : 0, 0}));
-    }
+        std::ostringstream text;
+        text << static_cast<int>(match) << ' ' << form.formFlags << ' ' << form.formWidth / 256.0
+             << 'x' << form.formHeight / 256.0;
+        const std::string name = embedded::Utf8(form.formName);
+        return text.str() + (name.empty() ? "" : " ") + name + ", " + Changes(before, record);
+    }));
 }
 
 TEST_F(Matching, KnowsTheDescriptionsForms) {
@@ -119,7 +85,9 @@ TEST(EnumerateForms, GivesTheFormsDatabaseOrNothing) {
                                       forms.reset();
                                   }});
     // A spooler whose count its block cannot hold, and one without forms.
-    fax.machine.spooler().ReportSize("EnumFormsW", sizeof(FORM_INFO_1W));
+    fax.machine.spooler().ReportSize(
+        "EnumFormsW",
+        static_cast<DWORD>((fax.machine.spooler().forms().size() - 1) * sizeof(FORM_INFO_1W)));
     EXPECT_FALSE(EnumerateForms(printer.get(), &count));
     EXPECT_EQ(count, 0u);
     fax.machine.spooler().TellTheTruth();

@@ -4,7 +4,6 @@
 // job_settings_fields.def by name, as in "dmPaperSize=5 dmFormName=A5 featureSelections+1=0x9".
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
@@ -129,7 +128,8 @@ inline std::string ValueOf(const tool::RecordField& field, const RecordBytes& re
     return digits.str();
 }
 
-// The fields in which `to` differs from `from`, both whole records, as Set takes them.
+// The fields in which `to` differs from `from`, both whole records, as Set takes them;
+// "nothing" for none.
 inline std::string Changes(const RecordBytes& from, const RecordBytes& to) {
     std::string changes;
     for (const tool::RecordField& field : FieldsOf(from)) {
@@ -146,26 +146,7 @@ inline std::string Changes(const RecordBytes& from, const RecordBytes& to) {
             }
         }
     }
-    return changes;
-}
-
-// A table of texts: a row a line, columns between "|", those left out empty. A line that begins
-// with ">" goes on with the one before.
-inline std::vector<std::array<std::string, 3>> Rows(const std::string& table) {
-    std::vector<std::array<std::string, 3>> rows;
-    std::istringstream lines(table);
-    for (std::string line; std::getline(lines >> std::ws, line);) {
-        for (std::string more; (lines >> std::ws).peek() == '>' && std::getline(lines, more);) {
-            line += more.substr(1);
-        }
-        std::istringstream columns(line);
-        rows.emplace_back();
-        for (std::string& column : rows.back()) {
-            std::getline(columns >> std::ws, column, '|');
-            column.erase(column.find_last_not_of(' ') + 1);
-        }
-    }
-    return rows;
+    return changes.empty() ? "nothing" : changes;
 }
 
 }  // namespace ksfax
