@@ -50,30 +50,25 @@ file(GLOB WINDOWS_TEST_SOURCES CONFIGURE_DEPENDS
   tests/windows/*_test.cpp tests/platform/*_contract_test.cpp)
 list(REMOVE_ITEM WINDOWS_TEST_SOURCES ${CMAKE_SOURCE_DIR}/tests/windows/host_answers_test.cpp)
 list(APPEND WINDOWS_TEST_SOURCES tests/windows/installed_printer.cpp
+  tests/windows/property_sheet_host.cpp
   tests/windows/driver_answers.cpp tests/windows/fax_job_answers.cpp)
 add_executable(ksfax_windows_tests ${WINDOWS_TEST_SOURCES})
 target_compile_options(ksfax_windows_tests PRIVATE -O0)
 target_compile_definitions(ksfax_windows_tests PRIVATE
   UNICODE _UNICODE SOURCE_FOLDER="${CMAKE_SOURCE_DIR}")
 target_link_options(ksfax_windows_tests PRIVATE ${STATIC_RUNTIME})
-target_link_libraries(ksfax_windows_tests PRIVATE windows_gtest winspool ntdll setupapi)
+target_link_libraries(ksfax_windows_tests PRIVATE windows_gtest winspool ntdll setupapi comctl32)
 add_dependencies(ksfax_windows_tests KSFAXUI)
 
-# Modules that the driver finds in place of others, each in a folder of its own.
-function(add_test_module name file source)
-  add_library(${name} SHARED ${source})
-  target_compile_options(${name} PRIVATE -O0)
-  target_compile_definitions(${name} PRIVATE UNICODE _UNICODE)
-  target_link_options(${name} PRIVATE ${STATIC_RUNTIME} -s)
-  target_link_libraries(${name} PRIVATE comctl32)
-  set_target_properties(${name} PROPERTIES
-    PREFIX "" OUTPUT_NAME ${file} SUFFIX ".dll"
-    RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${name}
-    ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${name})
-  add_dependencies(ksfax_windows_tests ${name})
-endfunction()
-add_test_module(companion KSFAXDLG tests/windows/companion.cpp)
-add_test_module(sheet_host compstui tests/windows/property_sheet_host.cpp)
+# The companion module that the driver finds in a folder of its own.
+add_library(companion SHARED tests/windows/companion.cpp)
+target_compile_options(companion PRIVATE -O0)
+target_compile_definitions(companion PRIVATE UNICODE _UNICODE)
+target_link_options(companion PRIVATE ${STATIC_RUNTIME} -s)
+set_target_properties(companion PROPERTIES PREFIX "" OUTPUT_NAME KSFAXDLG SUFFIX ".dll"
+  RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/companion
+  ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/companion)
+add_dependencies(ksfax_windows_tests companion)
 
 # The example of a resource module in another language, as its author builds it.
 add_library(german SHARED examples/german.rc)

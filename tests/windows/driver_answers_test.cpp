@@ -33,19 +33,24 @@ int WINAPI ConfirmBox(HWND, LPCWSTR text, LPCWSTR caption, UINT type) {
     return IDOK;
 }
 
+template <typename Function>
+void FindEntry(HMODULE dll, LPCSTR name, Function& entry) {
+    entry = platform::ExportOf<Function>(dll, name);
+    ASSERT_NE(entry, nullptr) << name;
+}
+
 // The DLL where the spooler keeps it, with a real printer.
 class Windows : public answers::Home {
   public:
     Windows() {
         const InstalledPrinter& installed = SharedPrinter();
-        driver = {
-            installed.EntryPoint<decltype(&DrvDeviceCapabilities)>("DrvDeviceCapabilities"),
-            installed.EntryPoint<decltype(&DrvConvertDevMode)>("DrvConvertDevMode"),
-            installed.EntryPoint<decltype(&DevQueryPrintEx)>("DevQueryPrintEx"),
-            installed.EntryPoint<decltype(&DrvPrinterEvent)>("DrvPrinterEvent"),
-            installed.EntryPoint<decltype(&DrvUpgradePrinter)>("DrvUpgradePrinter"),
-            installed.EntryPoint<decltype(&DrvDocumentEvent)>("DrvDocumentEvent"),
-        };
+        const HMODULE dll = installed.module();
+        FindEntry(dll, "DrvDeviceCapabilities", driver.deviceCapabilities);
+        FindEntry(dll, "DrvConvertDevMode", driver.convertDevMode);
+        FindEntry(dll, "DevQueryPrintEx", driver.queryPrint);
+        FindEntry(dll, "DrvPrinterEvent", driver.printerEvent);
+        FindEntry(dll, "DrvUpgradePrinter", driver.upgradePrinter);
+        FindEntry(dll, "DrvDocumentEvent", driver.documentEvent);
         printer = installed.handle();
         cacheFile = installed.folder() / answers::kCacheFileName;
         WCHAR windows[MAX_PATH] = {};
@@ -81,9 +86,6 @@ class Windows : public answers::Home {
 TEST(DriverAnswers, AreThoseRecorded) {
     ASSERT_EQ(SharedPrinter().error(), "");
     Windows windows;
-    ASSERT_TRUE(windows.driver.deviceCapabilities && windows.driver.convertDevMode &&
-                windows.driver.queryPrint && windows.driver.printerEvent &&
-                windows.driver.upgradePrinter && windows.driver.documentEvent);
     answers::AreRecorded(windows);
 }
 
@@ -107,15 +109,15 @@ TEST(WindowClasses, AreRegisteredForEveryModuleOfTheProcess) {
 
 std::string StoredBytes(HANDLE printer, std::wstring name) {
     BYTE bytes[256] = {};
-    DWORD type = 0;
     DWORD size = 0;
-    const DWORD error = GetPrinterDataW(printer, name.data(), &type, bytes, sizeof bytes, &size);
+    const DWORD error = GetPrinterDataW(printer, name.data(), nullptr, bytes, sizeof bytes, &size);
     return error == ERROR_SUCCESS ? std::string(bytes, bytes + size) : "(none)";
 }
 
-void StoreBytes(HANDLE printer, std::wstring name, DWORD type, std::string bytes) {
-    EXPECT_EQ(SetPrinterDataW(printer, name.data(), type, reinterpret_cast<BYTE*>(bytes.data()),
-                              static_cast<DWORD>(bytes.size())),
+void StoreUser(HANDLE printer, std::string user) {
+    WCHAR name[] = TEXT("UserName");
+    EXPECT_EQ(SetPrinterDataW(printer, name, REG_BINARY, reinterpret_cast<BYTE*>(user.data()),
+                              static_cast<DWORD>(user.size())),
               DWORD{ERROR_SUCCESS});
 }
 
@@ -125,10 +127,10 @@ void StoreBytes(HANDLE printer, std::wstring name, DWORD type, std::string bytes
 TEST(Session, OpensThroughDocumentPropertiesWithoutAPrompt) {
     ASSERT_EQ(SharedPrinter().error(), "");
     WCHAR name[] = TEXT("Session Fax");
-    const InstalledPrinter printer(answers::kDriverName, name, answers::PrinterDefaults(), {});
+    const InstalledPrinter printer(name);
     ASSERT_EQ(printer.error(), "");
     const HANDLE handle = printer.handle();
-    StoreBytes(handle, TEXT("UserName"), REG_BINARY, std::string("Somebody else", 14));
+    StoreUser(handle, std::string("Somebody else", 14));
 
     ASSERT_EQ(DocumentPropertiesW(nullptr, handle, name, nullptr, nullptr, 0), 2608);
     std::vector<BYTE> first(2608);
@@ -152,10 +154,9 @@ TEST(Session, OpensThroughDocumentPropertiesWithoutAPrompt) {
     // The same user in other letter case is nobody new.
     std::string otherCase(user, std::strlen(user) + 1);
     for (char& letter : otherCase) {
-        letter = static_cast<char>(std::toupper(letter) == letter ? std::tolower(letter)
-                                                                  : std::toupper(letter));
+        letter = std::isalpha(BYTE(letter)) ? static_cast<char>(letter ^ 0x20) : letter;
     }
-    StoreBytes(handle, TEXT("UserName"), REG_BINARY, otherCase);
+    StoreUser(handle, otherCase);
     ASSERT_EQ(DocumentPropertiesW(nullptr, handle, name, record, nullptr, DM_OUT_BUFFER), IDOK);
     EXPECT_EQ(StoredBytes(handle, TEXT("UserName")), otherCase);
     DWORD needed = 0;
@@ -173,7 +174,7 @@ TEST(Session, OpensThroughDocumentPropertiesWithoutAPrompt) {
     record->dmOrientation = DMORIENT_LANDSCAPE;
     std::vector<BYTE> second(2608);
     auto* merged = reinterpret_cast<DEVMODEW*>(second.data());
-    ASSERT_EQ(
+    EXPECT_EQ(
         DocumentPropertiesW(nullptr, handle, name, merged, record, DM_OUT_BUFFER | DM_IN_BUFFER),
         IDOK);
     EXPECT_EQ(merged->dmPaperSize, DMPAPER_A4);

@@ -1,15 +1,15 @@
 // The package's INF file, followed with the setup functions as Windows' installer follows it.
 
-#include "platform/windows_api.h"
-
-#include <setupapi.h>
-
 #include <filesystem>
 #include <set>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "platform/windows_api.h"
+
+#include "setupapi.h"  // after the types that it needs
 
 namespace {
 
@@ -20,10 +20,9 @@ class InfFile : public testing::Test {
     InfFile() {
         WCHAR program[MAX_PATH] = {};
         GetModuleFileNameW(nullptr, program, MAX_PATH);
-        folder = std::filesystem::path(program).parent_path();
+        const auto file = std::filesystem::path(program).replace_filename(TEXT("KSFAX.INF"));
         UINT badLine = 0;
-        inf_ = SetupOpenInfFileW((folder / TEXT("KSFAX.INF")).c_str(), TEXT("Printer"),
-                                 INF_STYLE_WIN4, &badLine);
+        inf_ = SetupOpenInfFileW(file.c_str(), TEXT("Printer"), INF_STYLE_WIN4, &badLine);
         EXPECT_NE(inf_, INVALID_HANDLE_VALUE) << "line " << badLine << ", " << GetLastError();
     }
     ~InfFile() override { SetupCloseInfFile(inf_); }
@@ -35,42 +34,26 @@ class InfFile : public testing::Test {
         INFCONTEXT at;
         for (BOOL found = SetupFindFirstLineW(inf_, section.c_str(), nullptr, &at); found;
              found = SetupFindNextLine(&at, &at)) {
-            Fields fields;
+            lines.emplace_back();
             for (DWORD i = 0; i <= SetupGetFieldCount(&at); ++i) {
                 WCHAR text[256] = {};
                 SetupGetStringFieldW(&at, i, text, 256, nullptr);
-                fields.emplace_back(text);
+                lines.back().emplace_back(text);
             }
-            lines.push_back(fields);
         }
         EXPECT_FALSE(lines.empty()) << section.c_str();
         return lines;
     }
-    // The one line with that key; all its values.
+    // The values of the one line with that key.
     Fields Line(const std::wstring& section, const std::wstring& key) {
-        Fields found;
-        for (const Fields& line : Lines(section)) {
-            if (line[0] == key) {
-                EXPECT_TRUE(found.empty()) << "twice: " << key.c_str();
-                found.assign(line.begin() + 1, line.end());
-            }
-        }
-        EXPECT_FALSE(found.empty()) << section.c_str() << " lacks " << key.c_str();
-        return found;
-    }
-    std::set<std::wstring> Sections() {
-        std::set<std::wstring> sections;
-        WCHAR name[256];
-        for (UINT i = 0; SetupEnumInfSectionsW(inf_, i, name, 256, nullptr); ++i) {
-            sections.insert(name);
-        }
-        return sections;
+        std::vector<Fields> lines = Lines(section);
+        std::erase_if(lines, [&](const Fields& line) { return line[0] != key; });
+        EXPECT_EQ(lines.size(), 1u) << section.c_str() << " and " << key.c_str();
+        return lines.empty() ? Fields(1) : Fields(lines[0].begin() + 1, lines[0].end());
     }
 
-    std::filesystem::path folder;
     std::set<std::wstring> reached = {TEXT("Strings")};  // by the texts that stand for them
 
-  private:
     HINF inf_;
 };
 
@@ -106,7 +89,12 @@ TEST_F(InfFile, LeadsToEveryFileAndSectionItNames) {
         const std::wstring disk = Line(TEXT("SourceDisksFiles"), file).at(0);
         EXPECT_NE(Line(TEXT("SourceDisksNames.amd64"), disk).at(0), TEXT("")) << file.c_str();
     }
-    EXPECT_EQ(Sections(), reached) << "a section that nothing leads to";
+    std::set<std::wstring> sections;
+    WCHAR name[256];
+    for (UINT i = 0; SetupEnumInfSectionsW(inf_, i, name, 256, nullptr); ++i) {
+        sections.insert(name);
+    }
+    EXPECT_EQ(sections, reached) << "a section that nothing leads to";
 }
 
 }  // namespace

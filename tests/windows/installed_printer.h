@@ -1,7 +1,7 @@
 #pragma once
 
 // A printer of this driver, installed on the Windows that the tests run on, with the shipped DLL
-// loaded from where the spooler put it. A driver is installed once per process: Windows does not
+// loaded from where the spooler put it. The driver is installed once per process: Windows does not
 // replace the files of one in use.
 
 #include <filesystem>
@@ -12,12 +12,9 @@
 
 class InstalledPrinter {
   public:
-    // Installs the DLL beside the running program and `dataFile`, with whatever cache file of an
-    // earlier run removed, and gives the printer the default record's fields and paper. An empty
-    // `dataFile`: another printer of a driver that is installed. handle() and module() are null
-    // when something failed; error() tells.
-    InstalledPrinter(const std::wstring& driverName, const std::wstring& printerName,
-                     const DEVMODEW& defaults, const std::filesystem::path& dataFile);
+    // The DLL beside the running program and the examples' data file, with whatever cache file of
+    // an earlier run removed. handle() and module() are null when something failed; error() tells.
+    explicit InstalledPrinter(const std::wstring& name);
     ~InstalledPrinter();
     InstalledPrinter(const InstalledPrinter&) = delete;
     InstalledPrinter& operator=(const InstalledPrinter&) = delete;
@@ -31,19 +28,8 @@ class InstalledPrinter {
     // Takes back everything that the driver has stored with the printer.
     void ForgetStoredData() const;
 
-    // An entry point of the DLL; null when it is not exported.
-    template <typename Function>
-    Function EntryPoint(const char* name) const {
-        return reinterpret_cast<Function>(
-            reinterpret_cast<void*>(GetProcAddress(module_.get(), name)));
-    }
-
   private:
-    bool InstallDriver(const std::wstring& name, const std::filesystem::path& dataFile);
-    bool InstallPrinter(const std::wstring& driverName, const DEVMODEW& defaults);
-    bool Fail(const char* step);
-
-    std::wstring printerName_;
+    std::wstring key_;
     std::filesystem::path folder_;
     HANDLE handle_ = nullptr;
     platform::LoadedModule module_;
@@ -53,5 +39,5 @@ class InstalledPrinter {
 // Where the running program lies.
 std::filesystem::path ProgramFolder();
 
-// The printer of the examples' data file that all tests share.
+// The printer that all tests share.
 const InstalledPrinter& SharedPrinter();

@@ -1,6 +1,6 @@
-// A compstui.dll of our own for the tests: the common property sheet library as the driver knows
-// it, over the real property sheet. Wine's own has no function 17, with which the driver inserts
-// its pages. Built into a folder of its own; the test leads the driver to it.
+// The common property sheet library as the driver knows it, over the real property sheet: exported
+// by the tests' program, to which the test leads the driver. Wine's own has no function 17, with
+// which the driver inserts its pages.
 
 #include <algorithm>
 #include <vector>
