@@ -333,7 +333,8 @@ TEST_F(DocumentEvent, ClosesNoHandleOfAnotherObjectWhereWindowsTellsThemApart) {
     // The value that the driver's own handle of the block is about to have: values go up evenly.
     ULONG_PTR next[2];
     for (ULONG_PTR& value : next) {
-        value = reinterpret_cast<ULONG_PTR>(OpenFileMappingW(FILE_MAP_READ, FALSE, kBlock));
+        value = reinterpret_cast<ULONG_PTR>(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, kBlock));
+        ASSERT_NE(value, 0u);
     }
     *static_cast<ULONG_PTR*>(view.get()) = 2 * next[1] - next[0];
     machine->faults.Count();
