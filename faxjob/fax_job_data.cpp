@@ -143,11 +143,8 @@ void PublishSnapshot(HANDLE printer, const JobPath& snapshot) {
     platform::NullableHandle block(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE,
                                                       0, static_cast<DWORD>(size),
                                                       NameBlock(printer).text));
-    if (!block) {
-        return;
-    }
     // The block may be an older one of this name, left by a document that never ended or made by
-    // somebody else. One too small for this path has no view of this size.
+    // somebody else. One too small for this path has no view of this size, nor has none.
     const platform::MappedView view(MapViewOfFile(block.get(), FILE_MAP_ALL_ACCESS, 0, 0, size));
     if (BytesThere(view) < size) {
         return;
@@ -200,8 +197,8 @@ void FinishFaxJob(HANDLE printer) {
     // be, and would find no file by fewer.
     WCHAR wide[KSFAX_PATH_ROOM + 1] = {};
     std::memcpy(wide, job.snapshotPath, sizeof job.snapshotPath);
-    char path[3 * KSFAX_PATH_ROOM + 1];
-    WideToAnsi(path, wide);
+    char path[3 * KSFAX_PATH_ROOM];
+    WideToAnsi(path, wide, sizeof path);
     std::memcpy(record.snapshotPath, path, strnlen(path, KSFAX_PATH_ROOM - 1));
     (void)CallCompanion(KSFAX_COVER_OPERATION, record);
 
