@@ -1,12 +1,9 @@
-#include <algorithm>
-#include <set>
 #include <sstream>
 
 #include "platform/embedded/modules.h"
 #include "platform/embedded/text.h"
 #include "platform/embedded/windows.h"
 
-#include "core/spooler_queries.h"
 #include "tests/core/fax_machine.h"
 #include "tests/golden.h"
 
@@ -166,17 +163,6 @@ TEST(DescriptionCache, GoesThroughItsStatesAsRecorded) {
         return answer + std::to_string(useCount) + ", blocks " +
                std::to_string(fax.machine.globalBlocks);
     }));
-}
-
-TEST(IsMetricLocale, GoesByTheCountryCode) {
-    const std::set<std::string> inches = {"1", "2", "50", "54", "56", "59", "500", "555", "599"};
-    const std::set<std::string> metric = {"3", "49", "55", "60", "499", "600", "0", "none", "-3"};
-    for (const auto& codes : {inches, metric}) {
-        for (const std::string& country : codes) {
-            const embedded::Machine machine({.countryText = embedded::Utf16(country)});
-            EXPECT_EQ(IsMetricLocale(), codes == metric) << country;
-        }
-    }
 }
 
 }  // namespace

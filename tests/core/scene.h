@@ -3,15 +3,16 @@
 // A printer as a line of tests/golden/core describes it, on a machine of its own. The first word
 // is what to ask; every other one sets something:
 //
-//   FreeMem=50 UserName='Bob|'    a printer data value: a number of four bytes, x0A7F bytes,
-//                                 'bytes' or "UTF-16", where | is zero and ~ the length in bytes
-//                                 of the whole; *100 behind it cuts or fills up to 100 bytes
-//   data=5A data.size=100         a stored device record of bytes 5A and its fields, its checksum
+//   FreeMem=50 UserName='Bob|'    a printer data value: a number of four bytes, 'bytes' or
+//                                 "UTF-16", where | is zero and ~ the length in bytes of the
+//                                 whole; *100 behind it cuts or fills up to 100 bytes
+//   data=0x5A data.size=100       a stored device record of bytes 5A and its fields, its checksum
 //                                 counted from the description's own
 //   default=2608 dmPaperSize=1    the first bytes of the printer's default record, and its fields
 //   country=49 port=LPT1: ...     as the code below says
 
 #include <map>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "platform/embedded/text.h"
@@ -24,20 +25,14 @@
 
 namespace ksfax {
 
-// Runs of a byte as 5A*3, without the zeros at the end.
+// Without the zeros at the end.
 inline std::string Hex(Bytes bytes) {
     while (!bytes.empty() && bytes.back() == std::byte{0}) {
         bytes.pop_back();
     }
-    std::ostringstream text;
-    for (size_t i = 0, run = 0; i < bytes.size(); i += run) {
-        for (run = 1; i + run < bytes.size() && bytes[i + run] == bytes[i]; ++run) {
-        }
-        char digits[3];
-        std::snprintf(digits, sizeof(digits), "%02X", static_cast<unsigned>(bytes[i]));
-        text << digits << (run > 1 ? "*" + std::to_string(run) + " " : "");
-    }
-    return text.str();
+    std::string text = embedded::SavedBytes(bytes).dump();
+    std::erase(text, '"');
+    return text;
 }
 
 class Scene {
@@ -45,83 +40,55 @@ class Scene {
     explicit Scene(const std::string& question)
         : words_(Split(question)), fax({.driveC = {},
                                         .codePage = Number("codePage", 1252),
-                                        .country = Number("country", 1)}) {
-        if (Has("language")) {
-            fax.ChangePpd("*DefaultLanguage: " + Word("language") + "\n");
-        }
-        std::u16string driver = u"Fax Driver";
-        if (Has("driver")) {
-            driver = Text("driver");
-        }
+                                        .countryText = Text("country", u"1")}) {
+        fax.ChangePpd(Has("language") ? "*DefaultLanguage: " + Word("language") + "\n" : "");
+        const std::u16string driver = Text("driver", u"Fax Driver");
         fax.machine.spooler().AddDriver(
-            {.name = driver, .dataFile = u"C:\\Ppd\\FAX.PPD", .helpFile = Text("help")});
-        embedded::Printer whole = {.name = FaxMachine::kPrinter, .driverName = driver};
-        if (Has("port")) {
-            whole.portName = Text("port");
-        }
+            {.name = driver, .dataFile = u"C:\\Ppd\\FAX.PPD", .helpFile = Text("help", u"")});
+        embedded::Printer whole = {
+            .name = FaxMachine::kPrinter, .driverName = driver, .portName = Text("port", u"FAX:")};
         fax.machine.spooler().AddPrinter(whole);
         printer = fax.Open(FaxMachine::kPrinter, !Has("open"));
         description.reset(AcquireDescription(printer.get(), true));
         BuildDefaultJobSettings(&defaults, driver.c_str(), *description.get(), IsMetricLocale());
         PrinterDataRecord record;
-        std::memset(&record, static_cast<int>(std::strtoul(Word("data").c_str(), nullptr, 16)),
-                    sizeof(record));
+        std::memset(&record, static_cast<int>(Number("data")), sizeof(record));
         record.descriptionChecksum = 0;
         JobSettings own = defaults;
         for (const auto& field : tool::kRecordFields) {
             const bool isDevice = field.part == tool::RecordPart::Device;
             const std::string word = (isDevice ? "data." : "") + std::string(field.name);
-            if (Has(word)) {
-                const DWORD number = Number(word);
-                std::memcpy(isDevice ? reinterpret_cast<std::byte*>(&record) + field.offset
-                                     : PlaceIn(own, field),
-                            &number, std::min(field.width, sizeof(number)));
-            }
+            const DWORD number = Number(word);
+            std::memcpy((isDevice ? reinterpret_cast<std::byte*>(&record)
+                                  : reinterpret_cast<std::byte*>(&own)) +
+                            OffsetOf(field),
+                        &number, Has(word) ? std::min(field.width, sizeof(number)) : 0);
         }
         record.descriptionChecksum += description.get()->Checksum;
-        if (Has("default")) {
-            whole.defaultSettings = BytesOf(&own, Number("default"));
-            fax.machine.spooler().AddPrinter(whole);
-        }
+        whole.defaultSettings = BytesOf(&own, Number("default"));
+        fax.machine.spooler().AddPrinter(whole);
         if (Has("data")) {
             fax.StoreDeviceRecord(record, Number("data.bytes", sizeof(record)));
         }
         for (const auto& [word, value] : words_) {
             if (!value.empty() && std::isupper(static_cast<unsigned char>(word[0]))) {
-                fax.Store(Wide(word), Value(value));
+                fax.Store(embedded::Utf16(word), Value(value));
             }
         }
     }
 
     bool Has(const std::string& word) const { return words_.contains(word); }
-    DWORD Number(const std::string& word, DWORD otherwise = 0) const {
-        return Has(word) ? static_cast<DWORD>(std::stoul(Word(word), nullptr, 0)) : otherwise;
-    }
-    std::u16string Text(const std::string& word) const { return Wide(Word(word)); }
+    std::string Word(const std::string& word) const { return Has(word) ? words_.at(word) : ""; }
 
-    // "name=value" of each field that is not as usual; the checksum as in questions.
-    std::string Shown(PrinterDataRecord record, const Bytes& usual = {}) const {
+    // "name=value" of each field that is not as usual; the device record's checksum as in
+    // questions.
+    std::string Shown(PrinterDataRecord record, const PrinterDataRecord& usual = {}) const {
         record.descriptionChecksum -= description.get()->Checksum;
-        std::string text;
-        for (const auto& field : tool::kRecordFields) {
-            if (field.part == tool::RecordPart::Device) {
-                text += Shown(field, reinterpret_cast<std::byte*>(&record) + field.offset,
-                              usual.empty() ? usual
-                                            : BytesOf(usual.data() + field.offset, field.width));
-            }
-        }
-        return text;
+        return Differences(BytesOf(&record, sizeof(record)), BytesOf(&usual, sizeof(usual)), true);
     }
-    // The fields that are not as usual.
-    std::string Shown(JobSettings settings, JobSettings usual) const {
-        std::string text;
-        for (const auto& field : tool::kRecordFields) {
-            if (field.part != tool::RecordPart::Device) {
-                text += Shown(field, PlaceIn(settings, field),
-                              BytesOf(PlaceIn(usual, field), field.width));
-            }
-        }
-        return text;
+    std::string Shown(const JobSettings& settings, const JobSettings& usual) const {
+        return Differences(BytesOf(&settings, sizeof(settings)), BytesOf(&usual, sizeof(usual)),
+                           false);
     }
     // All printer data, with the values' types.
     std::string Stored() {
@@ -148,7 +115,6 @@ class Scene {
     JobSettings defaults;
 
   private:
-    std::string Word(const std::string& word) const { return Has(word) ? words_.at(word) : ""; }
     static std::map<std::string, std::string> Split(const std::string& question) {
         std::map<std::string, std::string> words;
         std::istringstream stream(question);
@@ -159,32 +125,36 @@ class Scene {
         }
         return words;
     }
-    static std::u16string Wide(const std::string& text) { return embedded::Utf16(text); }
-    static std::byte* PlaceIn(JobSettings& settings, const tool::RecordField& field) {
-        return reinterpret_cast<std::byte*>(&settings) + field.offset +
-               (field.part == tool::RecordPart::Private ? kPublicSize : 0);
+    DWORD Number(const std::string& word, DWORD otherwise = 0) const {
+        return Has(word) ? static_cast<DWORD>(std::stoul(Word(word), nullptr, 0)) : otherwise;
     }
-    static std::string Shown(const tool::RecordField& field, const std::byte* place, Bytes usual) {
-        const Bytes bytes = BytesOf(place, field.width);
-        usual.resize(field.width);
-        if (bytes == usual) {
-            return "";
+    std::u16string Text(const std::string& word, const char16_t* otherwise) const {
+        return Has(word) ? embedded::Utf16(Word(word)) : otherwise;
+    }
+    static size_t OffsetOf(const tool::RecordField& field) {
+        return field.offset + (field.part == tool::RecordPart::Private ? kPublicSize : 0);
+    }
+    static std::string Differences(const Bytes& record, const Bytes& usual, bool isDevice) {
+        std::string text;
+        for (const auto& field : tool::kRecordFields) {
+            const Bytes bytes = (field.part == tool::RecordPart::Device) == isDevice
+                                    ? BytesOf(record.data() + OffsetOf(field), field.width)
+                                    : Bytes();
+            if (!bytes.empty() && bytes != BytesOf(usual.data() + OffsetOf(field), field.width)) {
+                uint32_t number = 0;
+                std::memcpy(&number, bytes.data(), std::min(field.width, sizeof(number)));
+                text += " " + std::string(field.name) + "=" +
+                        (field.isNumber ? std::to_string(number) : Hex(bytes));
+            }
         }
-        uint32_t number = 0;
-        std::memcpy(&number, place, std::min(field.width, sizeof(number)));
-        return " " + std::string(field.name) + "=" +
-               (field.isNumber ? std::to_string(number) : Hex(bytes));
+        return text;
     }
     static Bytes Value(const std::string& word) {
         const size_t end = word.rfind('*');
         const std::string value = word.substr(0, end);
         std::u16string wide;
         Bytes bytes;
-        if (value[0] == 'x') {
-            for (size_t i = 1; i < value.size(); i += 2) {
-                bytes.push_back(std::byte(std::stoul(value.substr(i, 2), nullptr, 16)));
-            }
-        } else if (value[0] == '\'' || value[0] == '"') {
+        if (value[0] == '\'' || value[0] == '"') {
             const size_t length = value.size() - 2;
             for (const char letter : value.substr(1, length)) {
                 wide += static_cast<char16_t>(letter == '|'   ? 0

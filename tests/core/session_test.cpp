@@ -13,25 +13,23 @@ std::string Name(const WCHAR* text) {
     return text != nullptr ? "\"" + embedded::Utf8(text) + "\"" : "none";
 }
 
-JobSettings SettingsIn(const Bytes& record) {
-    JobSettings settings = {};
-    std::memcpy(&settings, record.data(), std::min(record.size(), sizeof(settings)));
-    return settings;
-}
-
 // What the printer has stored: its default record, its data and the driver's forms.
 std::string StateOf(Scene& scene) {
     const Bytes own =
         scene.fax.machine.spooler().FindPrinter(FaxMachine::kPrinter)->defaultSettings;
     std::string text = std::to_string(own.size()) + " bytes";
     if (own.size() == sizeof(JobSettings)) {
-        text += scene.Shown(SettingsIn(own), scene.defaults);
+        JobSettings settings;
+        std::memcpy(&settings, own.data(), sizeof(settings));
+        text += scene.Shown(settings, scene.defaults);
     }
     text += ";" + scene.Stored() + ";";
     for (const embedded::Form& form : scene.fax.machine.spooler().forms()) {
         text += form.flags == FORM_PRINTER ? " " + embedded::Utf8(form.name) : "";
     }
-    return text;
+    const embedded::PrinterOpening opening = scene.fax.machine.spooler().lastOpening();
+    EXPECT_FALSE(opening.hasRecord);
+    return text + "; " + embedded::Utf8(opening.dataType) + " " + std::to_string(opening.access);
 }
 
 std::string Shown(const Scene& scene, const PrinterSession& session) {
@@ -44,13 +42,13 @@ std::string Shown(const Scene& scene, const PrinterSession& session) {
     EXPECT_EQ(descriptionCache.useCount, 2);
     JobSettings usual = scene.defaults;
     DeriveJobBlock(&usual);
-    PrinterDataRecord usualDevice = *static_cast<PrinterDataRecord*>(
-        BuildDefaultPrinterData(scene.printer.get(), *session.description).get());
+    const platform::GlobalBlock block =
+        BuildDefaultPrinterData(scene.printer.get(), *session.description);
+    auto& usualDevice = *static_cast<PrinterDataRecord*>(block.get());
     usualDevice.descriptionChecksum = 0;
     return "driver " + Name(session.driverName) + ", port " + Name(session.portName) + ", help " +
            Name(session.helpFilePath) + ", settings" + scene.Shown(session.jobSettings, usual) +
-           ", device" +
-           scene.Shown(session.printerData, BytesOf(&usualDevice, sizeof(usualDevice)));
+           ", device" + scene.Shown(session.printerData, usualDevice);
 }
 
 TEST(PrinterSession, HoldsAndLeavesWhatIsRecorded) {
@@ -95,32 +93,24 @@ TEST(IsPrinterSession, LooksAtBothEnds) {
     EXPECT_FALSE(IsPrinterSession(nullptr));
 }
 
-TEST(PrinterSession, OpensPrintersAnewWithTheRightsThatTheyNeed) {
-    Scene scene("default=2608 dmSpecVersion=0x400");
-    const HANDLE printer = scene.printer.get();
+// With every right and no data type, but for a refresh, which acts for the spooler itself.
+TEST(PrinterSession, HasPrintersOpenedAnewWithTheRightsThatAreNeeded) {
+    Scene scene("data=1");
+    const auto opening = [&] { return scene.fax.machine.spooler().lastOpening(); };
+    const embedded::PrinterOpening full = {u"", false, 0x000F000C};
     WCHAR name[] = u"Fax";
     DRIVER_UPGRADE_INFO_1W upgrade = {.pPrinterName = name, .pOldDriverDirectory = nullptr};
-    const embedded::PrinterOpening raw = {u"RAW", false, 0x000F000C};
-    const embedded::PrinterOpening full = {u"", false, 0x000F000C};
-    const auto set = [&] {
-        return SetPrinterDataAsAdministrator(printer, u"Some", REG_BINARY, "x", 1);
-    };
-    const std::pair<std::function<BOOL()>, embedded::PrinterOpening> rows[] = {
-        {[&] { return EnsurePrinterDefaultJobSettings(printer, *scene.description.get()); }, full},
-        {set, raw},
-        {[&] { return DrvUpgradePrinter(1, reinterpret_cast<LPBYTE>(&upgrade)); }, full},
-        {[&] { return DrvPrinterEvent(name, PRINTER_EVENT_CACHE_REFRESH, 0, 0); }, {}},
-        {[&] { return DrvPrinterEvent(name, PRINTER_EVENT_INITIALIZE, 0, 0); }, full},
-    };
-    for (const auto& [act, opening] : rows) {
-        EXPECT_TRUE(act());
-        EXPECT_EQ(scene.fax.machine.spooler().lastOpening(), opening) << &act - &rows[0].first;
-    }
+    EXPECT_TRUE(DrvPrinterEvent(name, PRINTER_EVENT_CACHE_REFRESH, 0, 0));
+    EXPECT_EQ(opening(), embedded::PrinterOpening());
+    EXPECT_TRUE(DrvPrinterEvent(name, PRINTER_EVENT_INITIALIZE, 0, 0));
+    EXPECT_EQ(opening(), full);
+    EXPECT_TRUE(DrvUpgradePrinter(1, reinterpret_cast<LPBYTE>(&upgrade)));
+    EXPECT_EQ(opening(), full);
     // A spooler that does not tell the printer's name: none is opened, nor the print server.
     scene.fax.machine.spooler().ReportSize("GetPrinterW", sizeof(PRINTER_INFO_2W));
     scene.fax.machine.faults.Count(
         [](const std::string& call) { EXPECT_NE(call, "OpenPrinterW"); });
-    EXPECT_FALSE(set());
+    EXPECT_FALSE(SetPrinterDataAsAdministrator(scene.printer.get(), u"Some", REG_BINARY, "x", 1));
 }
 
 // What each operation came to when the nth of its calls of a name failed alone.
@@ -128,74 +118,52 @@ TEST(PrinterSession, IsOneOfTheOperationsThatGiveEverythingBackWhateverFails) {
     Scene scene("default=2608 dmSpecVersion=0x400 help=C:\\Help\\FAX.HLP country=49");
     const HANDLE printer = scene.printer.get();
     const PrinterDescription& description = *scene.description.get();
-    const Bytes foreign =
-        scene.fax.machine.spooler().FindPrinter(FaxMachine::kPrinter)->defaultSettings;
+    const embedded::Printer foreign =
+        *scene.fax.machine.spooler().FindPrinter(FaxMachine::kPrinter);
     const platform::PrivateHeap heap(HeapCreate(0, 8192, 0));
-    std::string outcome;
-    const auto stored = [&] {
-        scene.fax.StoreDeviceRecord(FaxMachine::DeviceRecord());
-        scene.fax.StoreTable(BytesOf(std::u16string_view(u"\4\0", 2)));
-    };
-    struct Operation {
-        const char* name;
-        std::function<std::string()> act;
-        std::function<void()> prepare = [] {};
-    };
-    const Operation operations[] = {
+    const std::pair<const char*, std::function<std::string()>> operations[] = {
         {"AcquireDescription",
-         [&] {
-             return bool(DescriptionUse(AcquireDescription(printer, false))) ? "done" : "none";
-         }},
+         [&] { return DescriptionUse(AcquireDescription(printer, false)) ? "done" : "none"; }},
         {"IsMetricLocale", [] { return IsMetricLocale() ? "metric" : "inches"; }},
         {"FindHelpFile", [&] { return Name(FindHelpFile(printer, heap.get())); }},
         {"ReadTrayFormTable",
-         [&] { return bool(TrayFormTable(ReadTrayFormTable(printer))) ? "table" : "none"; },
-         stored},
-        {"SavePrinterDataRecord, none stored",
-         [&] { return SavePrinterDataRecord(printer, description) ? "saved" : "not saved"; }},
-        {"SavePrinterDataRecord",
-         [&] { return SavePrinterDataRecord(printer, description) ? "saved" : "not saved"; },
-         stored},
-        {"WritePrinterBlock, none stored",
-         [&] {
-             return WritePrinterBlock(printer, "xy", 2, BlockKind::TrayForms) ? "written" : "not";
-         }},
+         [&] { return TrayFormTable(ReadTrayFormTable(printer)) ? "table" : "none"; }},
         {"WritePrinterBlock",
          [&] {
-             return WritePrinterBlock(printer, "xy", 2, BlockKind::TrayForms) ? "written" : "not";
-         },
-         stored},
+             return WritePrinterBlock(printer, "xy", 2, BlockKind::TrayForms) ? "done" : "not";
+         }},
+        {"SavePrinterDataRecord",
+         [&] { return SavePrinterDataRecord(printer, description) ? "done" : "not"; }},
         {"OpenPrinterSession",
-         [&]() -> std::string {
+         [&] {
              const OpenSession session(OpenPrinterSession(printer, nullptr));
              return session ? "open, help " + Name(session.get()->helpFilePath) : "refused";
          }},
     };
+    std::string outcome;
     std::string all;
-    for (const Operation& operation : operations) {
-        std::map<std::string, int> seen;
-        all += std::string(operation.name) + "\n";
-        UnderFaults(scene.fax.machine,
-                    {.prepare =
-                         [&] {
-                             embedded::Printer whole =
-                                 *scene.fax.machine.spooler().FindPrinter(FaxMachine::kPrinter);
-                             whole.defaultSettings = foreign;
-                             whole.data.clear();
-                             scene.fax.machine.spooler().AddPrinter(whole);
-                             scene.fax.machine.spooler().RemoveAllForms();
-                             operation.prepare();
-                         },
-                     .act = [&] { outcome = operation.act(); },
-                     .holds =
-                         [&](const FailedCall& failed) {
-                             if (!failed.andAllLater) {
-                                 all += "  " + failed.name + " " +
-                                        std::to_string(++seen[failed.name]) + ": " + outcome +
-                                        " / " + StateOf(scene) + "\n";
-                             }
-                             EXPECT_FALSE(embedded::IsHeldByAnyone(moduleLock));
-                         }});
+    for (const bool isStored : {false, true}) {
+        for (const auto& [name, act] : operations) {
+            std::map<std::string, int> seen;
+            all += std::string(name) + (isStored ? "\n" : ", nothing stored\n");
+            const auto prepare = [&] {
+                scene.fax.machine.spooler().AddPrinter(foreign);
+                scene.fax.machine.spooler().RemoveAllForms();
+                if (isStored) {
+                    scene.fax.StoreTable(BytesOf(std::u16string_view(u"\4\0", 2)));
+                    scene.fax.StoreDeviceRecord(FaxMachine::DeviceRecord());
+                }
+            };
+            const auto record = [&](const FailedCall& failed) {
+                EXPECT_FALSE(embedded::IsHeldByAnyone(moduleLock));
+                if (!failed.andAllLater) {
+                    all += "  " + failed.name + " " + std::to_string(++seen[failed.name]) + ": " +
+                           outcome + " / " + StateOf(scene) + "\n";
+                }
+            };
+            UnderFaults(scene.fax.machine,
+                        {.prepare = prepare, .act = [&] { outcome = act(); }, .holds = record});
+        }
     }
     EXPECT_TRUE(IsRecorded("core/faults.txt", all));
 }

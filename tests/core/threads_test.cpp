@@ -1,4 +1,5 @@
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "core/session.h"
@@ -13,42 +14,41 @@ TEST(Threads, TakeTurnsAtWhatTheyShare) {
     fax.AddPrinter(u"Other", u"C:\\Ppd\\OTHER.PPD", kFaxPpd);
     const embedded::Leaks before = fax.machine.OpenNow();
     std::atomic<unsigned> wrong = 0;
-    const auto describe = [&](std::u16string name, std::u16string path, bool allowShared) {
-        const platform::PrinterHandle printer = fax.Open(name);
-        for (int i = 0; i < 60; ++i) {
-            const DescriptionUse description(AcquireDescription(printer.get(), allowShared));
-            wrong += !description || path != description.get()->PpdFileName.Target();
-        }
+    const auto run = [&](std::u16string name, int times, std::function<bool(HANDLE)> act) {
+        return std::jthread([=, &fax, &wrong] {
+            const platform::PrinterHandle printer = fax.Open(name);
+            for (int i = 0; i < times; ++i) {
+                wrong += !act(printer.get());
+            }
+        });
     };
-    const auto open = [&](std::u16string name) {
-        const platform::PrinterHandle printer = fax.Open(name);
-        for (int i = 0; i < 8; ++i) {
-            const OpenSession session(OpenPrinterSession(printer.get(), nullptr));
-            wrong += !IsPrinterSession(session.get());
-        }
+    const auto describes = [](bool allowShared, std::u16string path) {
+        return [=](HANDLE printer) {
+            const DescriptionUse description(AcquireDescription(printer, allowShared));
+            return description && path == description.get()->PpdFileName.Target();
+        };
     };
-    const auto ask = [&](std::u16string name) {
-        const platform::PrinterHandle printer = fax.Open(name);
-        for (int i = 0; i < 20; ++i) {
-            wrong += static_cast<int>(DrvDeviceCapabilities(printer.get(), name.data(), DC_PAPERS,
-                                                            nullptr, nullptr)) <= 0;
-        }
-    };
-    const auto upgrade = [&](std::u16string name) {
-        DRIVER_UPGRADE_INFO_1W information = {.pPrinterName = name.data(),
-                                              .pOldDriverDirectory = nullptr};
-        for (int i = 0; i < 8; ++i) {
-            wrong += !DrvUpgradePrinter(1, reinterpret_cast<LPBYTE>(&information));
-        }
-    };
+    WCHAR name[] = u"Fax";
+    DRIVER_UPGRADE_INFO_1W upgrade = {.pPrinterName = name, .pOldDriverDirectory = nullptr};
     {
-        std::jthread threads[] = {
-            std::jthread(describe, u"Fax", u"C:\\Ppd\\FAX.PPD", true),
-            std::jthread(describe, u"Other", u"C:\\Ppd\\OTHER.PPD", true),
-            std::jthread(describe, u"Fax", u"C:\\Ppd\\FAX.PPD", false),
-            std::jthread(open, u"Fax"),
-            std::jthread(ask, u"Other"),
-            std::jthread(upgrade, u"Fax"),
+        const std::jthread threads[] = {
+            run(u"Fax", 60, describes(true, u"C:\\Ppd\\FAX.PPD")),
+            run(u"Fax", 60, describes(false, u"C:\\Ppd\\FAX.PPD")),
+            run(u"Other", 60, describes(true, u"C:\\Ppd\\OTHER.PPD")),
+            run(u"Fax", 8,
+                [](HANDLE printer) {
+                    return bool(OpenSession(OpenPrinterSession(printer, nullptr)));
+                }),
+            run(u"Other", 20,
+                [](HANDLE printer) {
+                    WCHAR other[] = u"Other";
+                    return DrvDeviceCapabilities(printer, other, DC_COPIES, nullptr, nullptr) !=
+                           ~0u;
+                }),
+            run(u"Fax", 8,
+                [&](HANDLE) {
+                    return DrvUpgradePrinter(1, reinterpret_cast<LPBYTE>(&upgrade)) != FALSE;
+                }),
         };
     }
     EXPECT_EQ(wrong, 0u);
