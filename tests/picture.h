@@ -14,8 +14,7 @@
 namespace tests {
 
 // Colours that the legend does not know show as '?'.
-inline std::string AsText(const embedded::Bitmap& picture,
-                          const std::map<uint32_t, char>& legend) {
+inline std::string AsText(const embedded::Bitmap& picture, const std::map<uint32_t, char>& legend) {
     std::string text = "\n";
     for (int y = 0; y < picture.height; ++y) {
         for (int x = 0; x < picture.width; ++x) {

@@ -1,8 +1,7 @@
 // ksfax check: what the driver makes of every statement of a PPD.
 
-#include <unistd.h>
-
 #include <iostream>
+#include <unistd.h>
 
 #include "tool/ppd_check.h"
 #include "tool/ppd_file.h"
@@ -37,8 +36,8 @@ void TellFinding(const CheckedPpd& ppd, const Finding& finding) {
     std::cout << ShownPath(ppd.file) << ':'
               << (finding.lines.empty() ? "" : std::to_string(finding.lines.front()) + ":") << ' '
               << Name(finding.severity) << ": "
-              << (finding.keyword.empty() ? "" : "*" + Shown(finding.keyword) + ": ") << Shown(finding.reason)
-              << (finding.remedy.empty() ? "" : "; " + finding.remedy);
+              << (finding.keyword.empty() ? "" : "*" + Shown(finding.keyword) + ": ")
+              << Shown(finding.reason) << (finding.remedy.empty() ? "" : "; " + finding.remedy);
     if (finding.count > 1) {
         std::cout << " (" << Grouped(finding.count) << " times, lines " << LineList(finding.lines)
                   << ')';
@@ -70,7 +69,8 @@ void TellUnknown(const CheckedPpd& ppd) {
     }
     if (keywords != 0) {
         std::cout << ShownPath(ppd.file) << ": note: "
-                  << (statements == 1 ? "1 statement says" : Grouped(statements) + " statements say")
+                  << (statements == 1 ? "1 statement says"
+                                      : Grouped(statements) + " statements say")
                   << " nothing to this driver: " << names
                   << (keywords > kShown
                           ? " and " + Counted(keywords - kShown, "keyword") + " more (--notes)"
@@ -157,8 +157,8 @@ int RunCheck(const CheckOptions& options) {
         for (const std::string& file : options.ppds) {
             const CheckedPpd ppd = CheckPpd(file);
             // A file that cannot be read outweighs statements that were dropped.
-            worst = worst == kFailed || CodeOf(ppd) == kFailed ? kFailed
-                                                               : std::max(worst, CodeOf(ppd));
+            worst =
+                worst == kFailed || CodeOf(ppd) == kFailed ? kFailed : std::max(worst, CodeOf(ppd));
             unreadable += !ppd.readable;
             withErrors += ppd.Count(Severity::Error) != 0;
             clean += ppd.readable && ppd.findings.size() == ppd.Count(Severity::Note);

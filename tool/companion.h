@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "platform/embedded/machine.h"
+
 #include "tool/cover_page.h"
 
 namespace tool {
@@ -41,8 +42,8 @@ class Companion {
     // What came of it.
     bool dialogShown = false;
     bool isConfirmed = false;
-    unsigned maximumReceivers = 0;  // as the driver gave it
-    std::string dialogRefusal;      // why the dialog could not be confirmed; empty: it could
+    unsigned maximumReceivers = 0;    // as the driver gave it
+    std::string dialogRefusal;        // why the dialog could not be confirmed; empty: it could
     std::filesystem::path coverPage;  // on the host; empty: none was made
     std::string failure;  // what the dialog or the cover page failed of; empty: of nothing
 

@@ -30,8 +30,8 @@ enum class Weight { Regular, Bold };
 
 char32_t NextCharacter(std::u16string_view text, size_t& at) {
     const char16_t first = text[at++];
-    const bool pair = first >= 0xD800 && first < 0xDC00 && at < text.size() &&
-                      text[at] >= 0xDC00 && text[at] < 0xE000;
+    const bool pair = first >= 0xD800 && first < 0xDC00 && at < text.size() && text[at] >= 0xDC00 &&
+                      text[at] < 0xE000;
     return pair ? 0x10000 + (char32_t(first - 0xD800) << 10) + (text[at++] - 0xDC00) : first;
 }
 
@@ -210,8 +210,7 @@ constexpr ListShape kListShapes[] = {
     {6, 1, 44, 62}, {14, 1, 36, 48}, {40, 2, 30, 40}, {SIZE_MAX, 3, 22, 28}};
 
 // The list by columns, each read downwards, in at most `room` dots. Gives where the page goes on.
-int DrawReceivers(Lettering& lettering, const std::vector<Receiver>& receivers, int top,
-                  int room) {
+int DrawReceivers(Lettering& lettering, const std::vector<Receiver>& receivers, int top, int room) {
     DrawLabel(lettering, top + 30, u"TO",
               receivers.size() == 1 ? u"1 receiver" : Decimal(receivers.size()) + u" receivers");
     const ListShape& shape = *std::ranges::find_if(
@@ -230,16 +229,15 @@ int DrawReceivers(Lettering& lettering, const std::vector<Receiver>& receivers, 
         const std::u16string number =
             lettering.Fitted(receiver.number, shape.size, columnWidth * 3 / 5);
         const int nameWidth = columnWidth - lettering.Width(number, shape.size) - shape.size;
-        lettering.Draw(left, y, lettering.Fitted(receiver.name, shape.size, nameWidth),
-                       shape.size);
+        lettering.Draw(left, y, lettering.Fitted(receiver.name, shape.size, nameWidth), shape.size);
         lettering.DrawRight(left + columnWidth, y, number, shape.size);
     }
     int bottom = listTop + int(rows) * shape.pitch;
     if (shown < receivers.size()) {
         bottom += shape.pitch;
         lettering.Draw(kMargin, bottom,
-                       u"and " + Decimal(receivers.size() - shown) + u" more receivers",
-                       shape.size, Weight::Bold);
+                       u"and " + Decimal(receivers.size() - shown) + u" more receivers", shape.size,
+                       Weight::Bold);
     }
     return bottom + 70;
 }
@@ -288,8 +286,8 @@ int DrawMemo(Lettering& lettering, std::u16string_view memo, int top, int room) 
 
 // In the middle of the room that is left, at most four times as large as it is.
 void DrawBitmap(Picture& page, const Picture& bitmap, int top) {
-    const double scale = std::min({double(kTextWidth) / bitmap.width,
-                                   double(kBottom - top) / bitmap.height, 4.0});
+    const double scale =
+        std::min({double(kTextWidth) / bitmap.width, double(kBottom - top) / bitmap.height, 4.0});
     const int width = std::max(1, int(bitmap.width * scale));
     const int height = std::max(1, int(bitmap.height * scale));
     Picture scaled = Scale(bitmap, width, height);

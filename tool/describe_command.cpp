@@ -19,10 +19,14 @@ namespace {
 
 using nlohmann::ordered_json;
 
-double Points(uint32_t points24_8) { return points24_8 / 256.0; }
+double Points(uint32_t points24_8) {
+    return points24_8 / 256.0;
+}
 
 // Shown to a tenth of a millimetre, which is what job settings count in.
-double Millimetres(uint32_t points24_8) { return Points(points24_8) / 72 * 25.4; }
+double Millimetres(uint32_t points24_8) {
+    return Points(points24_8) / 72 * 25.4;
+}
 
 std::string Fixed(double value, int digits) {
     char text[64];
@@ -66,12 +70,10 @@ constexpr BitName kMakerFlags[] = {{ksfax::kMakerQuickPrintSetup, "QuickPrintSet
                                    {ksfax::kMakerUseReprint, "UseReprint"},
                                    {ksfax::kMakerUsePrinterFonts, "UsePrinterFonts"},
                                    {ksfax::kMakerNoBanding, "NoBanding"}};
-constexpr BitName kSections[] = {{ksfax::kSectionExitServer, "ExitServer"},
-                                 {ksfax::kSectionProlog, "Prolog"},
-                                 {ksfax::kSectionDocumentSetup, "DocumentSetup"},
-                                 {ksfax::kSectionPageSetup, "PageSetup"},
-                                 {ksfax::kSectionJCLSetup, "JCLSetup"},
-                                 {ksfax::kSectionAnySetup, "AnySetup"}};
+constexpr BitName kSections[] = {
+    {ksfax::kSectionExitServer, "ExitServer"},       {ksfax::kSectionProlog, "Prolog"},
+    {ksfax::kSectionDocumentSetup, "DocumentSetup"}, {ksfax::kSectionPageSetup, "PageSetup"},
+    {ksfax::kSectionJCLSetup, "JCLSetup"},           {ksfax::kSectionAnySetup, "AnySetup"}};
 
 ordered_json Bits(std::span<const BitName> names, uint32_t value) {
     ordered_json found = ordered_json::array();
@@ -108,35 +110,35 @@ ordered_json OptionJson(const ksfax::FeatureRecord& feature, const ksfax::Option
                          {"translation", Text(option.Translation)},
                          {"invocation", Text(option.Invocation)}};
     switch (feature.Kind) {
-        case ksfax::FeatureKind::PageSize: {
-            const ksfax::PaperOptionRecord& paper = ksfax::AsPaper(option);
-            json["pageSizeLInvocation"] = Text(paper.PageSizeLInvocation);
-            json["pageRegionInvocation"] = Text(paper.PageRegionInvocation);
-            json["width"] = Points(paper.PaperWidth);
-            json["height"] = Points(paper.PaperHeight);
-            json["imageableArea"] = Lengths(paper.ImageableArea);
-            json["imageableAreaExtra"] = Lengths(paper.ImageableAreaExtra);
-            json["imageableAreaL"] = Lengths(paper.ImageableAreaL);
-            json["imageableAreaLExtra"] = Lengths(paper.ImageableAreaLExtra);
-            break;
-        }
-        case ksfax::FeatureKind::InputSlot:
-            json["requiresPageRegion"] = ksfax::AsSlot(option).RequiresPageRegion != 0;
-            break;
-        case ksfax::FeatureKind::Resolution: {
-            const ksfax::ResolutionOptionRecord& resolution = ksfax::AsResolution(option);
-            json["dpi"] = ksfax::LeadingNumber(option.Name.Target());
-            json["jclResolutionInvocation"] = Text(resolution.JCLResolutionInvocation);
-            json["setResolutionInvocation"] = Text(resolution.SetResolutionInvocation);
-            json["resScreenAngle"] = Points(resolution.ResScreenAngle);
-            json["resScreenFreq"] = Points(resolution.ResScreenFreq);
-            break;
-        }
-        case ksfax::FeatureKind::VMOption:
-            json["memoryAmount"] = uint32_t{ksfax::AsMemory(option).MemoryAmount};
-            break;
-        default:
-            break;
+    case ksfax::FeatureKind::PageSize: {
+        const ksfax::PaperOptionRecord& paper = ksfax::AsPaper(option);
+        json["pageSizeLInvocation"] = Text(paper.PageSizeLInvocation);
+        json["pageRegionInvocation"] = Text(paper.PageRegionInvocation);
+        json["width"] = Points(paper.PaperWidth);
+        json["height"] = Points(paper.PaperHeight);
+        json["imageableArea"] = Lengths(paper.ImageableArea);
+        json["imageableAreaExtra"] = Lengths(paper.ImageableAreaExtra);
+        json["imageableAreaL"] = Lengths(paper.ImageableAreaL);
+        json["imageableAreaLExtra"] = Lengths(paper.ImageableAreaLExtra);
+        break;
+    }
+    case ksfax::FeatureKind::InputSlot:
+        json["requiresPageRegion"] = ksfax::AsSlot(option).RequiresPageRegion != 0;
+        break;
+    case ksfax::FeatureKind::Resolution: {
+        const ksfax::ResolutionOptionRecord& resolution = ksfax::AsResolution(option);
+        json["dpi"] = ksfax::LeadingNumber(option.Name.Target());
+        json["jclResolutionInvocation"] = Text(resolution.JCLResolutionInvocation);
+        json["setResolutionInvocation"] = Text(resolution.SetResolutionInvocation);
+        json["resScreenAngle"] = Points(resolution.ResScreenAngle);
+        json["resScreenFreq"] = Points(resolution.ResScreenFreq);
+        break;
+    }
+    case ksfax::FeatureKind::VMOption:
+        json["memoryAmount"] = uint32_t{ksfax::AsMemory(option).MemoryAmount};
+        break;
+    default:
+        break;
     }
     return json;
 }
@@ -207,21 +209,19 @@ class PairNames {
     std::vector<Names> features_;
 };
 
-ordered_json ConstraintsJson(const ksfax::PrinterDescription& description,
-                             const PairNames& names) {
+ordered_json ConstraintsJson(const ksfax::PrinterDescription& description, const PairNames& names) {
     ordered_json all = ordered_json::array();
     const ksfax::ConstraintTable* table = description.UIConstraints.Target();
     for (unsigned i = 0; table != nullptr && i < table->Count; ++i) {
         const ksfax::ConstraintEntry& entry = table->Entries()[i];
-        all.push_back(
-            {{"feature1", unsigned(entry.Feature1)},
-             {"option1", unsigned(entry.Option1)},
-             {"feature2", unsigned(entry.Feature2)},
-             {"option2", unsigned(entry.Option2)},
-             {"when", names.Of(entry.Feature1, entry.Option1)},
-             {"forbids", entry.Feature1 == ksfax::kNoPosition
-                             ? ordered_json()
-                             : names.Of(entry.Feature2, entry.Option2)}});
+        all.push_back({{"feature1", unsigned(entry.Feature1)},
+                       {"option1", unsigned(entry.Option1)},
+                       {"feature2", unsigned(entry.Feature2)},
+                       {"option2", unsigned(entry.Option2)},
+                       {"when", names.Of(entry.Feature1, entry.Option1)},
+                       {"forbids", entry.Feature1 == ksfax::kNoPosition
+                                       ? ordered_json()
+                                       : names.Of(entry.Feature2, entry.Option2)}});
     }
     return all;
 }
@@ -252,8 +252,8 @@ ordered_json HeaderJson(const ksfax::PrinterDescription& d) {
                                           {"max", Points(parameter.Max)}};
         }
     }
-    return {{"PpdFileName", d.PpdFileName ? ordered_json(embedded::Utf8(d.PpdFileName.Target()))
-                                          : ordered_json()},
+    return {{"PpdFileName",
+             d.PpdFileName ? ordered_json(embedded::Utf8(d.PpdFileName.Target())) : ordered_json()},
             {"NickName", Text(d.NickName)},
             {"Version", unsigned(d.Version)},
             {"TotalSize", uint32_t{d.TotalSize}},
@@ -378,7 +378,9 @@ std::string Padded(std::string text, size_t width) {
     return text;
 }
 
-std::string ShownText(ksfax::Ref<char> text) { return Shown(FromPpd(text.Target())); }
+std::string ShownText(ksfax::Ref<char> text) {
+    return Shown(FromPpd(text.Target()));
+}
 
 void TellFeature(const ksfax::FeatureRecord& feature) {
     std::cout << "  " << ShownText(feature.Name);
@@ -404,8 +406,7 @@ void TellFeature(const ksfax::FeatureRecord& feature) {
     bool marked = false;
     for (const ksfax::OptionRecord& option : ksfax::ListOf(feature.Options)) {
         // Of several resolutions with one number the first one counts.
-        const uint64_t value =
-            isResolution ? ksfax::LeadingNumber(option.Name.Target()) : position;
+        const uint64_t value = isResolution ? ksfax::LeadingNumber(option.Name.Target()) : position;
         const bool isDefault = value == chosen && !marked;
         marked = marked || isDefault;
         std::string line = std::string("    ") + (isDefault ? "* " : "  ") +
@@ -427,10 +428,9 @@ void TellFeature(const ksfax::FeatureRecord& feature) {
 void TellDescription(const std::filesystem::path& ppd, const LoadedDescription& loaded) {
     const ordered_json json = DescriptionJson(ppd, loaded);
     std::cout << ShownPath(ppd) << '\n';
-    std::cout << (loaded.cacheUsed() ? "  taken from the cache file "
-                  : loaded.cacheFile().empty()
-                      ? "  read anew; no cache file could be written"
-                      : "  read anew; the cache file is written: ")
+    std::cout << (loaded.cacheUsed()           ? "  taken from the cache file "
+                  : loaded.cacheFile().empty() ? "  read anew; no cache file could be written"
+                                               : "  read anew; the cache file is written: ")
               << ShownPath(loaded.cacheFile()) << "\n\nHeader\n";
     for (const auto& [name, value] : json["header"].items()) {
         const std::string text = HeaderText(value);

@@ -9,6 +9,7 @@
 
 #include "platform/embedded/files.h"
 #include "platform/embedded/text.h"
+
 #include "tool/failure.h"
 
 namespace tool {
@@ -19,7 +20,9 @@ constexpr size_t kLongestName = 100;
 constexpr size_t kLongestNumber = 60;
 constexpr size_t kLargestMemo = 1 << 20;
 
-bool IsUtf8(std::string_view text) { return embedded::Utf8(embedded::Utf16(text)) == text; }
+bool IsUtf8(std::string_view text) {
+    return embedded::Utf8(embedded::Utf16(text)) == text;
+}
 
 bool InCodePage(std::u16string_view text) {
     return embedded::FromAnsi(embedded::ToAnsi(text)) == text;
@@ -86,11 +89,11 @@ std::optional<std::string> MakeReceiver(std::string_view name, std::string_view 
         return flaw;
     }
     if (!IsNumber(number)) {
-        return number.empty() ? "the receiver \"" + std::string(name) +
-                                    "\" has no number; add the fax number"
-                              : "\"" + std::string(number) +
-                                    "\" is no fax number; give digits, with + - ( ) . / * # "
-                                    "and spaces among them";
+        return number.empty()
+                   ? "the receiver \"" + std::string(name) + "\" has no number; add the fax number"
+                   : "\"" + std::string(number) +
+                         "\" is no fax number; give digits, with + - ( ) . / * # "
+                         "and spaces among them";
     }
     receiver = {embedded::Utf16(name), embedded::Utf16(number)};
     return std::nullopt;
@@ -151,10 +154,12 @@ struct Columns {
 
 Columns ReadHeading(const CsvRow& row) {
     const auto find = [&](std::u16string_view word) {
-        return size_t(std::ranges::find_if(row.values, [&](const std::string& value) {
-                          return embedded::EqualIgnoringCase(
-                              embedded::Utf16(Trimmed(value)), word);
-                      }) - row.values.begin());
+        return size_t(std::ranges::find_if(row.values,
+                                           [&](const std::string& value) {
+                                               return embedded::EqualIgnoringCase(
+                                                   embedded::Utf16(Trimmed(value)), word);
+                                           }) -
+                      row.values.begin());
     };
     const size_t name = find(u"name");
     const size_t number = find(u"number");

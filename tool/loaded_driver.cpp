@@ -14,10 +14,9 @@ namespace tool {
 
 LoadedDriver::LoadedDriver(embedded::Machine& machine, std::u16string path)
     : machine_(machine), path_(std::move(path)) {
-    machine_.modules().Install(
-        {.path = path_,
-         .exports = {},
-         .resources = std::span(ksfaxui_resources, ksfaxui_resources_end)});
+    machine_.modules().Install({.path = path_,
+                                .exports = {},
+                                .resources = std::span(ksfaxui_resources, ksfaxui_resources_end)});
     instance_ = LoadLibraryW(path_.c_str());
     if (instance_ == nullptr) {
         machine_.modules().Remove(path_);

@@ -1,16 +1,16 @@
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <iostream>
+#include <sys/file.h>
 #include <thread>
+#include <unistd.h>
 
 #include "platform/embedded/registry.h"
 #include "platform/embedded/spooler.h"
+
 #include "tool/program.h"
 
 namespace tool {
@@ -104,8 +104,7 @@ void MachineOptions::AddTo(CLI::App& command) {
         .add_option("--machine", folder,
                     "Keep the machine in this folder from run to run (default: a fresh one)")
         ->type_name("DIR");
-    command
-        .add_option("--country", country, "Country code of the machine's user (default 1)")
+    command.add_option("--country", country, "Country code of the machine's user (default 1)")
         ->type_name("N")
         ->check(CLI::Range(1, 9999));
     command.add_option("--code-page", codePage, "ANSI code page of the machine (default 1252)")

@@ -1,3 +1,5 @@
 #include "tool/program.h"
 
-int main(int count, char** arguments) { return tool::RunProgram(count, arguments); }
+int main(int count, char** arguments) {
+    return tool::RunProgram(count, arguments);
+}

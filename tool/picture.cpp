@@ -1,13 +1,12 @@
 #include "tool/picture.h"
 
-#include <png.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <png.h>
 
 #include "tool/failure.h"
 
@@ -131,20 +130,20 @@ BitmapHeader ReadHeader(const FileBytes& file) {
 
 uint8_t DotOfRow(const BitmapHeader& header, const std::byte* row, size_t x) {
     switch (header.bits) {
-        case 1:
-            return header.palette[unsigned(row[x / 8]) >> (7 - x % 8) & 1];
-        case 4:
-            return header.palette[unsigned(row[x / 2]) >> (x % 2 == 0 ? 4 : 0) & 15];
-        case 8:
-            return header.palette[unsigned(row[x])];
-        case 24:
-            return Grey(unsigned(row[3 * x + 2]), unsigned(row[3 * x + 1]), unsigned(row[3 * x]));
-        default: {
-            const FileBytes dot({row + x * header.bits / 8, header.bits / 8});
-            const uint32_t value = dot.Number(0, header.bits / 8);
-            return Grey(Field(value, header.masks[0]), Field(value, header.masks[1]),
-                        Field(value, header.masks[2]));
-        }
+    case 1:
+        return header.palette[unsigned(row[x / 8]) >> (7 - x % 8) & 1];
+    case 4:
+        return header.palette[unsigned(row[x / 2]) >> (x % 2 == 0 ? 4 : 0) & 15];
+    case 8:
+        return header.palette[unsigned(row[x])];
+    case 24:
+        return Grey(unsigned(row[3 * x + 2]), unsigned(row[3 * x + 1]), unsigned(row[3 * x]));
+    default: {
+        const FileBytes dot({row + x * header.bits / 8, header.bits / 8});
+        const uint32_t value = dot.Number(0, header.bits / 8);
+        return Grey(Field(value, header.masks[0]), Field(value, header.masks[1]),
+                    Field(value, header.masks[2]));
+    }
     }
 }
 
@@ -247,13 +246,13 @@ void WriteBilevelPng(const Picture& picture, const std::filesystem::path& file) 
     }
     std::vector<uint8_t> row(size_t(picture.width + 7) / 8);
     png_structp png = png_create_write_struct(
-        PNG_LIBPNG_VER_STRING, nullptr, [](png_structp made, png_const_charp) {
+        PNG_LIBPNG_VER_STRING, nullptr,
+        [](png_structp made, png_const_charp) {
             png_longjmp(made, 1);  // told below in our own words
         },
         nullptr);
     png_infop info = png == nullptr ? nullptr : png_create_info_struct(png);
-    const bool written =
-        info != nullptr && WriteRows(png, info, stream, picture, row.data());
+    const bool written = info != nullptr && WriteRows(png, info, stream, picture, row.data());
     png_destroy_write_struct(&png, &info);
     if (std::fclose(stream) != 0 || !written) {
         throw UserError(file.string() + ": cannot be written completely; is the disk full?");

@@ -6,9 +6,10 @@
 #include <optional>
 #include <tuple>
 
+#include "platform/embedded/text.h"
+
 #include "description/keyword_table.h"
 #include "description/load_description.h"
-#include "platform/embedded/text.h"
 #include "tool/fax_input.h"
 #include "tool/ppd_file.h"
 
@@ -32,98 +33,100 @@ std::optional<Advice> AdviceFor(StatementReason reason) {
     using enum StatementReason;
     using enum Severity;
     switch (reason) {
-        case None:
-        case QueryKeyword:
-        case UnknownKeyword:  // told together at the end
-        case NoEffect:        // told for *Include alone
-            return std::nullopt;
-        case RepeatedKeyword:
-            return Advice{Warning, "counts once, and an earlier statement holds",
-                          "remove the one that is not meant"};
-        case FeatureNotOpened:
-            return Advice{Note, "*OpenUI says nothing to this driver for this feature",
-                          "its type is fixed; a translation given here is not shown"};
-        case GroupNotRecorded:
-            return Advice{Note, "groups other than InstallableOptions are not kept", ""};
-        case UnknownWord:
-            return Advice{Warning, "the value is no word that the driver knows",
-                          "correct the spelling; upper and lower case count"};
-        case FontNotBuiltIn:
-            return Advice{Note, "the font is none of the device's", ""};
-        case FontRepeated:
-            return Advice{Warning, "the font is named before", "remove one of the statements"};
-        case UnknownParameter:
-            return Advice{Warning, "the parameter or its type is unknown",
-                          "use Width, Height, WidthOffset, HeightOffset or Orientation, and int, "
-                          "real or points"};
-        case ValueAlreadyStored:
-            return Advice{Warning, "the option has this value from an earlier statement",
-                          "remove the one that is not meant, or correct the option keyword"};
-        case CustomSizeNotTrue:
-            return Advice{Note, "only the option True counts", ""};
-        case BadKeyword:
-            return Advice{Error, "no keyword follows the asterisk",
-                          "write the keyword right after it, or *% for a comment"};
-        case BadOption:
-            return Advice{Error, "neither a colon nor an option keyword follows the keyword",
-                          "write *Keyword: value or *Keyword Option: value"};
-        case MissingColon:
-            return Advice{Error, "no colon follows the option or its translation",
-                          "put a colon before the value; in a translation, write characters above "
-                          "127 in hexadecimal, as <E9>"};
-        case OptionMissing:
-            return Advice{Error, "the keyword needs an option keyword",
-                          "write *Keyword Option: value"};
-        case OptionNotAllowed:
-            return Advice{Error, "the keyword takes no option keyword", "write *Keyword: value"};
-        case ValueForm:
-            return Advice{Error, "the value is missing, or its quotes are not as the keyword needs",
-                          "quote code and leave words unquoted, as in *PageSize A4: \"...\" and "
-                          "*DefaultPageSize: A4"};
-        case NotANumber:
-            return Advice{Error, "a number is expected", "give it in digits"};
-        case TooFewNumbers:
-            return Advice{Error, "there are fewer numbers than the keyword needs", "give them all"};
-        case OutOfRange:
-            return Advice{Error, "the number is out of its range", "correct it"};
-        case NotABoolean:
-            return Advice{Error, "the value is neither True nor False",
-                          "write True or False; upper and lower case count"};
-        case BadHexInValue:
-            return Advice{Error, "what stands between < and > in the value is not hexadecimal",
-                          "write pairs of the digits 0-9 and A-F without blanks, as <1B45>"};
-        case BadHexInTranslation:
-            return Advice{Error, "what stands between < and > in the translation is not hexadecimal",
-                          "write pairs of the digits 0-9 and A-F without blanks, as <E9>"};
-        case NameMissing:
-            return Advice{Error, "a name is missing", "name the feature or group"};
-        case NothingToClose:
-            return Advice{Error, "closes what is neither open nor a keyword of this driver",
-                          "name the feature that *OpenUI opened"};
-        case GroupAlreadyOpen:
-            return Advice{Error, "the group InstallableOptions is open already",
-                          "close it before, or remove this statement"};
-        case GroupNotOpen:
-            return Advice{Error, "the group InstallableOptions is not open",
-                          "open it before, or remove this statement"};
-        case KeywordTooLong:
-            return Advice{Error, "the keyword has more than 40 characters, which ends the reading: "
-                                 "the driver makes no description at all",
-                          "shorten it"};
-        case OptionTooLong:
-            return Advice{Error, "the option keyword has more than 40 characters, which ends the "
-                                 "reading: the driver makes no description at all",
-                          "shorten it"};
-        case TranslationTooLong:
-            return Advice{Error, "the translation has more than 40 characters, which ends the "
-                                 "reading: the driver makes no description at all",
-                          "shorten it"};
-        case OutOfMemory:
-            return Advice{Error, "memory ran out", ""};
-        case CutShort:
-            return Advice{Error, "the file ends inside this statement, which is lost",
-                          "end the last line with a line end; if a quoted value is open, add what "
-                          "is missing of it and the file"};
+    case None:
+    case QueryKeyword:
+    case UnknownKeyword:  // told together at the end
+    case NoEffect:        // told for *Include alone
+        return std::nullopt;
+    case RepeatedKeyword:
+        return Advice{Warning, "counts once, and an earlier statement holds",
+                      "remove the one that is not meant"};
+    case FeatureNotOpened:
+        return Advice{Note, "*OpenUI says nothing to this driver for this feature",
+                      "its type is fixed; a translation given here is not shown"};
+    case GroupNotRecorded:
+        return Advice{Note, "groups other than InstallableOptions are not kept", ""};
+    case UnknownWord:
+        return Advice{Warning, "the value is no word that the driver knows",
+                      "correct the spelling; upper and lower case count"};
+    case FontNotBuiltIn:
+        return Advice{Note, "the font is none of the device's", ""};
+    case FontRepeated:
+        return Advice{Warning, "the font is named before", "remove one of the statements"};
+    case UnknownParameter:
+        return Advice{Warning, "the parameter or its type is unknown",
+                      "use Width, Height, WidthOffset, HeightOffset or Orientation, and int, "
+                      "real or points"};
+    case ValueAlreadyStored:
+        return Advice{Warning, "the option has this value from an earlier statement",
+                      "remove the one that is not meant, or correct the option keyword"};
+    case CustomSizeNotTrue:
+        return Advice{Note, "only the option True counts", ""};
+    case BadKeyword:
+        return Advice{Error, "no keyword follows the asterisk",
+                      "write the keyword right after it, or *% for a comment"};
+    case BadOption:
+        return Advice{Error, "neither a colon nor an option keyword follows the keyword",
+                      "write *Keyword: value or *Keyword Option: value"};
+    case MissingColon:
+        return Advice{Error, "no colon follows the option or its translation",
+                      "put a colon before the value; in a translation, write characters above "
+                      "127 in hexadecimal, as <E9>"};
+    case OptionMissing:
+        return Advice{Error, "the keyword needs an option keyword", "write *Keyword Option: value"};
+    case OptionNotAllowed:
+        return Advice{Error, "the keyword takes no option keyword", "write *Keyword: value"};
+    case ValueForm:
+        return Advice{Error, "the value is missing, or its quotes are not as the keyword needs",
+                      "quote code and leave words unquoted, as in *PageSize A4: \"...\" and "
+                      "*DefaultPageSize: A4"};
+    case NotANumber:
+        return Advice{Error, "a number is expected", "give it in digits"};
+    case TooFewNumbers:
+        return Advice{Error, "there are fewer numbers than the keyword needs", "give them all"};
+    case OutOfRange:
+        return Advice{Error, "the number is out of its range", "correct it"};
+    case NotABoolean:
+        return Advice{Error, "the value is neither True nor False",
+                      "write True or False; upper and lower case count"};
+    case BadHexInValue:
+        return Advice{Error, "what stands between < and > in the value is not hexadecimal",
+                      "write pairs of the digits 0-9 and A-F without blanks, as <1B45>"};
+    case BadHexInTranslation:
+        return Advice{Error, "what stands between < and > in the translation is not hexadecimal",
+                      "write pairs of the digits 0-9 and A-F without blanks, as <E9>"};
+    case NameMissing:
+        return Advice{Error, "a name is missing", "name the feature or group"};
+    case NothingToClose:
+        return Advice{Error, "closes what is neither open nor a keyword of this driver",
+                      "name the feature that *OpenUI opened"};
+    case GroupAlreadyOpen:
+        return Advice{Error, "the group InstallableOptions is open already",
+                      "close it before, or remove this statement"};
+    case GroupNotOpen:
+        return Advice{Error, "the group InstallableOptions is not open",
+                      "open it before, or remove this statement"};
+    case KeywordTooLong:
+        return Advice{Error,
+                      "the keyword has more than 40 characters, which ends the reading: "
+                      "the driver makes no description at all",
+                      "shorten it"};
+    case OptionTooLong:
+        return Advice{Error,
+                      "the option keyword has more than 40 characters, which ends the "
+                      "reading: the driver makes no description at all",
+                      "shorten it"};
+    case TranslationTooLong:
+        return Advice{Error,
+                      "the translation has more than 40 characters, which ends the "
+                      "reading: the driver makes no description at all",
+                      "shorten it"};
+    case OutOfMemory:
+        return Advice{Error, "memory ran out", ""};
+    case CutShort:
+        return Advice{Error, "the file ends inside this statement, which is lost",
+                      "end the last line with a line end; if a quoted value is open, add what "
+                      "is missing of it and the file"};
     }
     return std::nullopt;
 }
@@ -132,61 +135,68 @@ Advice AdviceFor(PackNote note) {
     using enum PackNote;
     using enum Severity;
     switch (note) {
-        case PaperSizeMissing:
-            return {Warning, "the paper has no size", "add its *PaperDimension"};
-        case PaperSizeIncomplete:
-            return {Warning, "the paper's width or height is missing, so it has no size",
-                    "give both in *PaperDimension"};
-        case ImageableAreaClamped:
-        case ImageableAreaLClamped:
-            return {Warning, "the printable area reaches beyond the sheet and was cut",
-                    "give lower-left x, y and upper-right x, y inside *PaperDimension"};
-        case ImageableAreaReset:
-        case ImageableAreaLReset:
-            return {Warning, "the printable area is empty or lies outside the sheet; the whole "
-                             "height is taken",
-                    "give lower-left x, y and upper-right x, y inside *PaperDimension"};
-        case DefaultNotAnOption:
-            return {Warning, "the default names no option; the first one is the default",
-                    "name one of the feature's options"};
-        case DefaultWithoutOptions:
-            return {Warning, "the feature has a default but no options, so nothing of it can be "
-                             "chosen",
-                    "add its options, or remove the default"};
-        case ResolutionDefaultUnread:
-            return {Warning, "no number of dots per inch begins the default or the first option; "
-                             "300 is taken",
-                    "name resolutions as 200dpi"};
-        case FreeVMRaised:
-            return {Note, "*FreeVM below 102400 counts as 102400", ""};
-        case CustomPageSizeDropped:
-            return {Warning, "*CustomPageSize has no effect without a largest sheet",
-                    "give *MaxMediaWidth and *MaxMediaHeight"};
-        case ConstraintUnresolved:
-            return {Warning, "the constraint names a feature or option that the description lacks, "
-                             "so it never holds",
-                    "correct the names, or remove it"};
-        case ConstraintOnAnyOption:
-            return {Warning, "the constraint names a feature's 256th option and counts for all of "
-                             "them, since the number stands for any option",
-                    "move the option to another place"};
-        case OrderUnresolved:
-            return {Warning, "the order dependency names a feature or option that the description "
-                             "lacks, so it has no effect",
-                    "name the feature whose options it orders, or remove it"};
-        case ConstraintsTruncated:
-            return {Error, "there are more than 65535 constraints; the later ones are left out",
-                    "remove some"};
-        case OrdersTruncated:
-            return {Error, "there are more than 65535 order dependencies; the later ones are left "
-                           "out",
-                    "remove some"};
-        case OptionBeyondSelection:
-            return {Warning, "the feature has more than 255 options; the later ones cannot be chosen",
-                    "remove some"};
-        case FeatureBeyondSelection:
-            return {Warning, "a record has room for 64 features; this one keeps no choice",
-                    "remove features that are not needed"};
+    case PaperSizeMissing:
+        return {Warning, "the paper has no size", "add its *PaperDimension"};
+    case PaperSizeIncomplete:
+        return {Warning, "the paper's width or height is missing, so it has no size",
+                "give both in *PaperDimension"};
+    case ImageableAreaClamped:
+    case ImageableAreaLClamped:
+        return {Warning, "the printable area reaches beyond the sheet and was cut",
+                "give lower-left x, y and upper-right x, y inside *PaperDimension"};
+    case ImageableAreaReset:
+    case ImageableAreaLReset:
+        return {Warning,
+                "the printable area is empty or lies outside the sheet; the whole "
+                "height is taken",
+                "give lower-left x, y and upper-right x, y inside *PaperDimension"};
+    case DefaultNotAnOption:
+        return {Warning, "the default names no option; the first one is the default",
+                "name one of the feature's options"};
+    case DefaultWithoutOptions:
+        return {Warning,
+                "the feature has a default but no options, so nothing of it can be "
+                "chosen",
+                "add its options, or remove the default"};
+    case ResolutionDefaultUnread:
+        return {Warning,
+                "no number of dots per inch begins the default or the first option; "
+                "300 is taken",
+                "name resolutions as 200dpi"};
+    case FreeVMRaised:
+        return {Note, "*FreeVM below 102400 counts as 102400", ""};
+    case CustomPageSizeDropped:
+        return {Warning, "*CustomPageSize has no effect without a largest sheet",
+                "give *MaxMediaWidth and *MaxMediaHeight"};
+    case ConstraintUnresolved:
+        return {Warning,
+                "the constraint names a feature or option that the description lacks, "
+                "so it never holds",
+                "correct the names, or remove it"};
+    case ConstraintOnAnyOption:
+        return {Warning,
+                "the constraint names a feature's 256th option and counts for all of "
+                "them, since the number stands for any option",
+                "move the option to another place"};
+    case OrderUnresolved:
+        return {Warning,
+                "the order dependency names a feature or option that the description "
+                "lacks, so it has no effect",
+                "name the feature whose options it orders, or remove it"};
+    case ConstraintsTruncated:
+        return {Error, "there are more than 65535 constraints; the later ones are left out",
+                "remove some"};
+    case OrdersTruncated:
+        return {Error,
+                "there are more than 65535 order dependencies; the later ones are left "
+                "out",
+                "remove some"};
+    case OptionBeyondSelection:
+        return {Warning, "the feature has more than 255 options; the later ones cannot be chosen",
+                "remove some"};
+    case FeatureBeyondSelection:
+        return {Warning, "a record has room for 64 features; this one keeps no choice",
+                "remove features that are not needed"};
     }
     return {Error, "", ""};
 }
@@ -208,8 +218,7 @@ bool LooksLike(std::string_view left, std::string_view right) {
     if (left.size() < right.size()) {
         return l == r.substr(1);
     }
-    const bool swapped =
-        l.size() > 1 && l[0] == r[1] && l[1] == r[0] && l.substr(2) == r.substr(2);
+    const bool swapped = l.size() > 1 && l[0] == r[1] && l[1] == r[0] && l.substr(2) == r.substr(2);
     return swapped || l.substr(1) == r.substr(1);
 }
 
@@ -245,7 +254,7 @@ std::string_view WithoutAsterisk(std::string_view name) {
 // Bytes above 127 in what a statement shows to people, against what the file declares.
 struct ForeignBytes {
     bool any = false;
-    bool utf8 = true;      // all of them are well-formed UTF-8
+    bool utf8 = true;       // all of them are well-formed UTF-8
     bool controls = false;  // 0x80 to 0x9F, which ISO Latin 1 has no characters for
     bool shiftJis = true;
 };
@@ -323,8 +332,9 @@ class Checker {
 
     void CheckBeginning() {
         if (file_.starts_with("\xEF\xBB\xBF")) {
-            Add({Severity::Warning, "the file begins with a UTF-8 mark, so its first line is no "
-                                    "statement",
+            Add({Severity::Warning,
+                 "the file begins with a UTF-8 mark, so its first line is no "
+                 "statement",
                  "save it without the mark"},
                 {}, 1);
         } else if (file_.starts_with("\xFF\xFE") || file_.starts_with("\xFE\xFF")) {
@@ -340,8 +350,8 @@ class Checker {
             Remember(report);
         }
         const ksfax::KeywordRow* row = ksfax::FindKeyword(report.keyword);
-        const bool harmless = report.reason == StatementReason::CutShort && row != nullptr &&
-                              row->handler == nullptr;
+        const bool harmless =
+            report.reason == StatementReason::CutShort && row != nullptr && row->handler == nullptr;
         ppd_.dropped += !harmless && (report.outcome == StatementOutcome::Dropped ||
                                       report.outcome == StatementOutcome::Fatal);
         if (harmless) {
@@ -410,8 +420,7 @@ class Checker {
             unknown_[std::string(report.keyword)].push_back(report.line);
             return;
         }
-        const std::string remedy =
-            "if *" + std::string(meant) + " is meant, correct the spelling";
+        const std::string remedy = "if *" + std::string(meant) + " is meant, correct the spelling";
         Add({Severity::Warning, "the keyword is unknown and very like one of the driver's",
              remedy.c_str()},
             report.keyword, report.line);
@@ -424,8 +433,7 @@ class Checker {
         if ((!opens && !closes) || report.outcome == StatementOutcome::Fatal) {
             return;
         }
-        const std::string name(
-            WithoutAsterisk(opens ? report.option : report.value));
+        const std::string name(WithoutAsterisk(opens ? report.option : report.value));
         if (opens) {
             if (!openName_.empty()) {
                 Add({Severity::Warning, "another feature is still open", "close that one before"},
@@ -481,7 +489,8 @@ class Checker {
             return;
         }
         size_t swallowed = 0;
-        for (size_t at = 0; (at = report.value.find_first_of("\r\n", at)) != std::string_view::npos;) {
+        for (size_t at = 0;
+             (at = report.value.find_first_of("\r\n", at)) != std::string_view::npos;) {
             ++at;
             const std::string_view line = report.value.substr(at);
             const std::string_view word = line.substr(0, line.find_first_of(" :\r\n"));
@@ -489,8 +498,9 @@ class Checker {
                          ksfax::FindKeyword(ksfax::Text(word.substr(1))) != nullptr;
         }
         if (swallowed != 0) {
-            Add({Severity::Warning, "other statements stand inside its quoted value and are not "
-                                    "read",
+            Add({Severity::Warning,
+                 "other statements stand inside its quoted value and are not "
+                 "read",
                  "add the closing quote that is missing"},
                 report.keyword, report.line, std::to_string(swallowed) + ": ");
         }
@@ -520,44 +530,44 @@ class Checker {
             line = known != 0 ? known : line;
         };
         switch (report.note) {
-            case ConstraintUnresolved:
-            case OrderUnresolved:
-                OnUnresolved(report);
-                return;
-            case ConstraintOnAnyOption:
-                keyword = "UIConstraints";
-                detail.clear();
-                break;
-            case ConstraintsTruncated:
-                keyword = "UIConstraints";
-                break;
-            case OrdersTruncated:
-                keyword = "OrderDependency";
-                break;
-            case DefaultNotAnOption:
-            case DefaultWithoutOptions:
-                // In quotes, for a blank at its end belongs to it.
-                detail = '"' + option + "\": ";
-                break;
-            case PaperSizeIncomplete:
-                isAbout("PaperDimension", option);
-                break;
-            case ImageableAreaClamped:
-            case ImageableAreaReset:
-                isAbout("ImageableArea", option);
-                break;
-            case ImageableAreaLClamped:
-            case ImageableAreaLReset:
-                isAbout("ImageableAreaL", option);
-                break;
-            case FreeVMRaised:
-                isAbout("FreeVM", "");
-                break;
-            case CustomPageSizeDropped:
-                isAbout("CustomPageSize", "True");
-                break;
-            default:
-                break;
+        case ConstraintUnresolved:
+        case OrderUnresolved:
+            OnUnresolved(report);
+            return;
+        case ConstraintOnAnyOption:
+            keyword = "UIConstraints";
+            detail.clear();
+            break;
+        case ConstraintsTruncated:
+            keyword = "UIConstraints";
+            break;
+        case OrdersTruncated:
+            keyword = "OrderDependency";
+            break;
+        case DefaultNotAnOption:
+        case DefaultWithoutOptions:
+            // In quotes, for a blank at its end belongs to it.
+            detail = '"' + option + "\": ";
+            break;
+        case PaperSizeIncomplete:
+            isAbout("PaperDimension", option);
+            break;
+        case ImageableAreaClamped:
+        case ImageableAreaReset:
+            isAbout("ImageableArea", option);
+            break;
+        case ImageableAreaLClamped:
+        case ImageableAreaLReset:
+            isAbout("ImageableAreaL", option);
+            break;
+        case FreeVMRaised:
+            isAbout("FreeVM", "");
+            break;
+        case CustomPageSizeDropped:
+            isAbout("CustomPageSize", "True");
+            break;
+        default:
+            break;
         }
         if (line == 0) {
             line = LineOf(keyword, kFirst);
@@ -573,8 +583,9 @@ class Checker {
             const std::string owner(OwnerOf(name));
             if (owner != name) {
                 const std::string remedy = "name *" + owner + " in its place";
-                Add({Severity::Warning, "the options of this keyword belong to another feature, so "
-                                        "nothing comes of it",
+                Add({Severity::Warning,
+                     "the options of this keyword belong to another feature, so "
+                     "nothing comes of it",
                      remedy.c_str()},
                     keyword, report.line, "*" + std::string(name) + ": ");
                 return;
@@ -643,8 +654,12 @@ class Checker {
             }
         }
         for (const auto& [keyword, lines] : unknown_) {
-            Finding finding = {Severity::Note, lines,       FromPpd(keyword),
-                               "this driver does not know the keyword", "", lines.size()};
+            Finding finding = {Severity::Note,
+                               lines,
+                               FromPpd(keyword),
+                               "this driver does not know the keyword",
+                               "",
+                               lines.size()};
             ppd_.findings.push_back(std::move(finding));
         }
         for (auto& [key, finding] : findings_) {

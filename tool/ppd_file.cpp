@@ -37,8 +37,7 @@ LoadedDescription::LoadedDescription(const std::filesystem::path& ppd) {
     } cache;
     const ksfax::ParseObserver observer = {
         .context = &cache,
-        .cacheUsed =
-            [](void* context, bool used) { static_cast<CacheUse*>(context)->used = used; },
+        .cacheUsed = [](void* context, bool used) { static_cast<CacheUse*>(context)->used = used; },
         .cacheWritten = [](void* context,
                            bool written) { static_cast<CacheUse*>(context)->written = written; }};
     ksfax::PrinterDescription* description = ksfax::LoadPrinterDescription(path.c_str(), &observer);

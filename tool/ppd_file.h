@@ -6,9 +6,10 @@
 #include <memory>
 #include <string>
 
+#include "platform/owned.h"
+
 #include "description/load_description.h"
 #include "description/printer_description.h"
-#include "platform/owned.h"
 #include "tool/program.h"
 
 namespace tool {
@@ -37,8 +38,9 @@ class LoadedDescription {
     std::filesystem::path cacheFile_;
 };
 
-// Throws what a LoadedDescription would, before a kept machine is made or changed for a PPD that the
-// driver cannot take: it is loaded on a machine that is thrown away. Nothing without a kept one.
+// Throws what a LoadedDescription would, before a kept machine is made or changed for a PPD that
+// the driver cannot take: it is loaded on a machine that is thrown away. Nothing without a kept
+// one.
 void RequireDescription(const MachineOptions& options, const std::filesystem::path& ppd);
 
 // Text of the PPD, which is in the machine's ANSI code page, as UTF-8; null is empty.

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "platform/embedded/machine.h"
+
 #include "tool/failure.h"
 #include "tool/loaded_driver.h"
 

@@ -126,9 +126,9 @@ std::string MakeChoices(embedded::Windows& windows, HWND page, const SettingsCho
         const auto count = static_cast<int>(SendMessageW(papers, CB_GETCOUNT, 0, 0));
         int item = 0;
         // An item has the whole code, the record and the choice its low 16 bits.
-        while (item < count && static_cast<short>(SendMessageW(papers, CB_GETITEMDATA,
-                                                               static_cast<WPARAM>(item), 0)) !=
-                                   *choice.paperCode) {
+        while (item < count &&
+               static_cast<short>(SendMessageW(papers, CB_GETITEMDATA, static_cast<WPARAM>(item),
+                                               0)) != *choice.paperCode) {
             ++item;
         }
         if (!windows.Choose(papers, item)) {

@@ -53,8 +53,7 @@ class UiMachine : public testing::Test {
 
     explicit UiMachine(std::string_view papers = kPagePapers, embedded::MachineSetup setup = {})
         : fax(std::move(setup)) {
-        fax.AddPrinter(FaxMachine::kPrinter, u"C:\\Ppd\\PAGE.PPD",
-                       kFaxPpd + std::string(papers));
+        fax.AddPrinter(FaxMachine::kPrinter, u"C:\\Ppd\\PAGE.PPD", kFaxPpd + std::string(papers));
         // Callers' records count only over a default record of the printer's.
         embedded::Printer whole = *fax.machine.spooler().FindPrinter(FaxMachine::kPrinter);
         const ksfax::JobSettings defaults = DefaultRecord();
