@@ -71,26 +71,53 @@ inline std::vector<std::string> LinesOf(const std::string& text) {
     return lines;
 }
 
-// Whether each command of tests/golden/`name`, a line "$ word rest", gives what is indented below
-// it. Every other line, such as "# why", stays as it is.
+// A script tests/golden/`name` that is replayed: commands, "$ word rest", and what comes of each
+// indented below it. Every other line, such as "# why", stays as it is.
+class Script {
+  public:
+    explicit Script(const std::string& name)
+        : name_(name), recorded_(SOURCE_FOLDER "/tests/golden/" + name, std::ios::binary) {}
+
+    // The next command, "word rest"; empty at the end.
+    std::string Next() {
+        for (std::string line; std::getline(recorded_, line);) {
+            if (!line.starts_with("    ")) {
+                now_ += line + "\n";
+                if (line.starts_with("$ ")) {
+                    return line.substr(2);
+                }
+            }
+        }
+        return "";
+    }
+    void Tell(const std::string& line) {
+        now_ += "    " + line + "\n";
+        isRun_ = true;
+    }
+    // Whether what was told is what the script holds.
+    testing::AssertionResult IsReplayed() const {
+        return isRun_ ? IsRecorded(name_, now_)
+                      : testing::AssertionFailure() << "nothing runs in tests/golden/" << name_;
+    }
+
+  private:
+    std::string name_;
+    std::ifstream recorded_;
+    std::string now_;
+    bool isRun_ = false;
+};
+
+// Whether each command of the script gives what it holds.
 inline testing::AssertionResult IsReplayed(
     const std::string& name,
     const std::function<std::string(const std::string& word, const std::string& rest)>& run) {
-    std::ifstream stream(SOURCE_FOLDER "/tests/golden/" + name, std::ios::binary);
-    const std::string recorded{std::istreambuf_iterator<char>(stream), {}};
-    std::string now;
-    bool isRun = false;
-    for (const std::string& line : LinesOf(recorded)) {
-        now += line.starts_with("    ") ? "" : line + "\n";
-        if (line.starts_with("$ ")) {
-            const size_t space = line.find(' ', 2);
-            const std::string rest = space != line.npos ? line.substr(space + 1) : "";
-            for (const std::string& result : LinesOf(run(line.substr(2, space - 2), rest))) {
-                now += "    " + result + "\n";
-                isRun = true;
-            }
+    Script script(name);
+    for (std::string command; !(command = script.Next()).empty();) {
+        const size_t end = std::min(command.find(' '), command.size());
+        const std::string rest = end < command.size() ? command.substr(end + 1) : "";
+        for (const std::string& line : LinesOf(run(command.substr(0, end), rest))) {
+            script.Tell(line);
         }
     }
-    return isRun ? IsRecorded(name, now)
-                 : testing::AssertionFailure() << "nothing runs in tests/golden/" << name;
+    return script.IsReplayed();
 }

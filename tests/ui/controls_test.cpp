@@ -145,6 +145,13 @@ class Controls : public tests::UiMachine {
                                              "setreversed", "getreversed", "setcolor",  "getcolor"};
         if (const auto act = acts.find(command.verb); act != acts.end()) {
             act->second();
+        } else if (command.verb == "caption") {
+            // What a panel keeps of it; its window has no text.
+            const std::u16string given = embedded::Utf16(command.rest);
+            send(WM_SETTEXT, 0, reinterpret_cast<LONG_PTR>(given.c_str()));
+            const auto* panel = reinterpret_cast<const PanelState*>(GetWindowLongPtrW(control, 0));
+            Tell(embedded::Utf8(panel->caption),
+                 windows.TextOf(control).empty() ? "" : ", as the window's text");
         } else if (command.verb == "erase") {
             const HDC context = GetDC(control);
             send(WM_ERASEBKGND, reinterpret_cast<LONG_PTR>(context), 0);
@@ -152,8 +159,7 @@ class Controls : public tests::UiMachine {
         } else if (command.verb == "picture") {
             InvalidateRect(control, nullptr, TRUE);
             UpdateWindow(control);
-            std::istringstream rows(Picture().substr(1));
-            for (std::string row; std::getline(rows, row);) {
+            for (const std::string& row : LinesOf(Picture().substr(1))) {
                 Tell(row);
             }
             Flood();
@@ -206,39 +212,6 @@ class Controls : public tests::UiMachine {
 
 TEST_F(Controls, DoAsTheyAreTold) {
     Replay("controls.txt");
-}
-
-TEST_F(Controls, WrapACaptionInTheFrameColour) {
-    Do(CommandOf("panel 8 70 60 \"2,0,0"));
-    const auto set = [&](const std::u16string& given) {
-        EXPECT_EQ(SendMessageW(control, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(given.c_str())), 0);
-        UpdateWindow(control);
-        return Picture();
-    };
-    const std::string empty = set(u"");
-    EXPECT_EQ(std::ranges::count(empty, 'F'), 0);
-    // Full blocks, a line too long and too many lines, fill the caption's rectangle.
-    const std::u16string line(20, u'\u2588');
-    const std::string full = set(line + u" " + line + u" " + line + u" " + line);
-    EXPECT_EQ(Around(full, empty), "7 5 62 55");
-    EXPECT_GT(std::ranges::count(full, 'F'), 10);
-    EXPECT_EQ(std::ranges::count(full, 'H'), std::ranges::count(empty, 'H')) << "on the face";
-    EXPECT_EQ(windows.TextOf(control), u"") << "the window has no text";
-    SendMessageW(control, WM_SETTEXT, 0, 0);
-    UpdateWindow(control);
-    EXPECT_EQ(Picture(), empty);
-
-    // A long one is cut, but not inside a character.
-    const auto kept = [&](const std::u16string& given) {
-        set(given);
-        return std::u16string(
-            reinterpret_cast<const PanelState*>(GetWindowLongPtrW(control, 0))->caption);
-    };
-    EXPECT_EQ(kept(std::u16string(255, u'a')), std::u16string(255, u'a'));
-    EXPECT_EQ(kept(std::u16string(300, u'b')), std::u16string(255, u'b'));
-    EXPECT_EQ(kept(std::u16string(254, u'c') + u"\U0001F4E0"), std::u16string(254, u'c'));
-    EXPECT_EQ(kept(std::u16string(253, u'd') + u"\U0001F4E0!"),
-              std::u16string(253, u'd') + u"\U0001F4E0");
 }
 
 }  // namespace

@@ -60,6 +60,7 @@ TEST_F(PageDrawing, ShowsWhatBelongsOnEachItem) {
         {10000, DMORIENT_PORTRAIT, ODT_BUTTON},
         {166, DMORIENT_PORTRAIT, kMenuItem},
     };
+    std::string text;
     for (const auto& [id, orientation, type] : rows) {
         Clear();
         DrawItem(id, static_cast<short>(orientation), type);

@@ -63,6 +63,7 @@ TEST_F(PropertySheets, HandOutAllOrNothingWhateverFails) {
                                        "PFNCOMPROPSHEET", "CommonPropertySheetUIW"},
                               .withAllLater = false});
     // Of the strings in the session's heap only the help file's path may be missing.
+    std::string text;
     for (const auto& [call, count] : confirmed) {
         text += Line(count, " ", call, "\n");
     }

@@ -444,6 +444,7 @@ TEST_F(SheetsWithoutPapers, ShowNone) {
 }
 
 TEST_F(Sheets, KnowTheLabelOfEveryPaper) {
+    std::string text;
     for (uint32_t code = 0; code < 1100; ++code) {
         const UINT string = PaperLabelString(code);
         WCHAR label[80] = {};

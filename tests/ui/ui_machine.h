@@ -3,9 +3,9 @@
 // A machine with the fax printer, whose property sheets and controls a test uses as a person does.
 
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -84,18 +84,14 @@ class UiMachine : public testing::Test {
                                      input != nullptr ? &input->devMode : nullptr, mode);
     }
 
-    // ---- Scripts: tests/golden/ui holds commands, "$ click 16", and under each, indented, what
-    // came of it. Other lines say why.
+    // ---- Scripts of tests/golden/ui
 
-    // Does the commands of a script, and compares what comes of them with what it holds.
     void Replay(const std::string& file) {
-        script = std::ifstream(SOURCE_FOLDER "/tests/golden/ui/" + file);
-        text.clear();
+        script.emplace("ui/" + file);
         for (Command command = Next(); !command.verb.empty(); command = Next()) {
             Do(command);
         }
-        EXPECT_FALSE(text.empty());
-        EXPECT_TRUE(IsRecorded("ui/" + file, text));
+        EXPECT_TRUE(script->IsReplayed());
     }
     // "$ verb word word"; without a verb at the end of the script.
     struct Command {
@@ -116,17 +112,7 @@ class UiMachine : public testing::Test {
         command.word.assign(std::istream_iterator<std::string>(words), {});
         return command;
     }
-    Command Next() {
-        for (std::string line; std::getline(script, line);) {
-            if (!line.starts_with("    ")) {
-                text += line + "\n";
-                if (line.starts_with("$ ")) {
-                    return CommandOf(line.substr(2));
-                }
-            }
-        }
-        return {};
-    }
+    Command Next() { return CommandOf(script->Next()); }
     template <typename... Parts>
     static std::string Line(const Parts&... parts) {
         std::ostringstream line;
@@ -135,7 +121,7 @@ class UiMachine : public testing::Test {
     }
     template <typename... Parts>
     void Tell(const Parts&... parts) {
-        text += "    " + Line(parts...) + "\n";
+        script->Tell(Line(parts...));
     }
 
     bool Click(HWND dialog, int control) { return windows.Click(GetDlgItem(dialog, control)); }
@@ -164,8 +150,7 @@ class UiMachine : public testing::Test {
     embedded::Leaks atRest = fax.OpenWithoutCache();
     platform::PrinterHandle printer;
     ksfax::JobSettings output;
-    std::ifstream script;
-    std::string text;  // the script as it is now
+    std::optional<Script> script;
 };
 
 }  // namespace tests

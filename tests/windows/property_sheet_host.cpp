@@ -38,11 +38,9 @@ LONG_PTR Insert(LPARAM position, const INSERTPSUIPAGE_INFO& insertion) {
 }
 
 LONG_PTR SetResult(HANDLE sheet, LPARAM page, LPARAM result) {
-    const auto known = [](const void* handle) {
-        return std::find(openSheet->pages.begin(), openSheet->pages.end(), handle) !=
-               openSheet->pages.end();
-    };
-    if (!known(sheet) || !known(reinterpret_cast<const void*>(page))) {
+    const auto& pages = openSheet->pages;
+    if (!std::ranges::count(pages, sheet) ||
+        !std::ranges::count(pages, reinterpret_cast<HANDLE>(page))) {
         return 0;
     }
     SETRESULT_INFO set = {sizeof set, 0, reinterpret_cast<HANDLE>(page), result};
@@ -50,14 +48,10 @@ LONG_PTR SetResult(HANDLE sheet, LPARAM page, LPARAM result) {
 }
 
 LONG_PTR CALLBACK Answer(HANDLE sheet, UINT function, LPARAM first, LPARAM second) {
-    switch (function) {
-    case CPSFUNC_INSERT_PSUIPAGEW:
-        return Insert(first, *reinterpret_cast<const INSERTPSUIPAGE_INFO*>(second));
-    case CPSFUNC_SET_RESULT:
-        return SetResult(sheet, first, second);
-    default:
-        return 0;
-    }
+    return function == CPSFUNC_INSERT_PSUIPAGEW
+               ? Insert(first, *reinterpret_cast<const INSERTPSUIPAGE_INFO*>(second))
+           : function == CPSFUNC_SET_RESULT ? SetResult(sheet, first, second)
+                                            : 0;
 }
 
 }  // namespace
