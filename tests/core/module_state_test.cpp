@@ -27,10 +27,8 @@ TEST(ResourceModulePath, StandsInTheLibrarysFolder) {
     }
 }
 
-TEST(DllMain, TakesTheResourceModuleFromItsOwnFolderOrServesForIt) {
+TEST(DllMain, AttachesAndLeavesNothing) {
     const std::u16string folder = std::u16string(tool::kDriverFolder) + u"\\";
-    // A path that is cut off names another folder, whose module is not taken.
-    const std::u16string cut = u"C:\\" + std::u16string(MAX_PATH, u'd') + u"\\KSFAXUI.DLL";
     const struct {
         std::u16string resources;
         std::u16string ownPath;
@@ -38,22 +36,24 @@ TEST(DllMain, TakesTheResourceModuleFromItsOwnFolderOrServesForIt) {
         bool isOwn;
         unsigned loaded;  // the test's reference and, where the path is known, the pin
     } rows[] = {
-        {u"", folder + u"KSFAXUI.DLL", "", true, 2},
+        {u"C:\\OTHER.DLL", folder + u"KSFAXUI.DLL", "", true, 2},
         {folder + u"KSFAXRES.DLL", folder + u"KSFAXUI.DLL", "", false, 3},
         {folder + u"KSFAXRES.DLL", folder + u"KSFAXUI.DLL", "GetModuleFileNameW", true, 1},
-        {u"C:\\KSFAXRES.DLL", cut, "", true, 1},
+        // A path that is cut off names another folder, whose module is not taken.
+        {u"C:\\KSFAXRES.DLL", u"C:\\" + std::u16string(MAX_PATH, u'd') + u"\\KSFAXUI.DLL", "", true,
+         1},
     };
+    embedded::Machine machine;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.failing + std::to_string(row.loaded));
-        embedded::Machine machine;
-        if (!row.resources.empty()) {
-            machine.modules().Install({.path = row.resources, .exports = {}, .resources = {}});
-        }
+        machine.modules().Install({.path = row.resources, .exports = {}, .resources = {}});
         *row.failing != 0 ? machine.faults.FailCall(row.failing) : machine.faults.Count();
+        descriptionCache.useCount = 7;  // whatever stood there before
         {
             const tool::LoadedDriver driver(machine, row.ownPath);
             EXPECT_EQ(machine.faults.struck(), *row.failing != 0);
             machine.faults.Clear();
+            EXPECT_EQ(descriptionCache.useCount, 0);
             for (const DWORD reason : {DLL_THREAD_ATTACH, DLL_THREAD_DETACH}) {
                 EXPECT_EQ(DllMain(driver.instance(), reason, nullptr), TRUE);
             }
@@ -61,34 +61,20 @@ TEST(DllMain, TakesTheResourceModuleFromItsOwnFolderOrServesForIt) {
             EXPECT_NE(resourceModule, nullptr);
             EXPECT_EQ(resourceModule == ownModule, row.isOwn);
             EXPECT_EQ(machine.modules().CountLoaded(), row.loaded);
-        }
-        EXPECT_EQ(ownModule, nullptr);
-        EXPECT_EQ(resourceModule, nullptr);
-        EXPECT_EQ(machine.modules().CountLoaded(), 0u);
-    }
-}
-
-TEST(DllMain, HasWindowClassesAndADescriptionWhileItIsAttached) {
-    embedded::Machine machine;
-    for (int load = 0; load < 2; ++load) {
-        {
-            const tool::LoadedDriver driver(machine);
-            EXPECT_EQ(descriptionCache.useCount, 0);
             // For every module of the process, so without naming the driver.
             for (const LPCWSTR name : {TEXT("ZL2UD_1"), TEXT("ZL2UD_3")}) {
                 EXPECT_TRUE(DestroyWindow(CreateWindowExW(0, name, nullptr, WS_POPUP, 0, 0, 9, 9,
                                                           nullptr, nullptr, nullptr, nullptr)));
             }
-            descriptionCache = {.cachedDescription =
-                                    static_cast<PrinterDescription*>(GlobalAlloc(GMEM_FIXED, 8)),
-                                .useCount = 1};
+            descriptionCache.cachedDescription =
+                static_cast<PrinterDescription*>(GlobalAlloc(GMEM_FIXED, 8));
         }
-        EXPECT_EQ(machine.globalBlocks, 0u);
+        EXPECT_EQ(ownModule, nullptr);
+        EXPECT_EQ(resourceModule, nullptr);
         EXPECT_EQ(descriptionCache.cachedDescription, nullptr);
+        EXPECT_EQ(machine.OpenNow(), embedded::Leaks());
         EXPECT_FALSE(machine.windows().HasClass(u"ZL2UD_1"));
         EXPECT_FALSE(machine.windows().HasClass(u"ZL2UD_3"));
-        // Whatever stood there before an attach is none of its own.
-        descriptionCache.useCount = 7;
     }
 }
 
@@ -130,8 +116,6 @@ TEST(DescriptionCache, GoesThroughItsStatesAsRecorded) {
         } else if (verb == "driver") {
             fax.machine.spooler().AddDriver(
                 {.name = embedded::Utf16(what), .dataFile = file.empty() ? u"" : path});
-        } else if (verb == "driverless") {
-            fax.machine.spooler().RemoveDriver(embedded::Utf16(what));
         } else if (verb == "tells") {
             what == "truth"
                 ? fax.machine.spooler().TellTheTruth()

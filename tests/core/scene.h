@@ -59,10 +59,10 @@ class Scene {
             const bool isDevice = field.part == tool::RecordPart::Device;
             const std::string word = (isDevice ? "data." : "") + std::string(field.name);
             const DWORD number = Number(word);
-            std::memcpy((isDevice ? reinterpret_cast<std::byte*>(&record)
-                                  : reinterpret_cast<std::byte*>(&own)) +
-                            OffsetOf(field),
-                        &number, Has(word) ? std::min(field.width, sizeof(number)) : 0);
+            auto* start = isDevice ? reinterpret_cast<std::byte*>(&record)
+                                   : reinterpret_cast<std::byte*>(&own);
+            std::memcpy(start + OffsetOf(field), &number,
+                        Has(word) ? std::min(field.width, sizeof(number)) : 0);
         }
         record.descriptionChecksum += description.get()->Checksum;
         whole.defaultSettings = BytesOf(&own, Number("default"));

@@ -34,6 +34,14 @@ std::string StateOf(Scene& scene) {
 
 std::string Shown(const Scene& scene, const PrinterSession& session) {
     EXPECT_TRUE(IsPrinterSession(&session));
+    PrinterSession copy = session;
+    copy.selfCheckHead = copy.selfCheckTail = &copy;
+    for (auto end : {&PrinterSession::selfCheckHead, &PrinterSession::selfCheckTail}) {
+        copy.*end = nullptr;
+        EXPECT_FALSE(IsPrinterSession(&copy)) << "the other end alone is right";
+        copy.*end = &copy;
+    }
+    EXPECT_FALSE(IsPrinterSession(nullptr));
     EXPECT_EQ(session.canModify, 0u);
     EXPECT_EQ(session.printerHandle, scene.printer.get());
     EXPECT_EQ(session.description, scene.description.get());
@@ -79,38 +87,6 @@ TEST(PrinterSession, HoldsAndLeavesWhatIsRecorded) {
         EXPECT_EQ(machine.OpenNow(), before);
         return text;
     }));
-}
-
-TEST(IsPrinterSession, LooksAtBothEnds) {
-    PrinterSession session = {};
-    for (const bool head : {false, true}) {
-        for (const bool tail : {false, true}) {
-            session.selfCheckHead = head ? &session : nullptr;
-            session.selfCheckTail = tail ? &session : nullptr;
-            EXPECT_EQ(IsPrinterSession(&session), head && tail);
-        }
-    }
-    EXPECT_FALSE(IsPrinterSession(nullptr));
-}
-
-// With every right and no data type, but for a refresh, which acts for the spooler itself.
-TEST(PrinterSession, HasPrintersOpenedAnewWithTheRightsThatAreNeeded) {
-    Scene scene("data=1");
-    const auto opening = [&] { return scene.fax.machine.spooler().lastOpening(); };
-    const embedded::PrinterOpening full = {u"", false, 0x000F000C};
-    WCHAR name[] = u"Fax";
-    DRIVER_UPGRADE_INFO_1W upgrade = {.pPrinterName = name, .pOldDriverDirectory = nullptr};
-    EXPECT_TRUE(DrvPrinterEvent(name, PRINTER_EVENT_CACHE_REFRESH, 0, 0));
-    EXPECT_EQ(opening(), embedded::PrinterOpening());
-    EXPECT_TRUE(DrvPrinterEvent(name, PRINTER_EVENT_INITIALIZE, 0, 0));
-    EXPECT_EQ(opening(), full);
-    EXPECT_TRUE(DrvUpgradePrinter(1, reinterpret_cast<LPBYTE>(&upgrade)));
-    EXPECT_EQ(opening(), full);
-    // A spooler that does not tell the printer's name: none is opened, nor the print server.
-    scene.fax.machine.spooler().ReportSize("GetPrinterW", sizeof(PRINTER_INFO_2W));
-    scene.fax.machine.faults.Count(
-        [](const std::string& call) { EXPECT_NE(call, "OpenPrinterW"); });
-    EXPECT_FALSE(SetPrinterDataAsAdministrator(scene.printer.get(), u"Some", REG_BINARY, "x", 1));
 }
 
 // What each operation came to when the nth of its calls of a name failed alone.
@@ -166,6 +142,11 @@ TEST(PrinterSession, IsOneOfTheOperationsThatGiveEverythingBackWhateverFails) {
         }
     }
     EXPECT_TRUE(IsRecorded("core/faults.txt", all));
+    // A spooler that does not tell the printer's name: none is opened, nor the print server.
+    scene.fax.machine.spooler().ReportSize("GetPrinterW", sizeof(PRINTER_INFO_2W));
+    scene.fax.machine.faults.Count(
+        [](const std::string& call) { EXPECT_NE(call, "OpenPrinterW"); });
+    EXPECT_FALSE(SetPrinterDataAsAdministrator(printer, u"Some", REG_BINARY, "x", 1));
 }
 
 }  // namespace
