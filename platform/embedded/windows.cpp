@@ -496,7 +496,7 @@ BOOL DestroyWindow(HWND handle) {
     for (const HWND window : all) {
         SendMessageW(window, WM_DESTROY, 0, 0);
     }
-    std::ranges::for_each(all | std::views::reverse, EndWindow);
+    std::for_each(all.rbegin(), all.rend(), EndWindow);
     return TRUE;
 }
 
