@@ -191,7 +191,7 @@ DWORD Answer(HANDLE printer, WORD index, void* output, const PrinterDescription&
     case DC_PRINTRATEUNIT:
         return PRINTRATEUNIT_PPM;
     case DC_STAPLE:
-        return (part.stapleMode & 0x3) == 2 ? 1 : 0;
+        return (part.stapleMode & kStapleModeBits) == kStapling ? 1 : 0;
     case DC_COLORDEVICE:
         return (devMode.dmFields & DM_COLOR) != 0 ? 1 : 0;
     default:
