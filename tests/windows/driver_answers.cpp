@@ -4,7 +4,6 @@
 #include <cctype>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <sstream>
 #include <vector>
 
