@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string_view>
 
 #include "core/module_state.h"
 #include "core/spooler_queries.h"
@@ -20,19 +19,6 @@ constexpr SIZE_T kHeapStartBytes = 8192;
 constexpr DWORD kComputerNameRoom = 16;
 // One of at most 256 characters, two bytes each at the most, and its terminator.
 constexpr DWORD kUserNameRoom = 513;
-
-using WideText = std::basic_string_view<WCHAR>;
-
-// `text` with `added` behind it, in the heap; null when memory runs out.
-WCHAR* JoinInHeap(HANDLE heap, WideText text, WideText added) {
-    const size_t characters = text.size() + added.size() + 1;
-    auto* joined =
-        static_cast<WCHAR*>(HeapAlloc(heap, HEAP_ZERO_MEMORY, characters * sizeof(WCHAR)));
-    if (joined != nullptr) {
-        std::copy(added.begin(), added.end(), std::copy(text.begin(), text.end(), joined));
-    }
-    return joined;
-}
 
 bool IsCurrentRecord(const DEVMODEW& record) {
     return record.dmSpecVersion == kSpecVersion && record.dmDriverVersion == kDriverVersion &&
@@ -189,7 +175,13 @@ void ClosePrinterSession(PrinterSession* session) {
 }
 
 WCHAR* CopyIntoHeap(HANDLE heap, const WCHAR* text) {
-    return JoinInHeap(heap, text != nullptr ? WideText(text) : WideText(), WideText());
+    const SIZE_T characters = text != nullptr ? lstrlenW(text) : 0;
+    auto* copy =
+        static_cast<WCHAR*>(HeapAlloc(heap, HEAP_ZERO_MEMORY, (characters + 1) * sizeof(WCHAR)));
+    if (copy != nullptr) {
+        std::copy_n(text, characters, copy);
+    }
+    return copy;
 }
 
 bool IsPrinterSession(const PrinterSession* session) {
