@@ -143,8 +143,11 @@ void PublishSnapshot(HANDLE printer, const JobPath& snapshot) {
     platform::NullableHandle block(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE,
                                                       0, static_cast<DWORD>(size),
                                                       NameBlock(printer).text));
+    if (!block) {
+        return;
+    }
     // The block may be an older one of this name, left by a document that never ended or made by
-    // somebody else. One too small for this path has no view of this size, nor has none.
+    // somebody else: one too small for this path has no view of this size.
     const platform::MappedView view(MapViewOfFile(block.get(), FILE_MAP_ALL_ACCESS, 0, 0, size));
     if (BytesThere(view) < size) {
         return;

@@ -254,11 +254,6 @@ void Spooler::AddDriver(Driver driver) {
     }
 }
 
-void Spooler::RemoveDriver(std::u16string_view name) {
-    std::lock_guard lock(mutex_);
-    std::erase_if(state_.drivers, [&](const Driver& d) { return EqualIgnoringCase(d.name, name); });
-}
-
 std::vector<Driver> Spooler::drivers() const {
     std::lock_guard lock(mutex_);
     return state_.drivers;

@@ -71,7 +71,6 @@ class Spooler {
     std::optional<Printer> FindPrinter(std::u16string_view name) const;
 
     void AddDriver(Driver driver);
-    void RemoveDriver(std::u16string_view name);
     std::vector<Driver> drivers() const;
 
     // In the order in which EnumFormsW gives them.

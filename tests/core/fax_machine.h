@@ -116,10 +116,6 @@ class FaxMachine {
         std::memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof(record)));
         return record;
     }
-    void RemoveDeviceRecord() {
-        Forget(u"PrinterDataSize");
-        Forget(u"PrinterData");
-    }
 
     // What the printer's description says now, by way of the cache.
     uint16_t Checksum() {

@@ -25,18 +25,14 @@ class PrinterEventTest : public testing::Test {
     // made; a dot for what it did not.
     std::string Send(INT event) {
         fax.machine.registry().CreateKey(HKEY_LOCAL_MACHINE, kOldKey);
-        fax.RemoveDeviceRecord();
+        fax.Forget(u"PrinterDataSize");
         WCHAR name[] = u"Fax";
         std::string done(DrvPrinterEvent(name, event, 0, 0) ? "1" : "0");
-        done += fax.Stored(u"PrinterData").has_value() ? 'R' : '.';
+        done += fax.Stored(u"PrinterDataSize").has_value() ? 'R' : '.';
         done += fax.machine.registry().HasKey(HKEY_LOCAL_MACHINE, kOldKey) ? '.' : 'O';
         done += fax.machine.registry().HasKey(HKEY_LOCAL_MACHINE, kHelpKey) ? 'H' : '.';
         EXPECT_TRUE(fax.machine.registry().HasKey(HKEY_LOCAL_MACHINE, u"SOFTWARE\\kestova"));
         return done;
-    }
-    void InstallSpoolss(Exports exports) {
-        fax.machine.modules().Install(
-            {.path = kSpoolss, .exports = std::move(exports), .resources = {}});
     }
 
     FaxMachine fax;
@@ -114,7 +110,7 @@ TEST_F(PrinterEventTest, RefreshesOnlyWithBothOfTheSpoolersFunctions) {
     fax.machine.modules().Remove(kSpoolss);
     EXPECT_EQ(Send(PRINTER_EVENT_CACHE_REFRESH), "0...");
     for (const auto& [exports, expected] : rows) {
-        InstallSpoolss(exports);
+        fax.machine.modules().Install({.path = kSpoolss, .exports = exports, .resources = {}});
         EXPECT_EQ(Send(PRINTER_EVENT_CACHE_REFRESH), expected);
         EXPECT_EQ(fax.machine.modules().CountLoaded(kSpoolss), 0u);
     }

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/golden.h"
 #include "tests/tool/run_ksfax.h"
 
 namespace tool {
@@ -20,7 +21,7 @@ std::vector<Shown> CommandsIn(const std::string& document) {
     std::vector<Shown> all;
     bool inBlock = false;
     bool continues = false;
-    for (std::string line : Lines(document)) {
+    for (std::string line : LinesOf(document)) {
         if (!line.starts_with("    ")) {
             inBlock = false;
             continue;
@@ -44,7 +45,7 @@ std::vector<Shown> CommandsIn(const std::string& document) {
 
 // Whether the output is what is shown.
 testing::AssertionResult Fits(const std::string& output, const std::vector<std::string>& shown) {
-    const std::vector<std::string> lines = Lines(output);
+    const std::vector<std::string> lines = LinesOf(output);
     size_t at = 0;
     bool skips = false;
     for (const std::string& expected : shown) {

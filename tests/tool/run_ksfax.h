@@ -2,13 +2,11 @@
 
 // Runs the ksfax program in a folder of its own, as a script would.
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/wait.h>
@@ -23,15 +21,6 @@ inline std::string FileText(const std::filesystem::path& file) {
 
 inline void WriteText(const std::filesystem::path& file, std::string_view text) {
     std::ofstream(file, std::ios::binary) << text;
-}
-
-inline std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
 }
 
 // A new folder that goes with its test.

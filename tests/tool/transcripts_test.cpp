@@ -49,7 +49,7 @@ std::string Shown(std::string output, const std::string& mark, const TestFolder&
         output = std::regex_replace(output, std::regex(pattern), spelling);
     }
     std::string shown;
-    for (const std::string& line : Lines(output)) {
+    for (const std::string& line : LinesOf(output)) {
         shown += line.empty() ? "" : mark + line + "\n";
     }
     return shown;
@@ -63,7 +63,7 @@ std::string Replay(const std::string& transcript) {
     std::string script;
     std::vector<std::string> texts(1);  // What stands before the first command, after it, ...
     bool continues = false;
-    for (const std::string& line : Lines(transcript)) {
+    for (const std::string& line : LinesOf(transcript)) {
         const bool isCommand = continues || line.starts_with("$ ");
         if (!isCommand && IsOutput(line)) {
             continue;

@@ -1,5 +1,4 @@
 #include <map>
-#include <memory>
 #include <sstream>
 
 #include "tests/picture.h"

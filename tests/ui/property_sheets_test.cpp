@@ -1,7 +1,5 @@
-#include <algorithm>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "platform/embedded/registry.h"
 
@@ -146,8 +144,7 @@ TEST_F(UserFolder, IsRecordedAnewWhenTheRecordSaysOtherwise) {
     }
 }
 
-class LongUserFolder : public UserFolder {
-  protected:
+struct LongUserFolder : UserFolder {
     // The application data's path has 259 characters, the most that a path can have.
     LongUserFolder() : UserFolder({.userName = std::u16string(234, u'u')}) {}
 };
