@@ -168,8 +168,7 @@ struct ParsedList {
 // seven eighths full, so that the keys of a long PPD stay in the processor's cache. They lie apart
 // from the records that they stand for: asking for a name that is new, which is what a long PPD
 // does most, reads nothing but neighbouring keys. Owner and name are hashed whole, with numbers
-// that only the addresses of this very parse know, so that no file can be written to make names
-// meet.
+// made of addresses of this very parse: whoever writes a file to make names meet has to know those.
 class NameIndex {
   public:
     // False when memory runs out. `slots` is a power of 2.
